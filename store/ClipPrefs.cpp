@@ -1,0 +1,93 @@
+#include "store/ClipPrefs.h"
+
+#include <algorithm>
+
+#include "store/Defaults.h"
+#include "store/PrefKeys.h"
+
+namespace zettly {
+
+HotKeyCombo ClipPrefs::hotKey() const {
+    if (!defaults_.contains(prefkey::hotKeyCode)) return HotKeyCombo{};
+    return HotKeyCombo{static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyCode)),
+                       static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyMods))};
+}
+
+void ClipPrefs::setHotKey(HotKeyCombo combo) {
+    defaults_.setInteger(prefkey::hotKeyCode, combo.keyCode);
+    defaults_.setInteger(prefkey::hotKeyMods, combo.modifiers);
+}
+
+ClipPrefs::PopupPosition ClipPrefs::popupPosition() const {
+    return defaults_.string(prefkey::popupPosition) == "center" ? PopupPosition::center
+                                                                 : PopupPosition::cursor;
+}
+
+void ClipPrefs::setPopupPosition(PopupPosition position) {
+    defaults_.setString(prefkey::popupPosition,
+                        position == PopupPosition::center ? "center" : "cursor");
+}
+
+ClipPrefs::PopupSize ClipPrefs::popupSize() const {
+    double width = defaults_.doubleValue(prefkey::popupWidth);
+    double height = defaults_.doubleValue(prefkey::popupHeight);
+    return PopupSize{width > 0 ? width : defaultPopupSize.width,
+                     height > 0 ? height : defaultPopupSize.height};
+}
+
+void ClipPrefs::setPopupSize(PopupSize size) {
+    defaults_.setDouble(prefkey::popupWidth,
+                        std::clamp(size.width, minPopupSize.width, maxPopupSize.width));
+    defaults_.setDouble(prefkey::popupHeight,
+                        std::clamp(size.height, minPopupSize.height, maxPopupSize.height));
+}
+
+bool ClipPrefs::saveImages() const {
+    return defaults_.boolObject(prefkey::saveImages).value_or(true);
+}
+
+double ClipPrefs::previewDelay() const {
+    return defaults_.doubleObject(prefkey::previewDelay).value_or(defaultPreviewDelay);
+}
+
+std::int64_t ClipPrefs::clipboardLimit() const {
+    // A negative limit would make the trim delete every unpinned row,
+    // including the one just copied; it is treated like a missing one.
+    std::int64_t limit = defaults_.integer(prefkey::clipboardLimit);
+    return limit < 1 ? defaultLimit : limit;
+}
+
+std::int64_t ClipPrefs::clipboardRetentionMinutes() const {
+    std::int64_t minutes = defaults_.integer(prefkey::clipboardRetentionMinutes);
+    return minutes < 1 ? defaultRetentionMinutes : minutes;
+}
+
+bool ClipPrefs::clearOnQuit() const { return defaults_.boolValue(prefkey::clearOnQuit); }
+
+bool ClipPrefs::pasteAutomatically() const {
+    return defaults_.boolValue(prefkey::pasteAutomatically);
+}
+
+bool ClipPrefs::clipboardCloudSync() const {
+    return defaults_.boolValue(prefkey::clipboardCloudSync);
+}
+
+std::optional<std::vector<std::string>> ClipPrefs::ignoredApps() const {
+    // A value that is not a list of strings falls back to the built-in list
+    // too: a damaged setting must not stop password managers being ignored.
+    return defaults_.stringArray(prefkey::ignoredApps);
+}
+
+std::vector<std::string> ClipPrefs::ignoredPatterns() const {
+    return defaults_.stringArray(prefkey::ignoredPatterns).value_or(std::vector<std::string>{});
+}
+
+bool KeyboardSettings::clipboardEnabled() const {
+    return defaults_.boolObject(prefkey::clipboardEnabled).value_or(true);
+}
+
+bool KeyboardSettings::clipboardChipOrderSync() const {
+    return defaults_.boolObject(prefkey::clipboardChipOrderSync).value_or(true);
+}
+
+}  // namespace zettly

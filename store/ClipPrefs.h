@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/HotKeyCombo.h"
+
+namespace zettly {
+
+class Defaults;
+
+// Typed access to the settings. Nothing is cached: every call reads the
+// defaults store, so a change made in the settings window takes effect at the
+// next read (the next insert, the next opening of the history window).
+class ClipPrefs {
+public:
+    enum class PopupPosition { cursor, center };
+    struct PopupSize {
+        double width = 0;
+        double height = 0;
+        bool operator==(const PopupSize&) const = default;
+    };
+
+    static constexpr std::int64_t defaultLimit = 200;
+    static constexpr std::int64_t defaultRetentionMinutes = 43200;  // 30 days
+    static constexpr PopupSize defaultPopupSize{400, 540};
+    static constexpr PopupSize minPopupSize{320, 360};
+    static constexpr PopupSize maxPopupSize{600, 800};
+    static constexpr double defaultPreviewDelay = 1.5;
+
+    explicit ClipPrefs(Defaults& defaults) : defaults_(defaults) {}
+
+    HotKeyCombo hotKey() const;
+    void setHotKey(HotKeyCombo combo);
+
+    // "center" (exactly, case-sensitive) is center; anything else the cursor.
+    PopupPosition popupPosition() const;
+    void setPopupPosition(PopupPosition position);
+
+    // Values not above 0 read as the default; writes are clamped to the
+    // window's minimum and maximum size.
+    PopupSize popupSize() const;
+    void setPopupSize(PopupSize size);
+
+    bool saveImages() const;
+    double previewDelay() const;
+
+    // The history limit; 0, a negative number or a missing value mean 200.
+    std::int64_t clipboardLimit() const;
+    // Retention in minutes; anything below 1 means 43200 (30 days).
+    std::int64_t clipboardRetentionMinutes() const;
+    bool clearOnQuit() const;
+    bool pasteAutomatically() const;
+    bool clipboardCloudSync() const;
+
+    // None when the user never stored a list (the built-in list applies then).
+    std::optional<std::vector<std::string>> ignoredApps() const;
+    std::vector<std::string> ignoredPatterns() const;
+
+private:
+    Defaults& defaults_;
+};
+
+// The switches that the companion keyboard app shares with this program.
+class KeyboardSettings {
+public:
+    explicit KeyboardSettings(Defaults& defaults) : defaults_(defaults) {}
+
+    // Both default to on, also when something other than a boolean is stored.
+    bool clipboardEnabled() const;
+    bool clipboardChipOrderSync() const;
+
+private:
+    Defaults& defaults_;
+};
+
+}  // namespace zettly

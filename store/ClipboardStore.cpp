@@ -1,0 +1,92 @@
+// Opening the text history: location, schema and in-place migrations.
+#include "store/ClipboardStore.h"
+
+#include "platform/Clock.h"
+#include "store/Defaults.h"
+#include "store/Files.h"
+#include "store/PrefKeys.h"
+#include "store/StoreDatabase.h"
+
+namespace zettly {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kSchema =
+    "CREATE TABLE IF NOT EXISTS items(\n"
+    "    id TEXT PRIMARY KEY,\n"
+    "    text TEXT NOT NULL,\n"
+    "    hash TEXT NOT NULL UNIQUE,\n"
+    "    type TEXT NOT NULL,\n"
+    "    created REAL NOT NULL,\n"
+    "    pinned INTEGER NOT NULL DEFAULT 0\n"
+    ");\n"
+    "CREATE INDEX IF NOT EXISTS idx_created ON items(created DESC);\n"
+    "CREATE TABLE IF NOT EXISTS categories(\n"
+    "    id TEXT PRIMARY KEY,\n"
+    "    name TEXT NOT NULL,\n"
+    "    sort REAL NOT NULL,\n"
+    "    created REAL NOT NULL\n"
+    ");";
+
+constexpr const char* kSyncSchema =
+    "CREATE INDEX IF NOT EXISTS idx_items_rid ON items(rid);\n"
+    "CREATE TABLE IF NOT EXISTS sync_tombstones(\n"
+    "    key TEXT PRIMARY KEY,\n"
+    "    kind TEXT NOT NULL,\n"
+    "    at REAL NOT NULL\n"
+    ");";
+
+}  // namespace
+
+ClipboardStore::ClipboardStore(StoreContext context) : context_(std::move(context)) {}
+
+ClipboardStore& ClipboardStore::shared() {
+    static ClipboardStore store(StoreContext::standard());
+    return store;
+}
+
+std::optional<fs::path> ClipboardStore::databasePath() const {
+    auto container = context_.container();
+    if (!container) return std::nullopt;
+    return *container / "Library" / "clipboard.sqlite";
+}
+
+bool ClipboardStore::ensureOpenLocked() {
+    if (db_.valid()) return true;
+    auto path = databasePath();
+    if (!path) return false;
+    std::error_code ignored;
+    files::createPrivateDirectories(path->parent_path(), ignored);
+    if (!openStoreDatabase(db_, *path, context_.clock, context_.log)) return false;
+    path_ = *path;
+
+    db_.exec(kSchema);
+    ensureColumn(db_, "items", "category", "TEXT");
+    ensureColumn(db_, "items", "label", "TEXT");
+    for (const char* table : {"items", "categories"}) {
+        ensureColumn(db_, table, "modified", "REAL");
+        ensureColumn(db_, table, "dirty", "INTEGER NOT NULL DEFAULT 0");
+        ensureColumn(db_, table, "ck", "BLOB");
+    }
+    ensureColumn(db_, "items", "rid", "TEXT");
+    ensureColumn(db_, "items", "mm", "REAL");
+    // Rows that carried metadata before its clock existed count as changed
+    // at their last change, so sync treats their metadata as set.
+    db_.exec(
+        "UPDATE items SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
+        "category IS NOT NULL OR label IS NOT NULL)");
+    db_.exec(kSyncSchema);
+    return true;
+}
+
+std::optional<ClipboardStore::Bytes> ClipboardStore::syncKey() const {
+    return context_.defaults.data(prefkey::clipSyncKey);
+}
+
+void ClipboardStore::notifyLocalChange() {
+    if (didChangeLocally) didChangeLocally();
+}
+
+}  // namespace zettly

@@ -1,0 +1,156 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "store/Sql.h"
+#include "store/StoreContext.h"
+
+namespace zettly {
+
+// The text history: one SQLite database, "Library/clipboard.sqlite" in the
+// application's container folder, opened lazily by the first operation and
+// kept open for the life of the object.
+//
+// Every public operation runs under one mutex, so all statements on the
+// connection are strictly serialised; callers may come from the main thread
+// and from sync threads. Helpers whose names end in Locked assume the mutex
+// is held. Operations never throw and never report: a failure gives an empty
+// list, none, false or a failure result, and leaves the data as it was.
+class ClipboardStore {
+public:
+    using Bytes = std::vector<std::uint8_t>;
+
+    enum class InsertResult { inserted, movedToTop, tooLarge, disabled, failed };
+
+    struct Item {
+        std::string id;
+        std::string text;
+        std::string type;
+        double createdAt = 0;  // seconds since 1970
+        bool pinned = false;
+        std::optional<std::string> category;
+        std::optional<std::string> label;
+        bool operator==(const Item&) const = default;
+    };
+
+    struct Category {
+        std::string id;
+        std::string name;
+        bool operator==(const Category&) const = default;
+    };
+
+    // The category condition of fetch().
+    class CategoryFilter {
+    public:
+        static CategoryFilter any() { return CategoryFilter(Kind::any, {}); }
+        static CategoryFilter uncategorized() { return CategoryFilter(Kind::uncategorized, {}); }
+        static CategoryFilter only(std::string id) {
+            return CategoryFilter(Kind::only, std::move(id));
+        }
+        enum class Kind { any, uncategorized, only };
+        Kind kind() const { return kind_; }
+        const std::string& id() const { return id_; }
+
+    private:
+        CategoryFilter(Kind kind, std::string id) : kind_(kind), id_(std::move(id)) {}
+        Kind kind_;
+        std::string id_;
+    };
+
+    static constexpr std::size_t maxTextBytes = 100000;
+    static constexpr std::size_t maxLabelCharacters = 40;
+    static constexpr std::size_t maxCategoryNameCharacters = 40;
+
+    explicit ClipboardStore(StoreContext context);
+    ClipboardStore(const ClipboardStore&) = delete;
+    ClipboardStore& operator=(const ClipboardStore&) = delete;
+
+    // The process-wide store over the user's container and defaults.
+    static ClipboardStore& shared();
+
+    // Called after every insert (whatever its result) and after each local
+    // edit, on the caller's thread and outside the store's lock; the
+    // application schedules a sync from it. Set once, before the store is
+    // used from more than one thread.
+    std::function<void()> didChangeLocally;
+
+    // ---- capture --------------------------------------------------------
+    // Stores a copied text, or moves an equal one to the top.
+    InsertResult insert(std::string_view text, std::optional<std::string> type = std::nullopt);
+
+    // SHA-256 of the UTF-8 text exactly as given, 64 lower-case hex digits.
+    static std::string hash(std::string_view text);
+    // "url", "number" or "text".
+    static std::string detectType(std::string_view text);
+    // "c_" + HMAC-SHA-256 of the text under the 32-byte sync key; none
+    // without a key or with a key of another length.
+    static std::optional<std::string> recordName(std::string_view text,
+                                                 const std::optional<Bytes>& key);
+
+    // The condition that holds for rows kept by age, and the assignment list
+    // of a metadata change; both embed the current time.
+    std::string liveSQL() const;
+    std::string metaTouchSQL() const;
+
+    // ---- items ----------------------------------------------------------
+    std::vector<Item> fetch(std::int64_t limit, std::int64_t offset,
+                            const std::optional<std::vector<std::string>>& types = std::nullopt,
+                            bool pinnedOnly = false,
+                            const CategoryFilter& category = CategoryFilter::any(),
+                            bool byRecencyOnly = false);
+    void setPinned(const std::string& id, bool pinned);
+    // `delete` in the original naming; a reserved word here.
+    void deleteItem(const std::string& id);
+    void clear(bool keepPinned);
+    void setLabel(const std::string& id, const std::optional<std::string>& label);
+    void setCategory(const std::string& id, const std::optional<std::string>& category);
+    bool updateText(const std::string& id, std::string_view text);
+
+    // ---- categories -----------------------------------------------------
+    std::vector<Category> categories();
+    std::optional<Category> createCategory(std::string_view name);
+    void renameCategory(const std::string& id, std::string_view name);
+    void deleteCategory(const std::string& id);
+    void reorderCategories(const std::vector<std::string>& ids);
+    std::map<std::string, std::int64_t> categoryCounts();
+
+    // Stores the user's chip order and marks it for sync.
+    void saveChipOrder(const std::vector<std::string>& order);
+
+    // Where the database lives, once the container is known.
+    std::optional<std::filesystem::path> databasePath() const;
+
+private:
+    bool ensureOpenLocked();
+    InsertResult insertLocked(std::string_view text, const std::optional<std::string>& type,
+                              double now);
+    void trimLocked(double now);
+    void expireLocked(double now);
+    void tombstoneLocked(std::string_view condition, double now);
+    std::optional<Bytes> syncKey() const;
+    std::int64_t retentionMinutes() const;
+    std::string liveSQL(double now) const;
+    static std::string metaTouchSQL(double now);
+    void notifyLocalChange();
+    // Runs an UPDATE with bound values; the edits ignore its result.
+    template <typename... Values>
+    bool runLocked(std::string_view sql, const Values&... values);
+    // Runs `edit` under the lock if the store opens, then notifies.
+    template <typename Edit>
+    void editLocked(Edit&& edit);
+
+    StoreContext context_;
+    std::mutex mutex_;
+    sql::Database db_;
+    std::filesystem::path path_;
+};
+
+}  // namespace zettly

@@ -1,0 +1,173 @@
+// Capture into the text history: insert with de-duplication, type detection,
+// record names, trimming, expiry and tombstones.
+#include <algorithm>
+#include <cctype>
+
+#include "platform/Clock.h"
+#include "store/ClipPrefs.h"
+#include "store/ClipboardStore.h"
+#include "store/Crypto.h"
+#include "store/Defaults.h"
+#include "store/StoreDatabase.h"
+#include "store/Unicode.h"
+
+namespace zettly {
+
+namespace {
+
+// Rows kept whatever their age: pinned, filed or named by the user.
+constexpr std::string_view kKeptByUser =
+    "(pinned = 1 OR category IS NOT NULL OR label IS NOT NULL)";
+
+bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) {
+    return text.size() >= prefix.size() &&
+           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
+               return std::tolower(static_cast<unsigned char>(a)) == b;
+           });
+}
+
+}  // namespace
+
+std::string ClipboardStore::hash(std::string_view text) { return crypto::sha256Hex(text); }
+
+std::string ClipboardStore::detectType(std::string_view text) {
+    std::string_view t = unicode::trimmed(text);
+    // Lower-casing can only turn ASCII letters into "http", so an ASCII
+    // comparison is exact here.
+    if (startsWithIgnoringAsciiCase(t, "http://") || startsWithIgnoringAsciiCase(t, "https://"))
+        return "url";
+    bool hasDot = t.find('.') != std::string_view::npos;
+    bool hasBlank = t.find(' ') != std::string_view::npos;
+    bool hasSlash = t.find('/') != std::string_view::npos;
+    if (hasDot && !hasBlank && hasSlash) return "url";
+    if (t.empty()) return "text";
+    // Deliberately narrow: "3.14" and "1,000" are text, "+1 555-0100" a number.
+    return unicode::isNumericText(t) ? "number" : "text";
+}
+
+std::optional<std::string> ClipboardStore::recordName(std::string_view text,
+                                                      const std::optional<Bytes>& key) {
+    if (!key || key->size() != 32) return std::nullopt;
+    return "c_" + crypto::hex(crypto::hmacSha256(*key, text));
+}
+
+std::int64_t ClipboardStore::retentionMinutes() const {
+    return ClipPrefs(context_.defaults).clipboardRetentionMinutes();
+}
+
+std::string ClipboardStore::liveSQL(double now) const {
+    double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
+    return "(" + std::string(kKeptByUser) + " OR created >= " + sql::number(cutoff) + ")";
+}
+
+std::string ClipboardStore::liveSQL() const { return liveSQL(context_.clock.now()); }
+
+std::string ClipboardStore::metaTouchSQL() const { return metaTouchSQL(context_.clock.now()); }
+
+std::string ClipboardStore::metaTouchSQL(double now) {
+    std::string t = sql::number(now);
+    return "modified = " + t + ", mm = " + t + ", dirty = 1";
+}
+
+ClipboardStore::InsertResult ClipboardStore::insert(std::string_view text,
+                                                    std::optional<std::string> type) {
+    InsertResult result;
+    if (!KeyboardSettings(context_.defaults).clipboardEnabled()) {
+        result = InsertResult::disabled;
+    } else if (text.size() > maxTextBytes) {
+        result = InsertResult::tooLarge;
+    } else {
+        std::lock_guard lock(mutex_);
+        if (!ensureOpenLocked()) {
+            result = InsertResult::disabled;
+        } else {
+            result = insertLocked(text, type, context_.clock.now());
+            // The file broke under us: it was moved aside and a new history
+            // started, and the copy goes into that one instead of being lost.
+            if (!db_.valid() && ensureOpenLocked())
+                result = insertLocked(text, type, context_.clock.now());
+        }
+    }
+    notifyLocalChange();
+    return result;
+}
+
+ClipboardStore::InsertResult ClipboardStore::insertLocked(std::string_view text,
+                                                          const std::optional<std::string>& type,
+                                                          double now) {
+    int damage = SQLITE_OK;
+    auto noteDamage = [&](int rc) {
+        if (isDamaged(rc)) damage = rc;
+        return rc;
+    };
+    auto result = [&]() -> InsertResult {
+        std::string h = hash(text);
+        sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+        if (!tx.begun()) {
+            noteDamage(db_.errorCode());
+            return InsertResult::failed;
+        }
+
+        sql::Statement update =
+            db_.prepare("UPDATE items SET created = ?, modified = ?, dirty = 1 WHERE hash = ?");
+        update.bind(1, now);
+        update.bind(2, now);
+        update.bind(3, h);
+        if (!update || noteDamage(update.step()) != SQLITE_DONE) return InsertResult::failed;
+        if (db_.changes() > 0) return tx.commit() ? InsertResult::movedToTop : InsertResult::failed;
+
+        sql::Statement add = db_.prepare(
+            "INSERT INTO items(id, text, hash, type, created, pinned, modified, dirty, rid) "
+            "VALUES(?,?,?,?,?,0,?,1,?)");
+        if (!add) return InsertResult::failed;
+        add.bind(1, crypto::newUUID());
+        add.bind(2, text);
+        add.bind(3, h);
+        add.bind(4, type ? *type : detectType(text));
+        add.bind(5, now);
+        add.bind(6, now);
+        add.bind(7, recordName(text, syncKey()));
+        int rc = noteDamage(add.step());
+        if (rc == SQLITE_DONE) {
+            trimLocked(now);
+            return tx.commit() ? InsertResult::inserted : InsertResult::failed;
+        }
+        // Another connection stored the same text between our two statements.
+        if ((rc & 0xff) == SQLITE_CONSTRAINT) return InsertResult::movedToTop;
+        return InsertResult::failed;
+    }();
+    if (damage != SQLITE_OK)
+        retireDamagedDatabase(db_, path_, context_.clock, context_.log, sqlite3_errstr(damage));
+    return result;
+}
+
+void ClipboardStore::tombstoneLocked(std::string_view condition, double now) {
+    db_.exec(
+        "INSERT OR REPLACE INTO sync_tombstones(key, kind, at)\nSELECT rid, 'item', " +
+        sql::number(now) + " FROM items WHERE rid IS NOT NULL AND (" + std::string(condition) +
+        ")");
+}
+
+void ClipboardStore::trimLocked(double now) {
+    std::string limit = std::to_string(ClipPrefs(context_.defaults).clipboardLimit());
+    tombstoneLocked(
+        "pinned = 0 AND id IN (SELECT id FROM items WHERE pinned = 0 ORDER BY created DESC "
+        "LIMIT -1 OFFSET " +
+            limit + ")",
+        now);
+    db_.exec(
+        "DELETE FROM items WHERE pinned = 0 AND id IN (\n"
+        "    SELECT id FROM items WHERE pinned = 0 ORDER BY created DESC LIMIT -1 OFFSET " +
+        limit + "\n);");
+    expireLocked(now);
+}
+
+void ClipboardStore::expireLocked(double now) {
+    double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
+    std::string condition =
+        "NOT " + std::string(kKeptByUser) + " AND created < " + sql::number(cutoff);
+    tombstoneLocked(condition, now);
+    db_.exec("DELETE FROM items WHERE " + condition);
+}
+
+}  // namespace zettly

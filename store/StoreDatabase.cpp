@@ -1,0 +1,82 @@
+#include "store/StoreDatabase.h"
+
+#include <sys/stat.h>
+
+#include "platform/Clock.h"
+#include "platform/Log.h"
+#include "store/Files.h"
+
+namespace zettly {
+
+namespace fs = std::filesystem;
+
+bool isDamaged(int resultCode) {
+    int primary = resultCode & 0xff;
+    return primary == SQLITE_NOTADB || primary == SQLITE_CORRUPT;
+}
+
+namespace {
+
+bool openPrivate(sql::Database& db, const fs::path& path) {
+    files::ensurePrivateFile(path);
+    ::chmod(path.c_str(), 0600);  // an older file made with wider permissions
+    return db.open(path);
+}
+
+// Reading the schema touches the header and the first page; that is where a
+// file that is not a database, or one overwritten with garbage, shows.
+int probe(sql::Database& db) {
+    return sqlite3_exec(db.handle(), "SELECT count(*) FROM sqlite_master", nullptr, nullptr,
+                        nullptr);
+}
+
+}  // namespace
+
+void retireDamagedDatabase(sql::Database& db, const fs::path& path, const Clock& clock, Log& log,
+                           std::string_view reason) {
+    db.close();
+    auto aside = files::moveAside(path, clock.now());
+    // The journal of a damaged file must not be replayed into the new one.
+    std::error_code ec;
+    fs::path journal = path;
+    journal += "-journal";
+    if (aside) {
+        fs::path journalAside = *aside;
+        journalAside += "-journal";
+        fs::rename(journal, journalAside, ec);
+    }
+    log.line("[Zettly] " + path.filename().string() + " is damaged (" + std::string(reason) +
+             "); " +
+             (aside ? "moved aside to " + aside->string() + " and started a new one"
+                    : std::string("could not move it aside")));
+}
+
+bool openStoreDatabase(sql::Database& db, const fs::path& path, const Clock& clock, Log& log) {
+    if (!openPrivate(db, path)) return false;
+    db.setBusyTimeout(150);
+    if (int rc = probe(db); isDamaged(rc)) {
+        retireDamagedDatabase(db, path, clock, log, sqlite3_errstr(rc));
+        if (!openPrivate(db, path)) return false;
+        db.setBusyTimeout(150);
+        if (probe(db) != SQLITE_OK) {
+            db.close();
+            return false;
+        }
+    }
+    db.exec("PRAGMA secure_delete = ON;");
+    db.exec("PRAGMA journal_mode=DELETE;");
+    return true;
+}
+
+void ensureColumn(sql::Database& db, std::string_view table, std::string_view column,
+                  std::string_view decl) {
+    sql::Statement info = db.prepare("PRAGMA table_info(" + std::string(table) + ")");
+    if (!info) return;
+    while (info.step() == SQLITE_ROW)
+        if (info.text(1) == column) return;
+    info = {};
+    db.exec("ALTER TABLE " + std::string(table) + " ADD COLUMN " + std::string(column) + " " +
+            std::string(decl));
+}
+
+}  // namespace zettly

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace zettly::unicode {
+
+// True for every code point with the Unicode White_Space property, which
+// covers blanks, tabs and all line breaks (LF, CR, NEL, U+2028, U+2029).
+bool isWhitespaceOrNewline(char32_t c);
+
+// The text without white space and line breaks at both ends.
+std::string_view trimmed(std::string_view utf8);
+
+// The first `count` user-perceived characters (grapheme clusters), so that a
+// cut never splits an accented letter or an emoji sequence.
+std::string prefixCharacters(std::string_view utf8, std::size_t count);
+
+// Every character is numeric (any Unicode numeric type, not only ASCII
+// digits) or one of blank, "-", "+". Marks that combine with the preceding
+// character belong to it. An empty text is not numeric.
+bool isNumericText(std::string_view utf8);
+
+// Full Unicode lower-casing without a locale ("Straße" stays "straße",
+// "ÉCOLE" becomes "école").
+std::string lowercased(std::string_view utf8);
+
+// Replaces every line feed with a blank.
+std::string lineFeedsToBlanks(std::string_view text);
+
+}  // namespace zettly::unicode
