@@ -1,9 +1,9 @@
 #include "store/AppGroup.h"
 
+#include <cstdlib>
+
 #include <pwd.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 #include "platform/Clock.h"
 #include "platform/Log.h"
@@ -18,13 +18,16 @@ namespace fs = std::filesystem;
 std::optional<fs::path> xdgDirectory(const char* variable, std::string_view fallbackBelowHome) {
     if (const char* value = std::getenv(variable); value && *value) {
         fs::path p(value);
-        if (p.is_absolute()) return p;
+        if (p.is_absolute())
+            return p;
     }
     const char* home = std::getenv("HOME");
     if (!home || !*home) {
-        if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir) home = pw->pw_dir;
+        if (const passwd* pw = ::getpwuid(::getuid()); pw && pw->pw_dir)
+            home = pw->pw_dir;
     }
-    if (!home || !*home) return std::nullopt;
+    if (!home || !*home)
+        return std::nullopt;
     return fs::path(home) / fallbackBelowHome;
 }
 
@@ -41,10 +44,12 @@ Defaults& defaults() {
 
 std::optional<fs::path> containerURL() {
     auto data = xdgDirectory("XDG_DATA_HOME", ".local/share");
-    if (!data) return std::nullopt;
+    if (!data)
+        return std::nullopt;
     fs::path dir = *data / "Zettly";
     std::error_code ec;
-    if (!files::createPrivateDirectories(dir, ec)) return std::nullopt;
+    if (!files::createPrivateDirectories(dir, ec))
+        return std::nullopt;
     return dir;
 }
 

@@ -10,14 +10,17 @@ namespace zettly {
 
 namespace {
 
-bool isCategoryKey(const std::string& key) { return key.starts_with(ChipOrder::categoryPrefix); }
+bool isCategoryKey(const std::string& key) {
+    return key.starts_with(ChipOrder::categoryPrefix);
+}
 
 }  // namespace
 
 std::vector<std::string> ChipOrder::defaultOrder(
     const std::vector<ClipboardStore::Category>& categories) {
     std::vector<std::string> order{"all", "pinned"};
-    for (const auto& category : categories) order.push_back(std::string(categoryPrefix) + category.id);
+    for (const auto& category : categories)
+        order.push_back(std::string(categoryPrefix) + category.id);
     order.insert(order.end(), {"text", "links", "images"});
     return order;
 }
@@ -25,16 +28,19 @@ std::vector<std::string> ChipOrder::defaultOrder(
 std::vector<std::string> ChipOrder::merge(const std::vector<std::string>& stored,
                                           const std::vector<ClipboardStore::Category>& categories) {
     std::vector<std::string> defaults = defaultOrder(categories);
-    if (stored.empty()) return defaults;
+    if (stored.empty())
+        return defaults;
 
     std::unordered_set<std::string> known(defaults.begin(), defaults.end());
     std::unordered_set<std::string> taken;
     std::vector<std::string> order;
     for (const std::string& key : stored)
-        if (known.contains(key) && taken.insert(key).second) order.push_back(key);
+        if (known.contains(key) && taken.insert(key).second)
+            order.push_back(key);
 
     for (const std::string& key : defaults) {
-        if (taken.contains(key)) continue;
+        if (taken.contains(key))
+            continue;
         taken.insert(key);
         if (!isCategoryKey(key)) {
             order.push_back(key);
@@ -55,18 +61,22 @@ std::vector<std::string> ChipOrder::merge(const std::vector<std::string>& stored
 
 std::vector<std::string> ChipOrder::current(
     const std::vector<ClipboardStore::Category>& categories) const {
-    return merge(defaults_.stringArray(prefkey::clipboardChipOrder).value_or(std::vector<std::string>{}),
-                 categories);
+    return merge(
+        defaults_.stringArray(prefkey::clipboardChipOrder).value_or(std::vector<std::string>{}),
+        categories);
 }
 
 void ChipOrder::save(const std::vector<std::string>& order) {
     store_.saveChipOrder(order);
     std::vector<std::string> wanted;
     for (const std::string& key : order)
-        if (isCategoryKey(key)) wanted.push_back(key.substr(categoryPrefix.size()));
+        if (isCategoryKey(key))
+            wanted.push_back(key.substr(categoryPrefix.size()));
     std::vector<std::string> stored;
-    for (const auto& category : store_.categories()) stored.push_back(category.id);
-    if (wanted != stored) store_.reorderCategories(wanted);
+    for (const auto& category : store_.categories())
+        stored.push_back(category.id);
+    if (wanted != stored)
+        store_.reorderCategories(wanted);
 }
 
 }  // namespace zettly

@@ -8,7 +8,8 @@
 namespace zettly {
 
 HotKeyCombo ClipPrefs::hotKey() const {
-    if (!defaults_.contains(prefkey::hotKeyCode)) return HotKeyCombo{};
+    if (!defaults_.contains(prefkey::hotKeyCode))
+        return HotKeyCombo{};
     return HotKeyCombo{static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyCode)),
                        static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyMods))};
 }
@@ -20,7 +21,7 @@ void ClipPrefs::setHotKey(HotKeyCombo combo) {
 
 ClipPrefs::PopupPosition ClipPrefs::popupPosition() const {
     return defaults_.string(prefkey::popupPosition) == "center" ? PopupPosition::center
-                                                                 : PopupPosition::cursor;
+                                                                : PopupPosition::cursor;
 }
 
 void ClipPrefs::setPopupPosition(PopupPosition position) {
@@ -62,7 +63,9 @@ std::int64_t ClipPrefs::clipboardRetentionMinutes() const {
     return minutes < 1 ? defaultRetentionMinutes : minutes;
 }
 
-bool ClipPrefs::clearOnQuit() const { return defaults_.boolValue(prefkey::clearOnQuit); }
+bool ClipPrefs::clearOnQuit() const {
+    return defaults_.boolValue(prefkey::clearOnQuit);
+}
 
 bool ClipPrefs::pasteAutomatically() const {
     return defaults_.boolValue(prefkey::pasteAutomatically);

@@ -38,6 +38,13 @@ constexpr const char* kSyncSchema =
     "    at REAL NOT NULL\n"
     ");";
 
+// Trimming looks for the newest unpinned rows on every new copy; with this
+// index (pinned is in it so that SQLite sees it covers the walk) that walk
+// reads the index alone instead of every row of the history.
+constexpr const char* kTrimIndex =
+    "CREATE INDEX IF NOT EXISTS idx_items_unpinned ON items(created DESC, id, pinned) WHERE pinned "
+    "= 0;";
+
 }  // namespace
 
 ClipboardStore::ClipboardStore(StoreContext context) : context_(std::move(context)) {}
@@ -49,17 +56,21 @@ ClipboardStore& ClipboardStore::shared() {
 
 std::optional<fs::path> ClipboardStore::databasePath() const {
     auto container = context_.container();
-    if (!container) return std::nullopt;
+    if (!container)
+        return std::nullopt;
     return *container / "Library" / "clipboard.sqlite";
 }
 
 bool ClipboardStore::ensureOpenLocked() {
-    if (db_.valid()) return true;
+    if (db_.valid())
+        return true;
     auto path = databasePath();
-    if (!path) return false;
+    if (!path)
+        return false;
     std::error_code ignored;
     files::createPrivateDirectories(path->parent_path(), ignored);
-    if (!openStoreDatabase(db_, *path, context_.clock, context_.log)) return false;
+    if (!openStoreDatabase(db_, *path, context_.clock, context_.log))
+        return false;
     path_ = *path;
 
     db_.exec(kSchema);
@@ -78,6 +89,7 @@ bool ClipboardStore::ensureOpenLocked() {
         "UPDATE items SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
         "category IS NOT NULL OR label IS NOT NULL)");
     db_.exec(kSyncSchema);
+    db_.exec(kTrimIndex);
     return true;
 }
 
@@ -86,7 +98,8 @@ std::optional<ClipboardStore::Bytes> ClipboardStore::syncKey() const {
 }
 
 void ClipboardStore::notifyLocalChange() {
-    if (didChangeLocally) didChangeLocally();
+    if (didChangeLocally)
+        didChangeLocally();
 }
 
 }  // namespace zettly

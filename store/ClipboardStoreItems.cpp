@@ -21,7 +21,8 @@ bool fitsInt32(std::int64_t v) {
 std::string join(const std::vector<std::string>& parts, std::string_view separator) {
     std::string out;
     for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) out += separator;
+        if (i > 0)
+            out += separator;
         out += parts[i];
     }
     return out;
@@ -50,44 +51,56 @@ void ClipboardStore::editLocked(Edit&& edit) {
     {
         std::lock_guard lock(mutex_);
         open = ensureOpenLocked();
-        if (open) edit(context_.clock.now());
+        if (open)
+            edit(context_.clock.now());
     }
-    if (open) notifyLocalChange();
+    if (open)
+        notifyLocalChange();
 }
 
 std::vector<ClipboardStore::Item> ClipboardStore::fetch(
     std::int64_t limit, std::int64_t offset, const std::optional<std::vector<std::string>>& types,
     bool pinnedOnly, const CategoryFilter& category, bool byRecencyOnly) {
-    if (!fitsInt32(limit) || !fitsInt32(offset)) return {};
+    if (!fitsInt32(limit) || !fitsInt32(offset))
+        return {};
     std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked()) return {};
+    if (!ensureOpenLocked())
+        return {};
 
     std::vector<std::string> conditions{liveSQL(context_.clock.now())};
     if (types && !types->empty()) {
         std::vector<std::string> quoted;
-        for (const std::string& type : *types) quoted.push_back(sql::quote(type));
+        for (const std::string& type : *types)
+            quoted.push_back(sql::quote(type));
         conditions.push_back("type IN (" + join(quoted, ",") + ")");
     }
-    if (pinnedOnly) conditions.push_back("pinned = 1");
+    if (pinnedOnly)
+        conditions.push_back("pinned = 1");
     if (category.kind() == CategoryFilter::Kind::uncategorized)
         conditions.push_back("category IS NULL");
-    if (category.kind() == CategoryFilter::Kind::only) conditions.push_back("category = ?");
+    if (category.kind() == CategoryFilter::Kind::only)
+        conditions.push_back("category = ?");
 
-    std::string query = "SELECT id, text, type, created, pinned, category, label FROM items WHERE " +
-                        join(conditions, " AND ");
-    query += byRecencyOnly
-                 ? " ORDER BY created DESC LIMIT ? OFFSET ?"
-                 : " ORDER BY (pinned = 1 AND category IS NULL) DESC, created DESC LIMIT ? OFFSET ?";
+    std::string query =
+        "SELECT id, text, type, created, pinned, category, label FROM items WHERE " +
+        join(conditions, " AND ");
+    query +=
+        byRecencyOnly
+            ? " ORDER BY created DESC LIMIT ? OFFSET ?"
+            : " ORDER BY (pinned = 1 AND category IS NULL) DESC, created DESC LIMIT ? OFFSET ?";
     sql::Statement st = db_.prepare(query);
-    if (!st) return {};
+    if (!st)
+        return {};
     int next = 1;
-    if (category.kind() == CategoryFilter::Kind::only) st.bind(next++, category.id());
+    if (category.kind() == CategoryFilter::Kind::only)
+        st.bind(next++, category.id());
     st.bind(next++, limit);
     st.bind(next, offset);
 
     std::vector<Item> items;
     while (st.step() == SQLITE_ROW) {
-        if (st.isNull(0) || st.isNull(1) || st.isNull(2)) continue;
+        if (st.isNull(0) || st.isNull(1) || st.isNull(2))
+            continue;
         items.push_back(Item{st.text(0), st.text(1), st.text(2), st.real(3), st.int64(4) != 0,
                              st.optionalText(5), st.optionalText(6)});
     }
@@ -127,7 +140,8 @@ void ClipboardStore::setLabel(const std::string& id, const std::optional<std::st
     std::optional<std::string> prepared;
     if (label) {
         std::string name = prepareName(*label, maxLabelCharacters);
-        if (!name.empty()) prepared = std::move(name);
+        if (!name.empty())
+            prepared = std::move(name);
     }
     editLocked([&](double now) {
         runLocked("UPDATE items SET label = ?, " + metaTouchSQL(now) + " WHERE id = ?", prepared,
@@ -139,9 +153,9 @@ void ClipboardStore::setCategory(const std::string& id,
                                  const std::optional<std::string>& category) {
     // Filing a row pins it; taking the category away leaves it pinned too.
     editLocked([&](double now) {
-        runLocked("UPDATE items SET category = ?, pinned = 1, " + metaTouchSQL(now) +
-                      " WHERE id = ?",
-                  category, id);
+        runLocked(
+            "UPDATE items SET category = ?, pinned = 1, " + metaTouchSQL(now) + " WHERE id = ?",
+            category, id);
     });
 }
 
@@ -157,7 +171,8 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         sql::Statement current = db_.prepare("SELECT text FROM items WHERE id = ?");
         current.bind(1, id);
-        if (current.step() != SQLITE_ROW) return;
+        if (current.step() != SQLITE_ROW)
+            return;
         if (current.text(0) == text) {
             stored = true;  // nothing changed, so no record to retire
             return;
@@ -168,10 +183,11 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
         // fails (the text is already in the history) no tombstone is left
         // behind to delete the untouched row on other devices.
         tombstoneLocked("id = " + sql::quote(id), now);
-        stored = runLocked("UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
-                           "modified = " +
-                               sql::number(now) + ", dirty = 1 WHERE id = ?",
-                           text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
+        stored = runLocked(
+                     "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
+                     "modified = " +
+                         sql::number(now) + ", dirty = 1 WHERE id = ?",
+                     text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
                  tx.commit();
     });
     return stored;
@@ -179,11 +195,13 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
 
 std::vector<ClipboardStore::Category> ClipboardStore::categories() {
     std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked()) return {};
+    if (!ensureOpenLocked())
+        return {};
     sql::Statement st = db_.prepare("SELECT id, name FROM categories ORDER BY sort, created");
     std::vector<Category> out;
     while (st.step() == SQLITE_ROW) {
-        if (st.isNull(0) || st.isNull(1)) continue;
+        if (st.isNull(0) || st.isNull(1))
+            continue;
         out.push_back(Category{st.text(0), st.text(1)});
     }
     return out;
@@ -197,7 +215,8 @@ std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::stri
         if (ensureOpenLocked()) {
             double now = context_.clock.now();
             std::string wanted = unicode::lowercased(prepared);
-            sql::Statement list = db_.prepare("SELECT id, name FROM categories ORDER BY sort, created");
+            sql::Statement list =
+                db_.prepare("SELECT id, name FROM categories ORDER BY sort, created");
             while (!result && list.step() == SQLITE_ROW)
                 if (!list.isNull(0) && unicode::lowercased(list.text(1)) == wanted)
                     result = Category{list.text(0), list.text(1)};
@@ -205,7 +224,8 @@ std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::stri
             if (!result) {
                 double sort = 1.0;
                 sql::Statement max = db_.prepare("SELECT COALESCE(MAX(sort), 0) FROM categories");
-                if (max.step() == SQLITE_ROW) sort = max.real(0) + 1.0;
+                if (max.step() == SQLITE_ROW)
+                    sort = max.real(0) + 1.0;
                 max = {};
                 Category made{crypto::newUUID(), prepared};
                 if (runLocked("INSERT INTO categories(id, name, sort, created, modified, dirty) "
@@ -221,7 +241,8 @@ std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::stri
 
 void ClipboardStore::renameCategory(const std::string& id, std::string_view name) {
     std::string prepared = prepareName(name, maxCategoryNameCharacters);
-    if (prepared.empty()) return;
+    if (prepared.empty())
+        return;
     editLocked([&](double now) {
         runLocked("UPDATE categories SET name = ?, modified = " + sql::number(now) +
                       ", dirty = 1 WHERE id = ?",
@@ -248,21 +269,24 @@ void ClipboardStore::reorderCategories(const std::vector<std::string>& ids) {
     editLocked([&](double now) {
         // One transaction: a single journal write instead of one per row.
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
-        std::string update =
-            "UPDATE categories SET sort = ?, modified = " + sql::number(now) + ", dirty = 1 WHERE id = ?";
+        std::string update = "UPDATE categories SET sort = ?, modified = " + sql::number(now) +
+                             ", dirty = 1 WHERE id = ?";
         double sort = 1;
-        for (const std::string& id : ids) runLocked(update, sort++, id);
+        for (const std::string& id : ids)
+            runLocked(update, sort++, id);
         tx.commit();
     });
 }
 
 std::map<std::string, std::int64_t> ClipboardStore::categoryCounts() {
     std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked()) return {};
+    if (!ensureOpenLocked())
+        return {};
     sql::Statement st = db_.prepare(
         "SELECT category, COUNT(*) FROM items WHERE category IS NOT NULL GROUP BY category");
     std::map<std::string, std::int64_t> counts;
-    while (st.step() == SQLITE_ROW) counts[st.text(0)] = st.int64(1);
+    while (st.step() == SQLITE_ROW)
+        counts[st.text(0)] = st.int64(1);
     return counts;
 }
 

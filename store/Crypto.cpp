@@ -1,11 +1,11 @@
 #include "store/Crypto.h"
 
-#include <openssl/evp.h>
-#include <openssl/hmac.h>
-#include <openssl/rand.h>
-#include <openssl/sha.h>
-
+#include <algorithm>
+#include <memory>
 #include <stdexcept>
+
+#include <openssl/evp.h>
+#include <openssl/rand.h>
 
 namespace zettly::crypto {
 
@@ -24,18 +24,63 @@ std::string hex(std::span<const std::uint8_t> bytes) {
     return out;
 }
 
+namespace {
+
+// OpenSSL 3 looks an algorithm up by name on every one-shot call, which
+// costs more than hashing a clipboard text; capture hashes every copy, so
+// the algorithm is fetched once and each thread keeps its own context.
+class Sha256 {
+public:
+    Sha256() : ctx_(EVP_MD_CTX_new(), EVP_MD_CTX_free) {
+        static EVP_MD* md = EVP_MD_fetch(nullptr, "SHA256", nullptr);
+        md_ = md;
+        if (!md_ || !ctx_ || EVP_DigestInit_ex2(ctx_.get(), md_, nullptr) != 1)
+            throw std::runtime_error("SHA-256 is not available");
+    }
+    Sha256& update(const void* data, std::size_t size) {
+        EVP_DigestUpdate(ctx_.get(), data, size);
+        return *this;
+    }
+    std::array<std::uint8_t, 32> finish() {
+        std::array<std::uint8_t, 32> out{};
+        EVP_DigestFinal_ex(ctx_.get(), out.data(), nullptr);
+        EVP_DigestInit_ex2(ctx_.get(), md_, nullptr);  // ready for the next use
+        return out;
+    }
+
+private:
+    const EVP_MD* md_ = nullptr;
+    std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> ctx_;
+};
+
+Sha256& threadSha256() {
+    thread_local Sha256 sha;
+    return sha;
+}
+
+}  // namespace
+
 std::string sha256Hex(std::string_view text) {
-    std::array<std::uint8_t, SHA256_DIGEST_LENGTH> digest{};
-    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
-    return hex(digest);
+    return hex(threadSha256().update(text.data(), text.size()).finish());
 }
 
 std::array<std::uint8_t, 32> hmacSha256(std::span<const std::uint8_t> key, std::string_view data) {
-    std::array<std::uint8_t, 32> out{};
-    unsigned int length = 0;
-    HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
-         reinterpret_cast<const unsigned char*>(data.data()), data.size(), out.data(), &length);
-    return out;
+    constexpr std::size_t kBlock = 64;
+    Sha256& sha = threadSha256();
+    std::array<std::uint8_t, kBlock> block{};
+    if (key.size() > kBlock) {
+        auto digest = sha.update(key.data(), key.size()).finish();
+        std::copy(digest.begin(), digest.end(), block.begin());
+    } else {
+        std::copy(key.begin(), key.end(), block.begin());
+    }
+    std::array<std::uint8_t, kBlock> pad{};
+    for (std::size_t i = 0; i < kBlock; ++i)
+        pad[i] = block[i] ^ 0x36;
+    auto inner = sha.update(pad.data(), kBlock).update(data.data(), data.size()).finish();
+    for (std::size_t i = 0; i < kBlock; ++i)
+        pad[i] = block[i] ^ 0x5c;
+    return sha.update(pad.data(), kBlock).update(inner.data(), inner.size()).finish();
 }
 
 Bytes randomBytes(std::size_t count) {
@@ -55,7 +100,8 @@ std::string newUUID() {
     std::string out;
     out.reserve(36);
     for (std::size_t i = 0; i < 16; ++i) {
-        if (i == 4 || i == 6 || i == 8 || i == 10) out.push_back('-');
+        if (i == 4 || i == 6 || i == 8 || i == 10)
+            out.push_back('-');
         out.push_back(kUpper[b[i] >> 4]);
         out.push_back(kUpper[b[i] & 0x0f]);
     }
@@ -75,7 +121,8 @@ std::string base64Encode(std::span<const std::uint8_t> bytes) {
     }
     if (std::size_t rest = bytes.size() - i; rest > 0) {
         std::uint32_t n = bytes[i] << 16;
-        if (rest == 2) n |= bytes[i + 1] << 8;
+        if (rest == 2)
+            n |= bytes[i + 1] << 8;
         out.push_back(kBase64[(n >> 18) & 63]);
         out.push_back(kBase64[(n >> 12) & 63]);
         out.push_back(rest == 2 ? kBase64[(n >> 6) & 63] : '=');
@@ -86,11 +133,16 @@ std::string base64Encode(std::span<const std::uint8_t> bytes) {
 
 std::optional<Bytes> base64Decode(std::string_view text) {
     auto value = [](char c) -> int {
-        if (c >= 'A' && c <= 'Z') return c - 'A';
-        if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-        if (c >= '0' && c <= '9') return c - '0' + 52;
-        if (c == '+') return 62;
-        if (c == '/') return 63;
+        if (c >= 'A' && c <= 'Z')
+            return c - 'A';
+        if (c >= 'a' && c <= 'z')
+            return c - 'a' + 26;
+        if (c >= '0' && c <= '9')
+            return c - '0' + 52;
+        if (c == '+')
+            return 62;
+        if (c == '/')
+            return 63;
         return -1;
     };
     Bytes out;
@@ -100,14 +152,17 @@ std::optional<Bytes> base64Decode(std::string_view text) {
     int padding = 0;
     std::size_t symbols = 0;
     for (char c : text) {
-        if (c == ' ' || c == '\n' || c == '\r' || c == '\t') continue;
+        if (c == ' ' || c == '\n' || c == '\r' || c == '\t')
+            continue;
         ++symbols;
         if (c == '=') {
-            if (++padding > 2) return std::nullopt;
+            if (++padding > 2)
+                return std::nullopt;
             continue;
         }
         int v = value(c);
-        if (v < 0 || padding > 0) return std::nullopt;  // data after padding
+        if (v < 0 || padding > 0)
+            return std::nullopt;  // data after padding
         acc = (acc << 6) | static_cast<std::uint32_t>(v);
         bits += 6;
         if (bits >= 8) {
@@ -115,7 +170,8 @@ std::optional<Bytes> base64Decode(std::string_view text) {
             out.push_back(static_cast<std::uint8_t>((acc >> bits) & 0xff));
         }
     }
-    if (symbols % 4 != 0) return std::nullopt;
+    if (symbols % 4 != 0)
+        return std::nullopt;
     return out;
 }
 

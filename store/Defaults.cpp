@@ -1,13 +1,13 @@
 #include "store/Defaults.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <sstream>
+
+#include <sys/stat.h>
 
 #include "platform/Clock.h"
 #include "platform/Log.h"
@@ -26,14 +26,18 @@ std::optional<std::int64_t> parseInteger(const std::string& s) {
     errno = 0;
     char* end = nullptr;
     long long v = std::strtoll(s.c_str(), &end, 10);
-    if (end == s.c_str() || errno == ERANGE) return std::nullopt;
+    if (end == s.c_str() || errno == ERANGE)
+        return std::nullopt;
     return static_cast<std::int64_t>(v);
 }
 
 std::int64_t clampToInteger(double d) {
-    if (std::isnan(d)) return 0;
-    if (d >= 9.2233720368547758e18) return std::numeric_limits<std::int64_t>::max();
-    if (d <= -9.2233720368547758e18) return std::numeric_limits<std::int64_t>::min();
+    if (std::isnan(d))
+        return 0;
+    if (d >= 9.2233720368547758e18)
+        return std::numeric_limits<std::int64_t>::max();
+    if (d <= -9.2233720368547758e18)
+        return std::numeric_limits<std::int64_t>::min();
     return static_cast<std::int64_t>(d);
 }
 
@@ -46,10 +50,11 @@ void Defaults::refreshLocked() const {
     struct stat st {};
     std::optional<Stamp> current;
     if (::stat(file_.c_str(), &st) == 0)
-        current = Stamp{st.st_dev, st.st_ino, st.st_size,
-                        static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1'000'000'000 +
-                            st.st_mtim.tv_nsec};
-    if (loaded_ && current == stamp_) return;
+        current = Stamp{
+            st.st_dev, st.st_ino, st.st_size,
+            static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec};
+    if (loaded_ && current == stamp_)
+        return;
     stamp_ = current;
     loaded_ = true;
     if (!current) {
@@ -73,7 +78,8 @@ void Defaults::loadLocked() const {
         root_ = json::object();
         // When the rename failed the stamp stays, so the same damaged file is
         // not read (and reported) again on every access.
-        if (aside) stamp_.reset();
+        if (aside)
+            stamp_.reset();
         return;
     }
     root_ = std::move(parsed);
@@ -82,7 +88,8 @@ void Defaults::loadLocked() const {
 std::optional<json> Defaults::valueLocked(std::string_view key) const {
     refreshLocked();
     auto it = root_.find(key);
-    if (it == root_.end() || it->is_null()) return std::nullopt;
+    if (it == root_.end() || it->is_null())
+        return std::nullopt;
     return *it;
 }
 
@@ -94,9 +101,12 @@ bool Defaults::contains(std::string_view key) const {
 bool Defaults::boolValue(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v) return false;
-    if (v->is_boolean()) return v->get<bool>();
-    if (v->is_number()) return v->get<double>() != 0;
+    if (!v)
+        return false;
+    if (v->is_boolean())
+        return v->get<bool>();
+    if (v->is_number())
+        return v->get<double>() != 0;
     if (v->is_string()) {
         std::string s = v->get<std::string>();
         if (s == "YES" || s == "yes" || s == "true" || s == "TRUE" || s == "Y" || s == "y")
@@ -110,8 +120,10 @@ bool Defaults::boolValue(std::string_view key) const {
 std::int64_t Defaults::integer(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v) return 0;
-    if (v->is_boolean()) return v->get<bool>() ? 1 : 0;
+    if (!v)
+        return 0;
+    if (v->is_boolean())
+        return v->get<bool>() ? 1 : 0;
     if (v->is_number_integer()) {
         if (v->is_number_unsigned() &&
             v->get<std::uint64_t>() >
@@ -119,17 +131,22 @@ std::int64_t Defaults::integer(std::string_view key) const {
             return std::numeric_limits<std::int64_t>::max();
         return v->get<std::int64_t>();
     }
-    if (v->is_number_float()) return clampToInteger(v->get<double>());
-    if (v->is_string()) return parseInteger(v->get<std::string>()).value_or(0);
+    if (v->is_number_float())
+        return clampToInteger(v->get<double>());
+    if (v->is_string())
+        return parseInteger(v->get<std::string>()).value_or(0);
     return 0;
 }
 
 double Defaults::doubleValue(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v) return 0;
-    if (v->is_boolean()) return v->get<bool>() ? 1 : 0;
-    if (v->is_number()) return v->get<double>();
+    if (!v)
+        return 0;
+    if (v->is_boolean())
+        return v->get<bool>() ? 1 : 0;
+    if (v->is_number())
+        return v->get<double>();
     if (v->is_string()) {
         std::string s = v->get<std::string>();
         char* end = nullptr;
@@ -142,33 +159,39 @@ double Defaults::doubleValue(std::string_view key) const {
 std::optional<bool> Defaults::boolObject(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v || !v->is_boolean()) return std::nullopt;
+    if (!v || !v->is_boolean())
+        return std::nullopt;
     return v->get<bool>();
 }
 
 std::optional<double> Defaults::doubleObject(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v || !v->is_number()) return std::nullopt;
+    if (!v || !v->is_number())
+        return std::nullopt;
     return v->get<double>();
 }
 
 std::optional<std::string> Defaults::string(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v) return std::nullopt;
-    if (v->is_string()) return v->get<std::string>();
+    if (!v)
+        return std::nullopt;
+    if (v->is_string())
+        return v->get<std::string>();
     return std::nullopt;
 }
 
 std::optional<std::vector<std::string>> Defaults::stringArray(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v || !v->is_array()) return std::nullopt;
+    if (!v || !v->is_array())
+        return std::nullopt;
     std::vector<std::string> out;
     out.reserve(v->size());
     for (const json& element : *v) {
-        if (!element.is_string()) return std::nullopt;
+        if (!element.is_string())
+            return std::nullopt;
         out.push_back(element.get<std::string>());
     }
     return out;
@@ -177,17 +200,24 @@ std::optional<std::vector<std::string>> Defaults::stringArray(std::string_view k
 std::optional<Defaults::Bytes> Defaults::data(std::string_view key) const {
     std::lock_guard lock(mutex_);
     auto v = valueLocked(key);
-    if (!v || !v->is_object() || v->size() != 1) return std::nullopt;
+    if (!v || !v->is_object() || v->size() != 1)
+        return std::nullopt;
     auto it = v->find(kDataKey);
-    if (it == v->end() || !it->is_string()) return std::nullopt;
+    if (it == v->end() || !it->is_string())
+        return std::nullopt;
     return crypto::base64Decode(it->get<std::string>());
 }
 
-void Defaults::setBool(std::string_view key, bool value) { set(key, value); }
-void Defaults::setInteger(std::string_view key, std::int64_t value) { set(key, value); }
+void Defaults::setBool(std::string_view key, bool value) {
+    set(key, value);
+}
+void Defaults::setInteger(std::string_view key, std::int64_t value) {
+    set(key, value);
+}
 void Defaults::setDouble(std::string_view key, double value) {
     // JSON has no NaN or infinity; such a value is not stored at all.
-    if (!std::isfinite(value)) return;
+    if (!std::isfinite(value))
+        return;
     set(key, value);
 }
 void Defaults::setString(std::string_view key, std::string_view value) {
@@ -204,7 +234,8 @@ void Defaults::remove(std::string_view key) {
     std::lock_guard lock(mutex_);
     refreshLocked();
     auto it = root_.find(key);
-    if (it == root_.end()) return;
+    if (it == root_.end())
+        return;
     root_.erase(it);
     writeLocked();
 }
@@ -219,8 +250,7 @@ void Defaults::set(std::string_view key, json value) {
 void Defaults::writeLocked() {
     // A text that is not valid UTF-8 cannot be written as JSON; replace the
     // broken bytes rather than lose the whole file.
-    std::string text =
-        root_.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
+    std::string text = root_.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
     std::error_code ec;
     files::createPrivateDirectories(file_.parent_path(), ec);
     auto written = files::writeAtomically(file_, text, ec);

@@ -1,11 +1,11 @@
 #include "store/Files.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <string>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace zettly::files {
 
@@ -13,8 +13,10 @@ namespace fs = std::filesystem;
 
 bool createPrivateDirectories(const fs::path& dir, std::error_code& ec) {
     ec.clear();
-    if (dir.empty()) return true;
-    if (fs::is_directory(dir, ec)) return true;
+    if (dir.empty())
+        return true;
+    if (fs::is_directory(dir, ec))
+        return true;
     fs::path partial;
     for (const auto& part : dir) {
         partial /= part;
@@ -24,7 +26,8 @@ bool createPrivateDirectories(const fs::path& dir, std::error_code& ec) {
         }
     }
     if (!fs::is_directory(dir, ec)) {
-        if (!ec) ec = std::make_error_code(std::errc::not_a_directory);
+        if (!ec)
+            ec = std::make_error_code(std::errc::not_a_directory);
         return false;
     }
     return true;
@@ -32,13 +35,14 @@ bool createPrivateDirectories(const fs::path& dir, std::error_code& ec) {
 
 bool ensurePrivateFile(const fs::path& file) {
     int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-    if (fd < 0) return false;
+    if (fd < 0)
+        return false;
     ::close(fd);
     return true;
 }
 
-std::optional<struct stat> writeAtomically(const fs::path& file, const void* data,
-                                           std::size_t size, std::error_code& ec) {
+std::optional<struct stat> writeAtomically(const fs::path& file, const void* data, std::size_t size,
+                                           std::error_code& ec) {
     std::string pattern = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX"));
     int fd = ::mkostemp(pattern.data(), O_CLOEXEC);  // mode 0600
     if (fd < 0) {
@@ -56,16 +60,20 @@ std::optional<struct stat> writeAtomically(const fs::path& file, const void* dat
     while (left > 0) {
         ssize_t n = ::write(fd, p, left);
         if (n < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR)
+                continue;
             return fail(errno);
         }
         p += n;
         left -= static_cast<std::size_t>(n);
     }
-    if (::fsync(fd) != 0) return fail(errno);
+    if (::fsync(fd) != 0)
+        return fail(errno);
     struct stat st {};
-    if (::fstat(fd, &st) != 0) return fail(errno);
-    if (::rename(pattern.c_str(), file.c_str()) != 0) return fail(errno);
+    if (::fstat(fd, &st) != 0)
+        return fail(errno);
+    if (::rename(pattern.c_str(), file.c_str()) != 0)
+        return fail(errno);
     ::close(fd);
     ec.clear();
     return st;
@@ -76,7 +84,8 @@ std::optional<fs::path> moveAside(const fs::path& file, double now) {
     aside += ".corrupt-" + std::to_string(static_cast<std::int64_t>(now));
     std::error_code ec;
     fs::rename(file, aside, ec);
-    if (ec) return std::nullopt;
+    if (ec)
+        return std::nullopt;
     return aside;
 }
 

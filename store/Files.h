@@ -1,13 +1,13 @@
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <span>
 #include <string_view>
 #include <system_error>
+
+#include <sys/stat.h>
 
 namespace zettly::files {
 
@@ -26,8 +26,7 @@ bool ensurePrivateFile(const std::filesystem::path& file);
 std::optional<struct stat> writeAtomically(const std::filesystem::path& file, const void* data,
                                            std::size_t size, std::error_code& ec);
 inline std::optional<struct stat> writeAtomically(const std::filesystem::path& file,
-                                                  std::string_view contents,
-                                                  std::error_code& ec) {
+                                                  std::string_view contents, std::error_code& ec) {
     return writeAtomically(file, contents.data(), contents.size(), ec);
 }
 inline std::optional<struct stat> writeAtomically(const std::filesystem::path& file,

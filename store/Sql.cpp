@@ -9,14 +9,18 @@ namespace zettly::sql {
 
 // ---- Database ---------------------------------------------------------------
 
-Database::~Database() { close(); }
+Database::~Database() {
+    close();
+}
 
-Database::Database(Database&& other) noexcept : db_(std::exchange(other.db_, nullptr)) {}
+Database::Database(Database&& other) noexcept
+    : db_(std::exchange(other.db_, nullptr)), cache_(std::move(other.cache_)) {}
 
 Database& Database::operator=(Database&& other) noexcept {
     if (this != &other) {
         close();
         db_ = std::exchange(other.db_, nullptr);
+        cache_ = std::move(other.cache_);
     }
     return *this;
 }
@@ -36,6 +40,7 @@ bool Database::open(const std::filesystem::path& path) {
 }
 
 void Database::close() {
+    cache_.clear();  // finalized before the connection goes
     if (db_) {
         sqlite3_close_v2(db_);
         db_ = nullptr;
@@ -43,12 +48,14 @@ void Database::close() {
 }
 
 bool Database::exec(const std::string& sql) {
-    if (!db_) return false;
+    if (!db_)
+        return false;
     return sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 Statement Database::prepare(std::string_view sql) {
-    if (!db_ || sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) return {};
+    if (!db_ || sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        return {};
     sqlite3_stmt* stmt = nullptr;
     if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) !=
         SQLITE_OK) {
@@ -58,19 +65,45 @@ Statement Database::prepare(std::string_view sql) {
     return Statement(stmt);
 }
 
-int Database::changes() const { return db_ ? sqlite3_changes(db_) : 0; }
+CachedStatement Database::cached(const std::string& sql) {
+    // The few texts that are cached are fixed; the bound only guards
+    // against a caller that caches texts with values written into them.
+    constexpr std::size_t kMaxCached = 32;
+    auto it = cache_.find(sql);
+    if (it == cache_.end()) {
+        Statement statement = prepare(sql);
+        // A failed prepare is not kept: the next call tries again.
+        if (!statement)
+            return CachedStatement(&invalid_);
+        if (cache_.size() >= kMaxCached)
+            cache_.clear();
+        it = cache_.emplace(sql, std::make_unique<Statement>(std::move(statement))).first;
+    }
+    return CachedStatement(it->second.get());
+}
 
-int Database::errorCode() const { return db_ ? sqlite3_errcode(db_) : SQLITE_MISUSE; }
+int Database::changes() const {
+    return db_ ? sqlite3_changes(db_) : 0;
+}
 
-std::string Database::errorMessage() const { return db_ ? sqlite3_errmsg(db_) : "not open"; }
+int Database::errorCode() const {
+    return db_ ? sqlite3_errcode(db_) : SQLITE_MISUSE;
+}
+
+std::string Database::errorMessage() const {
+    return db_ ? sqlite3_errmsg(db_) : "not open";
+}
 
 void Database::setBusyTimeout(int milliseconds) {
-    if (db_) sqlite3_busy_timeout(db_, milliseconds);
+    if (db_)
+        sqlite3_busy_timeout(db_, milliseconds);
 }
 
 // ---- Statement --------------------------------------------------------------
 
-Statement::~Statement() { sqlite3_finalize(stmt_); }
+Statement::~Statement() {
+    sqlite3_finalize(stmt_);
+}
 
 Statement::Statement(Statement&& other) noexcept : stmt_(std::exchange(other.stmt_, nullptr)) {}
 
@@ -83,11 +116,13 @@ Statement& Statement::operator=(Statement&& other) noexcept {
 }
 
 void Statement::bind(int index, std::int64_t value) {
-    if (stmt_) sqlite3_bind_int64(stmt_, index, value);
+    if (stmt_)
+        sqlite3_bind_int64(stmt_, index, value);
 }
 
 void Statement::bind(int index, double value) {
-    if (stmt_) sqlite3_bind_double(stmt_, index, value);
+    if (stmt_)
+        sqlite3_bind_double(stmt_, index, value);
 }
 
 void Statement::bind(int index, std::string_view value) {
@@ -97,7 +132,8 @@ void Statement::bind(int index, std::string_view value) {
 }
 
 void Statement::bind(int index, std::span<const std::uint8_t> value) {
-    if (!stmt_) return;
+    if (!stmt_)
+        return;
     // A zero-length blob is still a blob, not NULL.
     if (value.empty())
         sqlite3_bind_zeroblob(stmt_, index, 0);
@@ -106,10 +142,13 @@ void Statement::bind(int index, std::span<const std::uint8_t> value) {
 }
 
 void Statement::bindNull(int index) {
-    if (stmt_) sqlite3_bind_null(stmt_, index);
+    if (stmt_)
+        sqlite3_bind_null(stmt_, index);
 }
 
-int Statement::step() { return stmt_ ? sqlite3_step(stmt_) : SQLITE_MISUSE; }
+int Statement::step() {
+    return stmt_ ? sqlite3_step(stmt_) : SQLITE_MISUSE;
+}
 
 void Statement::reset() {
     if (stmt_) {
@@ -126,46 +165,66 @@ std::int64_t Statement::int64(int column) const {
     return stmt_ ? sqlite3_column_int64(stmt_, column) : 0;
 }
 
-double Statement::real(int column) const { return stmt_ ? sqlite3_column_double(stmt_, column) : 0; }
+double Statement::real(int column) const {
+    return stmt_ ? sqlite3_column_double(stmt_, column) : 0;
+}
 
 std::string Statement::text(int column) const {
-    if (!stmt_) return {};
+    if (!stmt_)
+        return {};
     auto* data = reinterpret_cast<const char*>(sqlite3_column_text(stmt_, column));
-    if (!data) return {};
+    if (!data)
+        return {};
     return std::string(data, static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column)));
 }
 
 std::optional<std::string> Statement::optionalText(int column) const {
-    if (isNull(column)) return std::nullopt;
+    if (isNull(column))
+        return std::nullopt;
     return text(column);
 }
 
 std::optional<Bytes> Statement::blob(int column) const {
-    if (isNull(column)) return std::nullopt;
+    if (isNull(column))
+        return std::nullopt;
     auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(stmt_, column));
     auto size = static_cast<std::size_t>(sqlite3_column_bytes(stmt_, column));
-    if (!data) return Bytes{};
+    if (!data)
+        return Bytes{};
     return Bytes(data, data + size);
 }
 
 // ---- Transaction ------------------------------------------------------------
 
+namespace {
+// Transactions wrap every write, so their three statements stay prepared.
+bool runCached(Database& db, const std::string& sql) {
+    return db.cached(sql)->run();
+}
+}  // namespace
+
 Transaction::Transaction(Database& db, Mode mode) : db_(db) {
-    if (db_.exec(mode == Mode::immediate ? "BEGIN IMMEDIATE" : "BEGIN")) state_ = State::open;
+    if (runCached(db_, mode == Mode::immediate ? "BEGIN IMMEDIATE" : "BEGIN"))
+        state_ = State::open;
 }
 
-Transaction::~Transaction() { rollback(); }
+Transaction::~Transaction() {
+    rollback();
+}
 
 bool Transaction::commit() {
-    if (state_ != State::open) return false;
-    if (!db_.exec("COMMIT")) return false;  // still open: the destructor rolls back
+    if (state_ != State::open)
+        return false;
+    if (!runCached(db_, "COMMIT"))
+        return false;  // still open: the destructor rolls back
     state_ = State::finished;
     return true;
 }
 
 void Transaction::rollback() {
-    if (state_ != State::open) return;
-    db_.exec("ROLLBACK");
+    if (state_ != State::open)
+        return;
+    runCached(db_, "ROLLBACK");
     state_ = State::finished;
 }
 
@@ -176,7 +235,8 @@ std::string quote(std::string_view value) {
     out.reserve(value.size() + 2);
     out.push_back('\'');
     for (char c : value) {
-        if (c == '\'') out.push_back('\'');
+        if (c == '\'')
+            out.push_back('\'');
         out.push_back(c);
     }
     out.push_back('\'');
@@ -186,12 +246,14 @@ std::string quote(std::string_view value) {
 std::string number(double value) {
     // NaN and infinities have no SQL literal; they cannot come from a clock
     // and would only make a condition match nothing, which NULL does too.
-    if (!std::isfinite(value)) return "NULL";
+    if (!std::isfinite(value))
+        return "NULL";
     char buf[64];
     auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
     std::string out(buf, end);
     // Keep it a REAL literal ("1731670000.0"), as the value is a double.
-    if (out.find_first_of(".e") == std::string::npos) out += ".0";
+    if (out.find_first_of(".e") == std::string::npos)
+        out += ".0";
     return out;
 }
 

@@ -1,59 +1,23 @@
 #pragma once
 
-#include <sqlite3.h>
-
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
+
+#include <sqlite3.h>
 
 namespace zettly::sql {
 
 using Bytes = std::vector<std::uint8_t>;
 
 class Statement;
-
-// An owned sqlite3 connection. Closing happens in the destructor; a
-// Database that failed to open is simply not valid().
-//
-//   sql::Database db;
-//   if (!db.open(path)) return false;
-//   db.exec("PRAGMA journal_mode=DELETE;");
-//   sql::Statement st = db.prepare("SELECT text FROM items WHERE id = ?");
-//   st.bind(1, id);
-//   while (st.step() == SQLITE_ROW) use(st.text(0));
-class Database {
-public:
-    Database() = default;
-    ~Database();
-    Database(Database&& other) noexcept;
-    Database& operator=(Database&& other) noexcept;
-    Database(const Database&) = delete;
-    Database& operator=(const Database&) = delete;
-
-    // Read-write, create, serialised (full-mutex). On failure the half-open
-    // handle is closed and the object stays invalid.
-    bool open(const std::filesystem::path& path);
-    void close();
-    bool valid() const { return db_ != nullptr; }
-
-    // Runs one or more statements; true when all of them succeeded.
-    bool exec(const std::string& sql);
-    Statement prepare(std::string_view sql);
-
-    int changes() const;
-    int errorCode() const;
-    std::string errorMessage() const;
-    void setBusyTimeout(int milliseconds);
-
-    sqlite3* handle() const { return db_; }
-
-private:
-    sqlite3* db_ = nullptr;
-};
+class CachedStatement;
 
 // A prepared statement. An empty Statement (failed prepare) is not valid();
 // binding to it does nothing and step() answers SQLITE_MISUSE, so callers
@@ -108,6 +72,69 @@ private:
     friend class Database;
     explicit Statement(sqlite3_stmt* stmt) : stmt_(stmt) {}
     sqlite3_stmt* stmt_ = nullptr;
+};
+
+// An owned sqlite3 connection. Closing happens in the destructor; a
+// Database that failed to open is simply not valid().
+//
+//   sql::Database db;
+//   if (!db.open(path)) return false;
+//   db.exec("PRAGMA journal_mode=DELETE;");
+//   sql::Statement st = db.prepare("SELECT text FROM items WHERE id = ?");
+//   st.bind(1, id);
+//   while (st.step() == SQLITE_ROW) use(st.text(0));
+class Database {
+public:
+    Database() = default;
+    ~Database();
+    Database(Database&& other) noexcept;
+    Database& operator=(Database&& other) noexcept;
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    // Read-write, create, serialised (full-mutex). On failure the half-open
+    // handle is closed and the object stays invalid.
+    bool open(const std::filesystem::path& path);
+    void close();
+    bool valid() const { return db_ != nullptr; }
+
+    // Runs one or more statements; true when all of them succeeded.
+    bool exec(const std::string& sql);
+    Statement prepare(std::string_view sql);
+    // A statement kept prepared for the life of the connection, for texts
+    // that repeat on a hot path (every copy runs the same few statements;
+    // parsing them again would cost more than running them). It comes back
+    // reset and unbound when the handle goes away.
+    CachedStatement cached(const std::string& sql);
+
+    int changes() const;
+    int errorCode() const;
+    std::string errorMessage() const;
+    void setBusyTimeout(int milliseconds);
+
+    sqlite3* handle() const { return db_; }
+
+private:
+    sqlite3* db_ = nullptr;
+    std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
+    Statement invalid_;
+};
+
+class CachedStatement {
+public:
+    explicit CachedStatement(Statement* statement) : statement_(statement) {}
+    ~CachedStatement() {
+        if (statement_)
+            statement_->reset();
+    }
+    CachedStatement(const CachedStatement&) = delete;
+    CachedStatement& operator=(const CachedStatement&) = delete;
+
+    Statement& operator*() const { return *statement_; }
+    Statement* operator->() const { return statement_; }
+
+private:
+    Statement* statement_;
 };
 
 // BEGIN on construction, ROLLBACK on destruction unless commit() succeeded.

@@ -52,11 +52,13 @@ void retireDamagedDatabase(sql::Database& db, const fs::path& path, const Clock&
 }
 
 bool openStoreDatabase(sql::Database& db, const fs::path& path, const Clock& clock, Log& log) {
-    if (!openPrivate(db, path)) return false;
+    if (!openPrivate(db, path))
+        return false;
     db.setBusyTimeout(150);
     if (int rc = probe(db); isDamaged(rc)) {
         retireDamagedDatabase(db, path, clock, log, sqlite3_errstr(rc));
-        if (!openPrivate(db, path)) return false;
+        if (!openPrivate(db, path))
+            return false;
         db.setBusyTimeout(150);
         if (probe(db) != SQLITE_OK) {
             db.close();
@@ -71,9 +73,11 @@ bool openStoreDatabase(sql::Database& db, const fs::path& path, const Clock& clo
 void ensureColumn(sql::Database& db, std::string_view table, std::string_view column,
                   std::string_view decl) {
     sql::Statement info = db.prepare("PRAGMA table_info(" + std::string(table) + ")");
-    if (!info) return;
+    if (!info)
+        return;
     while (info.step() == SQLITE_ROW)
-        if (info.text(1) == column) return;
+        if (info.text(1) == column)
+            return;
     info = {};
     db.exec("ALTER TABLE " + std::string(table) + " ADD COLUMN " + std::string(column) + " " +
             std::string(decl));

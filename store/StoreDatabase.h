@@ -23,8 +23,8 @@ bool openStoreDatabase(sql::Database& db, const std::filesystem::path& path, con
 
 // Moves a database that turned out to be damaged while in use aside (see
 // above) and closes the connection, so that the next open starts afresh.
-void retireDamagedDatabase(sql::Database& db, const std::filesystem::path& path,
-                           const Clock& clock, Log& log, std::string_view reason);
+void retireDamagedDatabase(sql::Database& db, const std::filesystem::path& path, const Clock& clock,
+                           Log& log, std::string_view reason);
 
 // True for the result codes that mean the file itself is damaged.
 bool isDamaged(int resultCode);

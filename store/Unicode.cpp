@@ -1,12 +1,12 @@
 #include "store/Unicode.h"
 
+#include <memory>
+
 #include <unicode/ubrk.h>
 #include <unicode/ucasemap.h>
 #include <unicode/uchar.h>
 #include <unicode/utext.h>
 #include <unicode/utf8.h>
-
-#include <memory>
 
 namespace zettly::unicode {
 
@@ -38,19 +38,23 @@ bool extendsPrevious(char32_t c) {
 
 }  // namespace
 
-bool isWhitespaceOrNewline(char32_t c) { return u_isUWhiteSpace(static_cast<UChar32>(c)); }
+bool isWhitespaceOrNewline(char32_t c) {
+    return u_isUWhiteSpace(static_cast<UChar32>(c));
+}
 
 std::string_view trimmed(std::string_view s) {
     std::size_t begin = 0;
     while (begin < s.size()) {
         std::size_t at = begin;
-        if (!isWhitespaceOrNewline(next(s, at))) break;
+        if (!isWhitespaceOrNewline(next(s, at)))
+            break;
         begin = at;
     }
     std::size_t end = s.size();
     while (end > begin) {
         std::size_t at = end;
-        if (!isWhitespaceOrNewline(previous(s, at))) break;
+        if (!isWhitespaceOrNewline(previous(s, at)))
+            break;
         end = at;
     }
     return s.substr(begin, end - begin);
@@ -62,13 +66,15 @@ std::string prefixCharacters(std::string_view s, std::size_t count) {
         utext_openUTF8(nullptr, s.data(), static_cast<int64_t>(s.size()), &status), utext_close);
     std::unique_ptr<UBreakIterator, decltype(&ubrk_close)> breaks(
         ubrk_open(UBRK_CHARACTER, "", nullptr, 0, &status), ubrk_close);
-    if (U_FAILURE(status)) return std::string(s.substr(0, count));  // cannot happen with ICU data
+    if (U_FAILURE(status))
+        return std::string(s.substr(0, count));  // cannot happen with ICU data
     ubrk_setUText(breaks.get(), text.get(), &status);
     std::size_t seen = 0;
     int32_t boundary = ubrk_first(breaks.get());
     while (seen < count) {
         int32_t nextBoundary = ubrk_next(breaks.get());
-        if (nextBoundary == UBRK_DONE) return std::string(s);
+        if (nextBoundary == UBRK_DONE)
+            return std::string(s);
         boundary = nextBoundary;
         ++seen;
     }
@@ -77,7 +83,8 @@ std::string prefixCharacters(std::string_view s, std::size_t count) {
 }
 
 bool isNumericText(std::string_view s) {
-    if (s.empty()) return false;
+    if (s.empty())
+        return false;
     std::size_t i = 0;
     bool first = true;
     while (i < s.size()) {
@@ -86,7 +93,8 @@ bool isNumericText(std::string_view s) {
             first = false;
             continue;
         }
-        if (!first && extendsPrevious(c)) continue;
+        if (!first && extendsPrevious(c))
+            continue;
         if (u_getIntPropertyValue(static_cast<UChar32>(c), UCHAR_NUMERIC_TYPE) == U_NT_NONE)
             return false;
         first = false;
@@ -98,18 +106,20 @@ std::string lowercased(std::string_view s) {
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<UCaseMap, decltype(&ucasemap_close)> map(ucasemap_open("", 0, &status),
                                                              ucasemap_close);
-    if (U_FAILURE(status)) return std::string(s);
+    if (U_FAILURE(status))
+        return std::string(s);
     std::string out(s.size() + 16, '\0');
     for (int attempt = 0; attempt < 2; ++attempt) {
         status = U_ZERO_ERROR;
         int32_t length =
-            ucasemap_utf8ToLower(map.get(), out.data(), static_cast<int32_t>(out.size()),
-                                 s.data(), static_cast<int32_t>(s.size()), &status);
+            ucasemap_utf8ToLower(map.get(), out.data(), static_cast<int32_t>(out.size()), s.data(),
+                                 static_cast<int32_t>(s.size()), &status);
         if (status == U_BUFFER_OVERFLOW_ERROR) {
             out.assign(static_cast<std::size_t>(length), '\0');
             continue;
         }
-        if (U_FAILURE(status)) return std::string(s);
+        if (U_FAILURE(status))
+            return std::string(s);
         out.resize(static_cast<std::size_t>(length));
         return out;
     }
@@ -119,7 +129,8 @@ std::string lowercased(std::string_view s) {
 std::string lineFeedsToBlanks(std::string_view text) {
     std::string out(text);
     for (char& c : out)
-        if (c == '\n') c = ' ';
+        if (c == '\n')
+            c = ' ';
     return out;
 }
 

@@ -26,7 +26,8 @@ struct StoreEnvironment {
     StoreContext context() {
         return StoreContext{defaults,
                             [this]() -> std::optional<std::filesystem::path> {
-                                if (!containerAvailable) return std::nullopt;
+                                if (!containerAvailable)
+                                    return std::nullopt;
                                 std::filesystem::create_directories(container);
                                 return container;
                             },

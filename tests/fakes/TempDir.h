@@ -13,7 +13,8 @@ class TempDir {
 public:
     TempDir() {
         std::string pattern = (std::filesystem::temp_directory_path() / "zettly-test-XXXXXX");
-        if (::mkdtemp(pattern.data())) path_ = pattern;
+        if (::mkdtemp(pattern.data()))
+            path_ = pattern;
     }
     ~TempDir() {
         std::error_code ec;

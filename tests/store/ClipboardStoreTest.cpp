@@ -1,0 +1,186 @@
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "store/ClipboardStore.h"
+#include "tests/fakes/SqlRows.h"
+#include "tests/fakes/StoreFixture.h"
+
+namespace zettly {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsSupersetOf;
+using Result = ClipboardStore::InsertResult;
+using test::Row;
+using test::rows;
+
+std::string columns(const fs::path& file, const std::string& table) {
+    return rows(file, "SELECT group_concat(name || ' ' || type, ', ') FROM pragma_table_info('" +
+                          table + "')")[0][0];
+}
+
+std::string contents(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+unsigned mode(const fs::path& path) {
+    struct stat st {};
+    EXPECT_EQ(::stat(path.c_str(), &st), 0) << path;
+    return st.st_mode & 0777;
+}
+
+// The oldest layout: six item columns (plus any given) and four category columns.
+void writeOldFile(const fs::path& file, const std::string& moreItemColumns,
+                  const std::string& inserts) {
+    fs::create_directories(file.parent_path());
+    sqlite3* db = nullptr;
+    sqlite3_open(file.c_str(), &db);
+    std::string schema =
+        "CREATE TABLE items(id TEXT PRIMARY KEY, text TEXT NOT NULL, hash TEXT NOT NULL UNIQUE, "
+        "type TEXT NOT NULL, created REAL NOT NULL, pinned INTEGER NOT NULL DEFAULT 0" +
+        moreItemColumns +
+        "); CREATE TABLE categories(id TEXT PRIMARY KEY, name TEXT NOT NULL, sort REAL NOT NULL, "
+        "created REAL NOT NULL);";
+    EXPECT_EQ(sqlite3_exec(db, (schema + inserts).c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(db);
+    sqlite3_close(db);
+}
+
+TEST(ClipboardStoreOpen, AFreshContainerGetsAPrivateDatabaseWithTheWholeSchema) {
+    test::StoreEnvironment env;
+    ClipboardStore store(env.context());
+    ASSERT_EQ(store.insert("first"), Result::inserted);
+
+    fs::path file = env.library() / "clipboard.sqlite";
+    EXPECT_EQ(store.databasePath(), file);
+    EXPECT_EQ(mode(file), 0600u);
+    EXPECT_EQ(columns(file, "items"),
+              "id TEXT, text TEXT, hash TEXT, type TEXT, created REAL, pinned INTEGER, category "
+              "TEXT, label TEXT, modified REAL, dirty INTEGER, ck BLOB, rid TEXT, mm REAL");
+    EXPECT_EQ(columns(file, "categories"),
+              "id TEXT, name TEXT, sort REAL, created REAL, modified REAL, dirty INTEGER, ck BLOB");
+    EXPECT_EQ(columns(file, "sync_tombstones"), "key TEXT, kind TEXT, at REAL");
+    EXPECT_THAT(rows(file, "SELECT name, sql FROM sqlite_master WHERE type = 'index'"),
+                IsSupersetOf({Row{"idx_created", "CREATE INDEX idx_created ON items(created DESC)"},
+                              Row{"idx_items_rid", "CREATE INDEX idx_items_rid ON items(rid)"}}));
+    // A write-ahead log would be persistent and visible to every later connection.
+    EXPECT_THAT(rows(file, "PRAGMA journal_mode"), ElementsAre(Row{"delete"}));
+}
+
+TEST(ClipboardStoreOpen, TheOldestLayoutGainsEveryColumnAndKeepsItsRows) {
+    test::StoreEnvironment env;
+    fs::path file = env.library() / "clipboard.sqlite";
+    writeOldFile(file, "",
+                 "INSERT INTO items VALUES('P', 'pinned', 'h1', 'text', 100.0, 1),"
+                 "('U', 'plain', 'h2', 'url', 200.0, 0);"
+                 "INSERT INTO categories VALUES('C', 'Work', 1.0, 50.0);");
+    ::chmod(file.c_str(), 0644);
+
+    ClipboardStore store(env.context());
+    EXPECT_THAT(store.categories(), ElementsAre(ClipboardStore::Category{"C", "Work"}));
+
+    EXPECT_EQ(mode(file), 0600u);
+    EXPECT_THAT(rows(file,
+                     "SELECT id, text, hash, type, created, pinned, category, label, "
+                     "modified, dirty, ck, rid, mm FROM items ORDER BY id"),
+                ElementsAre(Row{"P", "pinned", "h1", "text", "100.0", "1", "NULL", "NULL", "NULL",
+                                "0", "NULL", "NULL", "100.0"},
+                            Row{"U", "plain", "h2", "url", "200.0", "0", "NULL", "NULL", "NULL",
+                                "0", "NULL", "NULL", "NULL"}));
+    EXPECT_THAT(rows(file, "SELECT id, name, sort, created, modified, dirty, ck FROM categories"),
+                ElementsAre(Row{"C", "Work", "1.0", "50.0", "NULL", "0", "NULL"}));
+}
+
+TEST(ClipboardStoreOpen, OldRowsWithMetadataGetTheirLastChangeAsMetadataTime) {
+    test::StoreEnvironment env;
+    fs::path file = env.library() / "clipboard.sqlite";
+    writeOldFile(file, ", category TEXT, label TEXT, modified REAL",
+                 "INSERT INTO items VALUES"
+                 "('L', 'labelled', 'h1', 'text', 100.0, 0, NULL, 'note', 300.0),"
+                 "('K', 'filed', 'h2', 'text', 150.0, 1, 'C', NULL, NULL),"
+                 "('M', 'plain', 'h3', 'text', 160.0, 0, NULL, NULL, 400.0);");
+
+    ClipboardStore store(env.context());
+    store.categories();
+
+    EXPECT_THAT(rows(file, "SELECT id, mm FROM items ORDER BY id"),
+                ElementsAre(Row{"K", "150.0"}, Row{"L", "300.0"}, Row{"M", "NULL"}));
+}
+
+TEST(ClipboardStoreOpen, AFileThatIsNotADatabaseIsMovedAsideOnceAndANewOneStarted) {
+    test::StoreEnvironment env;
+    env.clock.set(1'800'000'000.75);
+    fs::create_directories(env.library());
+    const std::string garbage(5000, 'Z');
+    std::ofstream(env.library() / "clipboard.sqlite", std::ios::binary) << garbage;
+
+    ClipboardStore store(env.context());
+    EXPECT_EQ(store.insert("after the damage"), Result::inserted);
+
+    fs::path aside = env.library() / "clipboard.sqlite.corrupt-1800000000";
+    EXPECT_EQ(contents(aside), garbage);
+    ASSERT_EQ(env.log.lines().size(), 1u);
+    EXPECT_THAT(env.log.lines()[0], HasSubstr(aside.string()));
+    ASSERT_EQ(store.fetch(10, 0).size(), 1u);
+    EXPECT_EQ(store.fetch(10, 0)[0].text, "after the damage");
+}
+
+TEST(ClipboardStoreOpen, NothingIsStoredUntilTheContainerAndItsLibraryFolderCanBeUsed) {
+    test::StoreEnvironment env;
+    env.containerAvailable = false;
+    ClipboardStore store(env.context());
+    EXPECT_EQ(store.insert("lost"), Result::disabled);
+    EXPECT_TRUE(store.fetch(10, 0).empty());
+
+    // A plain file where the folder belongs stops even root, unlike permission bits.
+    env.containerAvailable = true;
+    fs::create_directories(env.container);
+    std::ofstream(env.library()) << "in the way";
+    EXPECT_EQ(store.insert("lost too"), Result::disabled);
+    EXPECT_TRUE(store.fetch(10, 0).empty());
+    EXPECT_TRUE(store.categories().empty());
+    EXPECT_FALSE(store.createCategory("Work"));
+
+    fs::remove(env.library());
+    EXPECT_EQ(store.insert("kept"), Result::inserted);
+    ASSERT_EQ(store.fetch(10, 0).size(), 1u);
+    EXPECT_EQ(store.fetch(10, 0)[0].text, "kept");
+}
+
+TEST(ClipboardStoreOpen, DeletedAndEditedTextsDoNotLingerInTheFile) {
+    test::StoreEnvironment env;
+    ClipboardStore store(env.context());
+    const std::string deleted = "hunter2-deleted-password-7f3c";
+    const std::string edited = "hunter2-edited-password-91ab";
+    for (const std::string& text : {deleted, edited, std::string("something else")})
+        store.insert(text);
+    fs::path file = *store.databasePath();
+    ASSERT_NE(contents(file).find(deleted), std::string::npos);
+    ASSERT_NE(contents(file).find(edited), std::string::npos);
+
+    for (const auto& item : store.fetch(10, 0)) {
+        if (item.text == deleted)
+            store.deleteItem(item.id);
+        if (item.text == edited) {
+            EXPECT_TRUE(store.updateText(item.id, "redacted"));
+        }
+    }
+
+    EXPECT_EQ(contents(file).find(deleted), std::string::npos);
+    EXPECT_EQ(contents(file).find(edited), std::string::npos);
+}
+
+}  // namespace
+}  // namespace zettly

@@ -1,0 +1,147 @@
+#include <fstream>
+#include <iterator>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "store/Defaults.h"
+#include "tests/fakes/FakeClock.h"
+#include "tests/fakes/RecordingLog.h"
+#include "tests/fakes/TempDir.h"
+
+namespace zettly {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+struct DefaultsFile {
+    test::TempDir dir;
+    test::FakeClock clock{1731670123.75};
+    test::RecordingLog log;
+    fs::path file = dir / "config/defaults.json";
+    Defaults defaults{file, clock, log};
+
+    std::string raw(const fs::path& path) const {
+        std::ifstream in(path);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    std::string raw() const { return raw(file); }
+    json parsed() const { return json::parse(raw()); }
+    void writeRaw(const std::string& text) const {
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << text;
+    }
+};
+
+TEST(Defaults, TypedValuesRoundTripAndAreWrittenInTheirJsonForm) {
+    DefaultsFile f;
+    f.defaults.setBool("b", true);
+    f.defaults.setInteger("i", -7);
+    f.defaults.setDouble("whole", 2.0);
+    f.defaults.setDouble("big", 1e16);
+    f.defaults.setString("s", "héllo");
+    f.defaults.setStringArray("a", {"x", "y"});
+    f.defaults.setData("d", {0, 1, 2, 255});
+
+    Defaults fresh(f.file, f.clock, f.log);  // reads only what reached the file
+    EXPECT_EQ(fresh.boolObject("b"), true);
+    EXPECT_EQ(fresh.integer("i"), -7);
+    EXPECT_EQ(fresh.doubleObject("whole"), 2.0);
+    EXPECT_EQ(fresh.string("s"), "héllo");
+    EXPECT_EQ(fresh.stringArray("a"), (std::vector<std::string>{"x", "y"}));
+    EXPECT_EQ(fresh.data("d"), (Defaults::Bytes{0, 1, 2, 255}));
+
+    json j = f.parsed();
+    EXPECT_EQ(j["d"], (json{{"$data", "AAEC/w=="}}));
+    // A double read back from the file must stay a double, never become an integer.
+    EXPECT_TRUE(j["whole"].is_number_float()) << f.raw();
+    EXPECT_TRUE(j["big"].is_number_float()) << f.raw();
+    EXPECT_TRUE(j["i"].is_number_integer());
+}
+
+TEST(Defaults, PlainGettersConvertAndObjectGettersAnswerOnlyForTheirKind) {
+    DefaultsFile f;
+    f.writeRaw(R"({"yes": "YES", "num": "42", "frac": 2.7, "mixed": ["a", 1],
+                   "dstr": "1.5", "notdata": "AAEC", "null": null})");
+    EXPECT_FALSE(f.defaults.boolValue("missing"));
+    EXPECT_EQ(f.defaults.integer("missing"), 0);
+    EXPECT_EQ(f.defaults.doubleValue("missing"), 0.0);
+    EXPECT_TRUE(f.defaults.boolValue("yes"));
+    EXPECT_EQ(f.defaults.integer("num"), 42);
+    EXPECT_EQ(f.defaults.integer("frac"), 2);
+    EXPECT_EQ(f.defaults.doubleValue("dstr"), 1.5);
+
+    EXPECT_EQ(f.defaults.boolObject("frac"), std::nullopt);
+    EXPECT_EQ(f.defaults.boolObject("yes"), std::nullopt);
+    EXPECT_EQ(f.defaults.doubleObject("dstr"), std::nullopt);
+    EXPECT_EQ(f.defaults.string("frac"), std::nullopt);
+    EXPECT_EQ(f.defaults.stringArray("mixed"), std::nullopt);
+    EXPECT_EQ(f.defaults.data("notdata"), std::nullopt);
+    EXPECT_FALSE(f.defaults.contains("null"));
+}
+
+TEST(Defaults, AnotherProcessesWriteIsSeenAtTheNextRead) {
+    DefaultsFile f;
+    Defaults other(f.file, f.clock, f.log);
+    f.defaults.setString("k", "first");
+    EXPECT_EQ(other.string("k"), "first");
+    other.setString("k", "second");
+    // This write must start from the other side's file, not overwrite it.
+    f.defaults.setInteger("m", 2);
+    EXPECT_EQ(f.defaults.string("k"), "second");
+    EXPECT_EQ(other.integer("m"), 2);
+    EXPECT_EQ(other.string("k"), "second");
+}
+
+TEST(Defaults, ACorruptFileIsMovedAsideOnceAndTheDefaultsApply) {
+    for (const std::string damaged : {"{\"k\": tru", "[1, 2, 3]"}) {
+        DefaultsFile f;
+        f.writeRaw(damaged);
+        EXPECT_FALSE(f.defaults.contains("k"));
+        EXPECT_FALSE(f.defaults.boolValue("k"));
+        EXPECT_EQ(f.defaults.string("k"), std::nullopt);
+
+        fs::path aside = f.dir / "config/defaults.json.corrupt-1731670123";
+        ASSERT_TRUE(fs::exists(aside)) << damaged;
+        EXPECT_EQ(f.raw(aside), damaged);
+        EXPECT_EQ(f.log.lines().size(), 1u) << damaged;
+
+        f.defaults.setBool("k", true);
+        EXPECT_EQ(f.parsed(), (json{{"k", true}}));
+        EXPECT_EQ(f.log.lines().size(), 1u);
+    }
+}
+
+TEST(Defaults, TheFileIsPrivateAndNoTemporaryFileIsLeft) {
+    DefaultsFile f;
+    f.defaults.setString("k", "v");
+    f.defaults.setString("k", "w");
+    EXPECT_EQ(fs::status(f.file).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(fs::status(f.file.parent_path()).permissions(), fs::perms::owner_all);
+    std::vector<fs::path> entries(fs::directory_iterator(f.file.parent_path()), {});
+    EXPECT_EQ(entries, std::vector<fs::path>{f.file});
+}
+
+TEST(Defaults, ConcurrentWritersAndReadersLeaveEveryKeyInAValidFile) {
+    DefaultsFile f;
+    constexpr int threads = 4, perThread = 25;
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back([&, t] {
+            for (int n = t * perThread; n < (t + 1) * perThread; ++n) {
+                f.defaults.setInteger(std::to_string(n), n);
+                EXPECT_EQ(f.defaults.integer(std::to_string(n)), n);
+            }
+        });
+    for (auto& w : workers)
+        w.join();
+    json j = json::parse(f.raw(), nullptr, false);
+    ASSERT_TRUE(j.is_object());
+    EXPECT_EQ(j.size(), std::size_t{threads * perThread});
+    for (int n = 0; n < threads * perThread; ++n)
+        EXPECT_EQ(j.value(std::to_string(n), -1), n);
+}
+
+}  // namespace
+}  // namespace zettly

@@ -1,0 +1,181 @@
+#include <cstdlib>
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "store/AppGroup.h"
+#include "store/ChipOrder.h"
+#include "store/ClipPrefs.h"
+#include "store/PrefKeys.h"
+#include "tests/fakes/StoreFixture.h"
+
+namespace zettly {
+namespace {
+
+namespace fs = std::filesystem;
+using Strings = std::vector<std::string>;
+using Size = ClipPrefs::PopupSize;
+
+// Sets an environment variable for one test and puts the old value back.
+class ScopedEnv {
+public:
+    ScopedEnv(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name))
+            old_ = old;
+        value ? ::setenv(name, value, 1) : ::unsetenv(name);
+    }
+    ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+
+private:
+    const char* name_;
+    std::optional<std::string> old_;
+};
+
+struct Preferences : ::testing::Test {
+    test::StoreEnvironment env;
+    Defaults& defaults = env.defaults;
+    ClipPrefs prefs{env.defaults};
+    KeyboardSettings keyboard{env.defaults};
+    std::vector<bool> switchesOn() const {
+        return {keyboard.clipboardEnabled(), prefs.saveImages(), keyboard.clipboardChipOrderSync()};
+    }
+};
+
+TEST_F(Preferences, NothingStoredGivesTheDefaults) {
+    EXPECT_EQ(prefs.clipboardLimit(), 200);
+    EXPECT_EQ(prefs.clipboardRetentionMinutes(), 43200);
+    EXPECT_EQ(switchesOn(), (std::vector<bool>{true, true, true}));
+    EXPECT_FALSE(prefs.clearOnQuit());
+    EXPECT_FALSE(prefs.pasteAutomatically());
+    EXPECT_FALSE(prefs.clipboardCloudSync());
+    EXPECT_EQ(prefs.popupPosition(), ClipPrefs::PopupPosition::cursor);
+    EXPECT_EQ(prefs.popupSize(), (Size{400, 540}));
+    EXPECT_EQ(prefs.previewDelay(), 1.5);
+    EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{9, 2048}));
+    EXPECT_EQ(prefs.ignoredApps(), std::nullopt);
+}
+
+TEST_F(Preferences, SwitchesThatDefaultToOnStayOnForAnythingButABool) {
+    const std::string_view keys[] = {prefkey::clipboardEnabled, prefkey::saveImages,
+                                     prefkey::clipboardChipOrderSync};
+    for (auto key : keys)
+        defaults.setString(key, "NO");
+    EXPECT_EQ(switchesOn(), (std::vector<bool>{true, true, true}));
+    for (auto key : keys)
+        defaults.setInteger(key, 0);
+    EXPECT_EQ(switchesOn(), (std::vector<bool>{true, true, true}));
+    for (auto key : keys)
+        defaults.setBool(key, false);
+    EXPECT_EQ(switchesOn(), (std::vector<bool>{false, false, false}));
+
+    defaults.setString(prefkey::previewDelay, "3");
+    EXPECT_EQ(prefs.previewDelay(), 1.5);
+    defaults.setInteger(prefkey::previewDelay, 0);
+    EXPECT_EQ(prefs.previewDelay(), 0.0);
+}
+
+TEST_F(Preferences, LimitAndRetentionBelowOneMeanTheDefault) {
+    for (std::int64_t bad : {0, -5}) {
+        defaults.setInteger(prefkey::clipboardLimit, bad);
+        defaults.setInteger(prefkey::clipboardRetentionMinutes, bad);
+        EXPECT_EQ(prefs.clipboardLimit(), 200);
+        EXPECT_EQ(prefs.clipboardRetentionMinutes(), 43200);
+    }
+    defaults.setInteger(prefkey::clipboardLimit, 50);
+    defaults.setInteger(prefkey::clipboardRetentionMinutes, 5);
+    EXPECT_EQ(prefs.clipboardLimit(), 50);
+    EXPECT_EQ(prefs.clipboardRetentionMinutes(), 5);
+}
+
+TEST_F(Preferences, PopupSizeIsClampedOnWriteAndNonPositiveValuesReadAsDefaults) {
+    prefs.setPopupSize({1000, 200});
+    EXPECT_EQ(defaults.doubleObject(prefkey::popupWidth), 600.0);
+    EXPECT_EQ(defaults.doubleObject(prefkey::popupHeight), 360.0);
+    prefs.setPopupSize({100, 1000});
+    EXPECT_EQ(prefs.popupSize(), (Size{320, 800}));
+    for (auto [width, height] : {std::pair{0.0, -10.0}, {-10.0, 0.0}}) {
+        defaults.setDouble(prefkey::popupWidth, width);
+        defaults.setDouble(prefkey::popupHeight, height);
+        EXPECT_EQ(prefs.popupSize(), (Size{400, 540}));
+    }
+}
+
+TEST_F(Preferences, PositionHotKeyAndIgnoredAppsReadExactlyWhatIsStored) {
+    defaults.setString(prefkey::popupPosition, "CENTER");
+    EXPECT_EQ(prefs.popupPosition(), ClipPrefs::PopupPosition::cursor);
+    defaults.setString(prefkey::popupPosition, "center");
+    EXPECT_EQ(prefs.popupPosition(), ClipPrefs::PopupPosition::center);
+
+    defaults.setInteger(prefkey::hotKeyCode, 49);
+    EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{49, 0}));
+
+    defaults.setStringArray(prefkey::ignoredApps, {});
+    EXPECT_EQ(prefs.ignoredApps(), Strings{});
+}
+
+TEST(AppGroup, XdgDirectoryTakesOnlyAnAbsoluteVariableAndElseFallsBackToHome) {
+    ScopedEnv home("HOME", "/home/someone");
+    {
+        ScopedEnv xdg("XDG_CONFIG_HOME", "/custom/config");
+        EXPECT_EQ(AppGroup::xdgDirectory("XDG_CONFIG_HOME", ".config"), "/custom/config");
+    }
+    for (const char* ignored : {"relative/config", "", static_cast<const char*>(nullptr)}) {
+        ScopedEnv xdg("XDG_CONFIG_HOME", ignored);
+        EXPECT_EQ(AppGroup::xdgDirectory("XDG_CONFIG_HOME", ".config"), "/home/someone/.config");
+    }
+}
+
+TEST(AppGroup, ContainerUrlCreatesAPrivateFolder) {
+    test::TempDir dir;
+    ScopedEnv data("XDG_DATA_HOME", (dir / "data").c_str());
+    ASSERT_EQ(AppGroup::containerURL(), dir / "data/Zettly");
+    EXPECT_TRUE(fs::is_directory(dir / "data/Zettly"));
+    EXPECT_EQ(fs::status(dir / "data/Zettly").permissions(), fs::perms::owner_all);
+}
+
+TEST(ChipOrder, MergeKeepsTheStoredOrderAndPlacesMissingChips) {
+    using C = ClipboardStore::Category;
+    std::vector<C> ab{{"A", "a"}, {"B", "b"}};
+    EXPECT_EQ(ChipOrder::merge({"text", "cat:A", "all"}, ab),
+              (Strings{"text", "cat:A", "cat:B", "all", "pinned", "links", "images"}));
+    EXPECT_EQ(ChipOrder::merge({}, ab),
+              (Strings{"all", "pinned", "cat:A", "cat:B", "text", "links", "images"}));
+    EXPECT_EQ(ChipOrder::merge({"pinned", "bogus", "cat:gone", "pinned", "all"}, {}),
+              (Strings{"pinned", "all", "text", "links", "images"}));
+    EXPECT_EQ(ChipOrder::merge({"cat:B", "text", "images"}, {{"A", "a"}, {"B", "b"}, {"C", "c"}}),
+              (Strings{"cat:B", "cat:A", "cat:C", "text", "images", "all", "pinned", "links"}));
+    EXPECT_EQ(ChipOrder::merge({"text", "pinned", "all"}, {{"A", "a"}}),
+              (Strings{"text", "pinned", "cat:A", "all", "links", "images"}));
+    EXPECT_EQ(ChipOrder::merge({"text", "all"}, {{"A", "a"}}),
+              (Strings{"text", "all", "pinned", "cat:A", "links", "images"}));
+}
+
+TEST(ChipOrder, SaveStoresTheOrderForSyncAndReordersCategoriesOnlyWhenTheyDiffer) {
+    test::StoreEnvironment env;
+    ClipboardStore store(env.context());
+    auto a = store.createCategory("Work");
+    auto b = store.createCategory("Home");
+    ASSERT_TRUE(a && b);
+    int changes = 0;
+    store.didChangeLocally = [&] { ++changes; };
+    ChipOrder chips(env.defaults, store);
+    env.clock.set(1731680000.25);
+
+    Strings order{"images", "cat:" + b->id, "all", "cat:" + a->id, "pinned", "text", "links"};
+    chips.save(order);
+    EXPECT_EQ(env.defaults.stringArray(prefkey::clipboardChipOrder), order);
+    EXPECT_EQ(env.defaults.boolObject(prefkey::syncOrderDirty), true);
+    EXPECT_EQ(env.defaults.doubleObject(prefkey::syncOrderModified), 1731680000.25);
+    EXPECT_EQ(store.categories(), (std::vector<ClipboardStore::Category>{*b, *a}));
+    EXPECT_EQ(changes, 2);  // the saved order, then the reordering
+    EXPECT_EQ(chips.current(store.categories()), order);
+
+    std::swap(order[0], order[2]);
+    chips.save(order);
+    EXPECT_EQ(changes, 3);  // the categories were already in this order
+    EXPECT_EQ(store.categories(), (std::vector<ClipboardStore::Category>{*b, *a}));
+}
+
+}  // namespace
+}  // namespace zettly

@@ -1,0 +1,114 @@
+#include <charconv>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "store/Sql.h"
+#include "tests/fakes/TempDir.h"
+
+namespace zettly {
+namespace {
+
+using Mode = sql::Transaction::Mode;
+
+struct OpenDatabase {
+    test::TempDir dir;
+    sql::Database db;
+    OpenDatabase() {
+        EXPECT_TRUE(db.open(dir / "test.sqlite"));
+        EXPECT_TRUE(db.exec("CREATE TABLE t(v)"));
+    }
+    std::string all() {
+        sql::Statement st = db.prepare("SELECT group_concat(typeof(v) || ':' || v) FROM t");
+        return st.step() == SQLITE_ROW ? st.text(0) : "?";
+    }
+    bool inTransaction() const { return sqlite3_get_autocommit(db.handle()) == 0; }
+};
+
+TEST(SqlTransaction, RollsBackUnlessCommitted) {
+    OpenDatabase t;
+    {
+        sql::Transaction tx(t.db, Mode::immediate);
+        ASSERT_TRUE(tx.begun());
+        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1)"));
+    }
+    EXPECT_EQ(t.all(), "");
+    sql::Transaction outer(t.db, Mode::deferred);
+    ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(2)"));
+    {
+        // BEGIN fails inside a transaction; this one must not end the outer one.
+        sql::Transaction inner(t.db, Mode::immediate);
+        EXPECT_FALSE(inner.begun());
+        EXPECT_FALSE(inner.commit());
+    }
+    EXPECT_TRUE(outer.commit());
+    EXPECT_FALSE(t.inTransaction());
+    EXPECT_EQ(t.all(), "integer:2");
+}
+
+TEST(SqlTransaction, AFailedCommitIsLeftForTheDestructorToRollBack) {
+    OpenDatabase t;
+    // A deferred foreign key makes COMMIT itself fail and keeps the transaction open.
+    ASSERT_TRUE(
+        t.db.exec("PRAGMA foreign_keys = ON; CREATE TABLE parent(id INTEGER PRIMARY KEY);"
+                  "CREATE TABLE child(p REFERENCES parent(id) DEFERRABLE INITIALLY DEFERRED);"));
+    {
+        sql::Transaction tx(t.db, Mode::immediate);
+        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1); INSERT INTO child VALUES(42)"));
+        EXPECT_FALSE(tx.commit());
+        EXPECT_TRUE(t.inTransaction());
+    }
+    EXPECT_FALSE(t.inTransaction());
+    EXPECT_EQ(t.all(), "");
+}
+
+TEST(SqlStatement, TextAndBlobsAreBoundAsCopiesAndAnEmptyBlobIsNotNull) {
+    OpenDatabase t;
+    sql::Statement insert = t.db.prepare("INSERT INTO t VALUES(?)");
+    std::string text = "a text long enough to live on the heap";
+    insert.bind(1, text);
+    text.assign(text.size(), '#');
+    ASSERT_TRUE(insert.run());
+    insert.reset();
+    insert.bind(1, std::string("a temporary, gone before the statement runs"));
+    std::string reuse(44, '#');  // likely takes over the temporary's freed buffer
+    ASSERT_TRUE(insert.run());
+    insert.reset();
+    sql::Bytes bytes{'b', 'i', 'n'};
+    insert.bind(1, bytes);
+    bytes.assign(3, '#');
+    ASSERT_TRUE(insert.run());
+    insert.reset();
+    insert.bind(1, sql::Bytes{});
+    ASSERT_TRUE(insert.run());
+    EXPECT_EQ(t.all(),
+              "text:a text long enough to live on the heap,"
+              "text:a temporary, gone before the statement runs,blob:bin,blob:");
+}
+
+TEST(SqlText, QuoteDoublesSingleQuotes) {
+    EXPECT_EQ(sql::quote("O'Brien's ''x''"), "'O''Brien''s ''''x'''''");
+    EXPECT_EQ(sql::quote(""), "''");
+}
+
+TEST(SqlText, NumberIsTheShortestRoundTripFormAndAlwaysAReal) {
+    OpenDatabase t;
+    for (auto [value, expected] : {std::pair{0.1, "0.1"},
+                                   {1731670000.123456, "1731670000.123456"},
+                                   {1731670000.0, "1731670000.0"},
+                                   {1e16, "1e+16"},
+                                   {-3.0, "-3.0"}}) {
+        std::string text = sql::number(value);
+        EXPECT_EQ(text, expected);
+        double parsed = 0;
+        std::from_chars(text.data(), text.data() + text.size(), parsed);
+        EXPECT_EQ(parsed, value) << text;
+        sql::Statement st = t.db.prepare("SELECT typeof(" + text + "), " + text);
+        ASSERT_EQ(st.step(), SQLITE_ROW);
+        EXPECT_EQ(st.text(0), "real") << text;
+        EXPECT_EQ(st.real(1), value) << text;
+    }
+}
+
+}  // namespace
+}  // namespace zettly
