@@ -99,6 +99,9 @@ public:
     // of a metadata change; both embed the current time.
     std::string liveSQL() const;
     std::string metaTouchSQL() const;
+    // The same assignment list for a given time; the image store ends its
+    // metadata edits with it too.
+    static std::string metaTouchSQL(double now);
 
     // ---- items ----------------------------------------------------------
     std::vector<Item> fetch(std::int64_t limit, std::int64_t offset,
@@ -138,7 +141,6 @@ private:
     std::optional<Bytes> syncKey() const;
     std::int64_t retentionMinutes() const;
     std::string liveSQL(double now) const;
-    static std::string metaTouchSQL(double now);
     void notifyLocalChange();
     // Runs an UPDATE with bound values; the edits ignore its result.
     template <typename... Values>

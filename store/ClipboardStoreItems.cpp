@@ -28,13 +28,6 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
     return out;
 }
 
-// Labels and category names: one line, no white space at the ends, at most
-// `limit` characters.
-std::string prepareName(std::string_view raw, std::size_t limit) {
-    std::string oneLine = unicode::lineFeedsToBlanks(raw);
-    return unicode::prefixCharacters(unicode::trimmed(oneLine), limit);
-}
-
 }  // namespace
 
 template <typename... Values>
@@ -139,7 +132,7 @@ void ClipboardStore::clear(bool keepPinned) {
 void ClipboardStore::setLabel(const std::string& id, const std::optional<std::string>& label) {
     std::optional<std::string> prepared;
     if (label) {
-        std::string name = prepareName(*label, maxLabelCharacters);
+        std::string name = unicode::oneLineName(*label, maxLabelCharacters);
         if (!name.empty())
             prepared = std::move(name);
     }
@@ -208,7 +201,7 @@ std::vector<ClipboardStore::Category> ClipboardStore::categories() {
 }
 
 std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::string_view name) {
-    std::string prepared = prepareName(name, maxCategoryNameCharacters);
+    std::string prepared = unicode::oneLineName(name, maxCategoryNameCharacters);
     std::optional<Category> result;
     if (!prepared.empty()) {
         std::lock_guard lock(mutex_);
@@ -240,7 +233,7 @@ std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::stri
 }
 
 void ClipboardStore::renameCategory(const std::string& id, std::string_view name) {
-    std::string prepared = prepareName(name, maxCategoryNameCharacters);
+    std::string prepared = unicode::oneLineName(name, maxCategoryNameCharacters);
     if (prepared.empty())
         return;
     editLocked([&](double now) {

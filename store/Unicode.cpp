@@ -126,12 +126,11 @@ std::string lowercased(std::string_view s) {
     return std::string(s);
 }
 
-std::string lineFeedsToBlanks(std::string_view text) {
-    std::string out(text);
-    for (char& c : out)
-        if (c == '\n')
-            c = ' ';
-    return out;
+std::string oneLineName(std::string_view raw, std::size_t limit) {
+    std::string oneLine(raw);
+    for (char& c : oneLine)
+        if (c == '\n') c = ' ';
+    return prefixCharacters(trimmed(oneLine), limit);
 }
 
 }  // namespace zettly::unicode

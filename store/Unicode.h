@@ -26,7 +26,8 @@ bool isNumericText(std::string_view utf8);
 // "ÉCOLE" becomes "école").
 std::string lowercased(std::string_view utf8);
 
-// Replaces every line feed with a blank.
-std::string lineFeedsToBlanks(std::string_view text);
+// A label or category name as entered: line feeds become blanks, white
+// space at both ends goes, and at most `limit` characters are kept.
+std::string oneLineName(std::string_view raw, std::size_t limit);
 
 }  // namespace zettly::unicode

@@ -1,0 +1,408 @@
+#include "store/ImageClipStore.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <bit>
+#include <fstream>
+#include <iterator>
+
+#include "platform/Clock.h"
+#include "store/ClipPrefs.h"
+#include "store/ClipboardStore.h"
+#include "store/Crypto.h"
+#include "store/Defaults.h"
+#include "store/Files.h"
+#include "store/ImageCodec.h"
+#include "store/PrefKeys.h"
+#include "store/StoreDatabase.h"
+#include "store/Unicode.h"
+
+namespace zettly {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr const char* kSchema =
+    "CREATE TABLE IF NOT EXISTS media(\n"
+    "    id TEXT PRIMARY KEY,\n"
+    "    file TEXT NOT NULL,\n"
+    "    thumb TEXT NOT NULL,\n"
+    "    w INTEGER NOT NULL,\n"
+    "    h INTEGER NOT NULL,\n"
+    "    bytes INTEGER NOT NULL,\n"
+    "    created REAL NOT NULL,\n"
+    "    pinned INTEGER NOT NULL DEFAULT 0\n"
+    ");\n"
+    "CREATE INDEX IF NOT EXISTS idx_media_created ON media(created DESC);";
+
+constexpr const char* kSyncSchema =
+    "UPDATE media SET rid = 'i_' || lower(id) WHERE rid IS NULL;\n"
+    "UPDATE media SET modified = created, dirty = 1 WHERE modified IS NULL;\n"
+    "CREATE INDEX IF NOT EXISTS idx_media_rid ON media(rid);\n"
+    "CREATE TABLE IF NOT EXISTS sync_tombstones(key TEXT PRIMARY KEY, at REAL NOT NULL);\n"
+    "CREATE TABLE IF NOT EXISTS sync_pending(\n"
+    "    rid TEXT PRIMARY KEY, created REAL NOT NULL, modified REAL NOT NULL, pinned INTEGER NOT "
+    "NULL,\n"
+    "    category TEXT, label TEXT, w INTEGER NOT NULL, h INTEGER NOT NULL, fp BLOB, ck BLOB\n"
+    ");";
+
+bool fitsInt32(std::int64_t v) {
+    return v >= std::numeric_limits<std::int32_t>::min() &&
+           v <= std::numeric_limits<std::int32_t>::max();
+}
+
+// Creates the file (mode 0600, never over an existing one) and writes it.
+// No fsync: the database commit is what makes an image part of the history,
+// and a file lost to a power cut only leaves a row without its picture.
+bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> data) {
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) return false;
+    const auto* p = data.data();
+    std::size_t left = data.size();
+    while (left > 0) {
+        ssize_t n = ::write(fd, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            ::close(fd);
+            ::unlink(path.c_str());
+            return false;
+        }
+        p += n;
+        left -= static_cast<std::size_t>(n);
+    }
+    if (::close(fd) != 0) {
+        ::unlink(path.c_str());
+        return false;
+    }
+    return true;
+}
+
+void removeFiles(const std::vector<std::string>& paths) {
+    std::error_code ignored;
+    for (const std::string& path : paths) fs::remove(path, ignored);
+}
+
+}  // namespace
+
+ImageClipStore::ImageClipStore(StoreContext context) : context_(std::move(context)) {}
+
+ImageClipStore& ImageClipStore::shared() {
+    static ImageClipStore store(StoreContext::standard());
+    return store;
+}
+
+std::optional<fs::path> ImageClipStore::databasePath() const {
+    auto container = context_.container();
+    if (!container) return std::nullopt;
+    return *container / "Library" / "clipmedia.sqlite";
+}
+
+std::optional<fs::path> ImageClipStore::imageFolder() const {
+    auto container = context_.container();
+    if (!container) return std::nullopt;
+    fs::path folder = *container / "Library" / "clipmedia";
+    std::error_code ec;
+    if (!files::createPrivateDirectories(folder, ec)) return std::nullopt;
+    return folder;
+}
+
+bool ImageClipStore::ensureOpenLocked() {
+    if (db_.valid()) return true;
+    auto path = databasePath();
+    if (!path) return false;
+    std::error_code ignored;
+    files::createPrivateDirectories(path->parent_path(), ignored);
+    if (!openStoreDatabase(db_, *path, context_.clock, context_.log)) return false;
+
+    db_.exec(kSchema);
+    for (auto [column, decl] : {std::pair{"category", "TEXT"},
+                                {"label", "TEXT"},
+                                {"modified", "REAL"},
+                                {"dirty", "INTEGER NOT NULL DEFAULT 0"},
+                                {"ck", "BLOB"},
+                                {"rid", "TEXT"},
+                                {"fp", "BLOB"},
+                                {"mm", "REAL"}})
+        ensureColumn(db_, "media", column, decl);
+    db_.exec(kSyncSchema);
+    ensureColumn(db_, "sync_pending", "mm", "REAL");
+    db_.exec(
+        "UPDATE media SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
+        "category IS NOT NULL OR label IS NOT NULL)");
+    return true;
+}
+
+std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,
+                                      std::span<const std::uint8_t> b) {
+    if (a.size() != b.size()) return std::numeric_limits<std::int64_t>::max();
+    std::int64_t bits = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) bits += std::popcount<std::uint8_t>(a[i] ^ b[i]);
+    return bits;
+}
+
+bool ImageClipStore::downsample(std::span<const std::uint8_t> data, int maxPixel,
+                                const fs::path& to) {
+    auto reduced = ImageCodec::reduce(data, maxPixel);
+    if (!reduced) return false;
+    std::error_code ignored;
+    fs::remove(to, ignored);
+    return writeNewPrivateFile(to, reduced->full.bytes);
+}
+
+ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> data) {
+    if (!KeyboardSettings(context_.defaults).clipboardEnabled()) return SaveResult::disabled;
+    if (data.size() > maxInputBytes) return SaveResult::tooLarge;
+
+    // Decoding is the slow part and needs no lock.
+    auto reduced = ImageCodec::reduce(data, fullPixels, thumbPixels);
+    if (!reduced) return SaveResult::failed;
+    auto fp = ImageCodec::fingerprint(reduced->full.bytes);
+
+    // The files are written under the lock, so a clear that empties the
+    // history (and removes the folder) cannot slip in between the files and
+    // their row.
+    std::lock_guard lock(mutex_);
+    auto folder = imageFolder();
+    if (!folder || !ensureOpenLocked()) return SaveResult::failed;
+    std::string id = crypto::newUUID();
+    Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string()};
+    if (!writeNewPrivateFile(files.file, reduced->full.bytes)) return SaveResult::failed;
+    if (!writeNewPrivateFile(files.thumb, reduced->thumb->bytes)) {
+        removeFiles({files.file});
+        return SaveResult::failed;
+    }
+    bool duplicate = false;
+    bool stored = insertLocked(
+        id, files, reduced->full.width, reduced->full.height,
+        static_cast<std::int64_t>(reduced->full.bytes.size()),
+        fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
+        context_.clock.now(), duplicate);
+    if (!stored || duplicate) removeFiles({files.file, files.thumb});
+    return stored ? SaveResult::saved : SaveResult::failed;
+}
+
+bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,
+                                  std::int64_t height, std::int64_t bytes,
+                                  std::span<const std::uint8_t> fp, double now, bool& duplicate) {
+    // Sizes come from a decoder limited to 1280 pixels and a 16 MiB input;
+    // anything outside 32 bits is a broken image, not a row.
+    if (!fitsInt32(width) || !fitsInt32(height) || !fitsInt32(bytes)) return false;
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun()) return false;
+
+    if (!fp.empty()) {
+        sql::Statement same = db_.prepare(
+            "SELECT id, fp FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER BY created "
+            "DESC LIMIT 30");
+        same.bind(1, width);
+        same.bind(2, height);
+        while (same.step() == SQLITE_ROW) {
+            auto other = same.blob(1);
+            if (!other || distance(fp, *other) >= sameImageDistance) continue;
+            std::string t = sql::number(now);
+            std::string sameId = same.text(0);
+            same = {};
+            duplicate = db_.exec("UPDATE media SET created = " + t + ", modified = " + t +
+                                 ", dirty = 1 WHERE id = " + sql::quote(sameId)) &&
+                        tx.commit();
+            return duplicate;
+        }
+    }
+
+    sql::Statement insert = db_.prepare(
+        "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, modified, dirty, rid, "
+        "fp)\nVALUES(?,?,?,?,?,?,?,0,?,1,?,?)");
+    insert.bind(1, id);
+    insert.bind(2, files.file);
+    insert.bind(3, files.thumb);
+    insert.bind(4, width);
+    insert.bind(5, height);
+    insert.bind(6, bytes);
+    insert.bind(7, now);
+    insert.bind(8, now);
+    insert.bind(9, "i_" + unicode::lowercased(id));
+    if (fp.empty())
+        insert.bindNull(10);
+    else
+        insert.bind(10, fp);
+    if (!insert.run()) return false;
+    insert = {};
+    std::vector<std::string> doomed;
+    trimLocked(now, doomed);
+    expireLocked(now, doomed);
+    if (!tx.commit()) return false;
+    removeFiles(doomed);
+    return true;
+}
+
+void ImageClipStore::tombstoneLocked(const std::string& condition, double now) {
+    // Without a sync key nothing was ever shared, so there is nothing to retract.
+    if (!context_.defaults.data(prefkey::clipSyncKey)) return;
+    db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, at)\nSELECT rid, " + sql::number(now) +
+             " FROM media WHERE rid IS NOT NULL AND (" + condition + ")");
+}
+
+std::vector<std::string> ImageClipStore::deleteRowsLocked(const std::string& condition,
+                                                          double now) {
+    sql::Statement st = db_.prepare("SELECT file, thumb FROM media WHERE " + condition);
+    std::vector<std::string> paths;
+    while (st.step() == SQLITE_ROW) paths.insert(paths.end(), {st.text(0), st.text(1)});
+    st = {};
+    tombstoneLocked(condition, now);
+    if (!db_.exec("DELETE FROM media WHERE " + condition)) return {};  // the files stay too
+    return paths;
+}
+
+void ImageClipStore::trimLocked(double now, std::vector<std::string>& doomedFiles) {
+    sql::Statement walk =
+        db_.prepare("SELECT id, file, thumb, bytes, pinned FROM media ORDER BY created DESC");
+    std::vector<std::string> doomed;
+    std::int64_t position = 0;
+    std::int64_t total = 0;
+    while (walk.step() == SQLITE_ROW) {
+        total += walk.int64(3);
+        bool pinned = walk.int64(4) != 0;
+        // Pinned images are kept, but they take up positions and bytes.
+        if (!pinned && (position >= keptPositions || total > keptBytes))
+            doomed.push_back(walk.text(0));
+        ++position;
+    }
+    walk = {};
+    for (const std::string& id : doomed) {
+        auto paths = deleteRowsLocked("id = " + sql::quote(id), now);
+        doomedFiles.insert(doomedFiles.end(), paths.begin(), paths.end());
+    }
+}
+
+std::string ImageClipStore::keptByAgeSQL(double now) const {
+    double cutoff = now - static_cast<double>(
+                              ClipPrefs(context_.defaults).clipboardRetentionMinutes()) *
+                              60.0;
+    return "(label IS NOT NULL OR created >= " + sql::number(cutoff) + ")";
+}
+
+void ImageClipStore::expireLocked(double now, std::vector<std::string>& doomedFiles) {
+    auto paths = deleteRowsLocked("pinned = 0 AND NOT " + keptByAgeSQL(now), now);
+    doomedFiles.insert(doomedFiles.end(), paths.begin(), paths.end());
+}
+
+std::vector<ImageClipStore::Item> ImageClipStore::fetchAll() {
+    std::lock_guard lock(mutex_);
+    if (!ensureOpenLocked()) return {};
+    sql::Statement st = db_.prepare(
+        "SELECT id, file, thumb, w, h, bytes, created, pinned, category, label FROM media\n"
+        "WHERE id IN (SELECT id FROM media WHERE pinned = 1 ORDER BY created DESC LIMIT ?)\n"
+        "   OR id IN (SELECT id FROM media WHERE pinned = 0 AND " +
+        keptByAgeSQL(context_.clock.now()) +
+        "\n             ORDER BY created DESC LIMIT ?)\n"
+        "ORDER BY (pinned = 1 AND category IS NULL) DESC, created DESC");
+    st.bind(1, listedPinned);
+    st.bind(2, keptPositions);
+    std::vector<Item> items;
+    while (st.step() == SQLITE_ROW)
+        items.push_back(Item{st.text(0), st.text(1), st.text(2), st.int64(3), st.int64(4),
+                             st.int64(5), st.real(6), st.int64(7) != 0, st.optionalText(8),
+                             st.optionalText(9)});
+    return items;
+}
+
+std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
+    std::string path;
+    {
+        std::lock_guard lock(mutex_);
+        if (!ensureOpenLocked()) return std::nullopt;
+        sql::Statement st = db_.prepare("SELECT file FROM media WHERE id = ?");
+        st.bind(1, id);
+        if (st.step() != SQLITE_ROW) return std::nullopt;
+        path = st.text(0);
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    Bytes data{std::istreambuf_iterator<char>(in), {}};
+    if (in.bad()) return std::nullopt;
+    return data;
+}
+
+template <typename Edit>
+void ImageClipStore::editLocked(Edit&& edit) {
+    std::lock_guard lock(mutex_);
+    if (ensureOpenLocked()) edit(context_.clock.now());
+}
+
+void ImageClipStore::setPinned(const std::string& id, bool pinned) {
+    editLocked([&](double now) {
+        sql::Statement st = db_.prepare(
+            std::string(pinned ? "UPDATE media SET pinned = ?, "
+                               : "UPDATE media SET pinned = ?, category = NULL, ") +
+            ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
+        st.bind(1, pinned);
+        st.bind(2, id);
+        st.run();
+    });
+}
+
+void ImageClipStore::setCategory(const std::string& id,
+                                 const std::optional<std::string>& category) {
+    editLocked([&](double now) {
+        sql::Statement st = db_.prepare("UPDATE media SET category = ?, pinned = 1, " +
+                                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
+        st.bind(1, category);
+        st.bind(2, id);
+        st.run();
+    });
+}
+
+void ImageClipStore::setLabel(const std::string& id, const std::optional<std::string>& label) {
+    // Named like a text entry: one line, trimmed, at most 40 characters.
+    std::optional<std::string> prepared;
+    if (label) {
+        std::string name = unicode::oneLineName(*label, ClipboardStore::maxLabelCharacters);
+        if (!name.empty()) prepared = std::move(name);
+    }
+    editLocked([&](double now) {
+        sql::Statement st = db_.prepare("UPDATE media SET label = ?, " +
+                                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
+        st.bind(1, prepared);
+        st.bind(2, id);
+        st.run();
+    });
+}
+
+void ImageClipStore::detachCategory(const std::string& category) {
+    editLocked([&](double) {
+        sql::Statement st = db_.prepare("UPDATE media SET category = NULL WHERE category = ?");
+        st.bind(1, category);
+        st.run();
+    });
+}
+
+void ImageClipStore::deleteItem(const std::string& id) {
+    editLocked([&](double now) {
+        sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+        auto doomed = deleteRowsLocked("id = " + sql::quote(id), now);
+        if (tx.commit()) removeFiles(doomed);
+    });
+}
+
+void ImageClipStore::clear(bool keepPinned) {
+    editLocked([&](double now) {
+        // A full clear still keeps images filed in a category.
+        sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+        auto doomed = deleteRowsLocked(keepPinned ? "pinned = 0" : "category IS NULL", now);
+        if (!tx.commit()) return;
+        removeFiles(doomed);
+        sql::Statement count = db_.prepare("SELECT COUNT(*) FROM media");
+        if (count.step() == SQLITE_ROW && count.int64(0) == 0) {
+            // Also sweeps files that a crash left without a row; the folder
+            // is made again by the next save.
+            if (auto folder = imageFolder()) {
+                std::error_code ignored;
+                fs::remove_all(*folder, ignored);
+            }
+        }
+    });
+}
+
+}  // namespace zettly

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "store/Sql.h"
+#include "store/StoreContext.h"
+
+namespace zettly {
+
+// The image history: "Library/clipmedia.sqlite" with one row per image, and
+// "Library/clipmedia/" with a full-size JPEG (at most 1280 pixels on the long
+// side) and a thumbnail (at most 320) per row. Deliberately small: the 15
+// newest images are kept (pinned ones count but are never removed) and no
+// unpinned image beyond 24 MiB of full-size files.
+//
+// Decoding runs on the caller's thread; the database and file removals run
+// under the store's mutex. Operations never throw and never report: a
+// failure gives an empty list, none or `failed` and leaves the data as it was.
+class ImageClipStore {
+public:
+    using Bytes = std::vector<std::uint8_t>;
+
+    struct Item {
+        std::string id;
+        std::string file;   // absolute path of the full-size JPEG
+        std::string thumb;  // absolute path of the thumbnail
+        std::int64_t width = 0;
+        std::int64_t height = 0;
+        std::int64_t bytes = 0;
+        double createdAt = 0;
+        bool pinned = false;
+        std::optional<std::string> category;
+        std::optional<std::string> label;
+        bool operator==(const Item&) const = default;
+    };
+
+    enum class SaveResult { saved, disabled, tooLarge, failed };
+
+    static constexpr std::size_t maxInputBytes = 16 * 1024 * 1024;
+    static constexpr int fullPixels = 1280;
+    static constexpr int thumbPixels = 320;
+    static constexpr std::int64_t keptPositions = 15;
+    static constexpr std::int64_t keptBytes = 24 * 1024 * 1024;
+    static constexpr int listedPinned = 100;
+    static constexpr std::int64_t sameImageDistance = 5;  // below this, two images are one
+
+    explicit ImageClipStore(StoreContext context);
+    ImageClipStore(const ImageClipStore&) = delete;
+    ImageClipStore& operator=(const ImageClipStore&) = delete;
+
+    static ImageClipStore& shared();
+
+    // Stores a copied image, or moves an equal one already in the history to
+    // the top. Called off the main thread: it decodes and encodes.
+    SaveResult save(std::span<const std::uint8_t> data);
+
+    // At most 100 pinned and 15 unpinned images, pinned ones outside any
+    // category first, each group newest first; expired images are hidden.
+    std::vector<Item> fetchAll();
+    std::optional<Bytes> fileData(const std::string& id);
+
+    void setPinned(const std::string& id, bool pinned);
+    void setCategory(const std::string& id, const std::optional<std::string>& category);
+    void setLabel(const std::string& id, const std::optional<std::string>& label);
+    // For a deleted category: its images leave it (no sync change marks).
+    void detachCategory(const std::string& category);
+    // `delete` in the original naming; a reserved word here.
+    void deleteItem(const std::string& id);
+    void clear(bool keepPinned);
+
+    // Writes `data` reduced to at most `maxPixel` on the long side as a JPEG
+    // to `to` (mode 0600); the cloud upload uses it to fit its size limit.
+    static bool downsample(std::span<const std::uint8_t> data, int maxPixel,
+                           const std::filesystem::path& to);
+
+    // Differing bits of two fingerprints; the largest integer when their
+    // lengths differ.
+    static std::int64_t distance(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
+
+    std::optional<std::filesystem::path> databasePath() const;
+    // The image folder, created (0700) when asked for.
+    std::optional<std::filesystem::path> imageFolder() const;
+
+private:
+    struct Files {
+        std::string file;
+        std::string thumb;
+    };
+
+    bool ensureOpenLocked();
+    bool insertLocked(const std::string& id, const Files& files, std::int64_t width,
+                      std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
+                      double now, bool& duplicate);
+    // These delete rows (with their tombstones) and add the rows' files to
+    // `doomedFiles`, which are removed only once the deletion is committed.
+    void trimLocked(double now, std::vector<std::string>& doomedFiles);
+    void expireLocked(double now, std::vector<std::string>& doomedFiles);
+    std::vector<std::string> deleteRowsLocked(const std::string& condition, double now);
+    void tombstoneLocked(const std::string& condition, double now);
+    std::string keptByAgeSQL(double now) const;
+    template <typename Edit>
+    void editLocked(Edit&& edit);
+
+    StoreContext context_;
+    std::mutex mutex_;
+    sql::Database db_;
+};
+
+}  // namespace zettly
