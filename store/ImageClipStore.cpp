@@ -1,11 +1,11 @@
 #include "store/ImageClipStore.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <bit>
 #include <fstream>
 #include <iterator>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "platform/Clock.h"
 #include "store/ClipPrefs.h"
@@ -58,12 +58,14 @@ bool fitsInt32(std::int64_t v) {
 // and a file lost to a power cut only leaves a row without its picture.
 bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> data) {
     int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) return false;
+    if (fd < 0)
+        return false;
     const auto* p = data.data();
     std::size_t left = data.size();
     while (left > 0) {
         ssize_t n = ::write(fd, p, left);
-        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 && errno == EINTR)
+            continue;
         if (n <= 0) {
             ::close(fd);
             ::unlink(path.c_str());
@@ -81,7 +83,8 @@ bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> dat
 
 void removeFiles(const std::vector<std::string>& paths) {
     std::error_code ignored;
-    for (const std::string& path : paths) fs::remove(path, ignored);
+    for (const std::string& path : paths)
+        fs::remove(path, ignored);
 }
 
 }  // namespace
@@ -95,26 +98,32 @@ ImageClipStore& ImageClipStore::shared() {
 
 std::optional<fs::path> ImageClipStore::databasePath() const {
     auto container = context_.container();
-    if (!container) return std::nullopt;
+    if (!container)
+        return std::nullopt;
     return *container / "Library" / "clipmedia.sqlite";
 }
 
 std::optional<fs::path> ImageClipStore::imageFolder() const {
     auto container = context_.container();
-    if (!container) return std::nullopt;
+    if (!container)
+        return std::nullopt;
     fs::path folder = *container / "Library" / "clipmedia";
     std::error_code ec;
-    if (!files::createPrivateDirectories(folder, ec)) return std::nullopt;
+    if (!files::createPrivateDirectories(folder, ec))
+        return std::nullopt;
     return folder;
 }
 
 bool ImageClipStore::ensureOpenLocked() {
-    if (db_.valid()) return true;
+    if (db_.valid())
+        return true;
     auto path = databasePath();
-    if (!path) return false;
+    if (!path)
+        return false;
     std::error_code ignored;
     files::createPrivateDirectories(path->parent_path(), ignored);
-    if (!openStoreDatabase(db_, *path, context_.clock, context_.log)) return false;
+    if (!openStoreDatabase(db_, *path, context_.clock, context_.log))
+        return false;
 
     db_.exec(kSchema);
     for (auto [column, decl] : {std::pair{"category", "TEXT"},
@@ -136,28 +145,34 @@ bool ImageClipStore::ensureOpenLocked() {
 
 std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,
                                       std::span<const std::uint8_t> b) {
-    if (a.size() != b.size()) return std::numeric_limits<std::int64_t>::max();
+    if (a.size() != b.size())
+        return std::numeric_limits<std::int64_t>::max();
     std::int64_t bits = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) bits += std::popcount<std::uint8_t>(a[i] ^ b[i]);
+    for (std::size_t i = 0; i < a.size(); ++i)
+        bits += std::popcount<std::uint8_t>(a[i] ^ b[i]);
     return bits;
 }
 
 bool ImageClipStore::downsample(std::span<const std::uint8_t> data, int maxPixel,
                                 const fs::path& to) {
     auto reduced = ImageCodec::reduce(data, maxPixel);
-    if (!reduced) return false;
+    if (!reduced)
+        return false;
     std::error_code ignored;
     fs::remove(to, ignored);
     return writeNewPrivateFile(to, reduced->full.bytes);
 }
 
 ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> data) {
-    if (!KeyboardSettings(context_.defaults).clipboardEnabled()) return SaveResult::disabled;
-    if (data.size() > maxInputBytes) return SaveResult::tooLarge;
+    if (!KeyboardSettings(context_.defaults).clipboardEnabled())
+        return SaveResult::disabled;
+    if (data.size() > maxInputBytes)
+        return SaveResult::tooLarge;
 
     // Decoding is the slow part and needs no lock.
     auto reduced = ImageCodec::reduce(data, fullPixels, thumbPixels);
-    if (!reduced) return SaveResult::failed;
+    if (!reduced)
+        return SaveResult::failed;
     auto fp = ImageCodec::fingerprint(reduced->full.bytes);
 
     // The files are written under the lock, so a clear that empties the
@@ -165,21 +180,24 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     // their row.
     std::lock_guard lock(mutex_);
     auto folder = imageFolder();
-    if (!folder || !ensureOpenLocked()) return SaveResult::failed;
+    if (!folder || !ensureOpenLocked())
+        return SaveResult::failed;
     std::string id = crypto::newUUID();
     Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string()};
-    if (!writeNewPrivateFile(files.file, reduced->full.bytes)) return SaveResult::failed;
+    if (!writeNewPrivateFile(files.file, reduced->full.bytes))
+        return SaveResult::failed;
     if (!writeNewPrivateFile(files.thumb, reduced->thumb->bytes)) {
         removeFiles({files.file});
         return SaveResult::failed;
     }
     bool duplicate = false;
-    bool stored = insertLocked(
-        id, files, reduced->full.width, reduced->full.height,
-        static_cast<std::int64_t>(reduced->full.bytes.size()),
-        fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
-        context_.clock.now(), duplicate);
-    if (!stored || duplicate) removeFiles({files.file, files.thumb});
+    bool stored =
+        insertLocked(id, files, reduced->full.width, reduced->full.height,
+                     static_cast<std::int64_t>(reduced->full.bytes.size()),
+                     fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
+                     context_.clock.now(), duplicate);
+    if (!stored || duplicate)
+        removeFiles({files.file, files.thumb});
     return stored ? SaveResult::saved : SaveResult::failed;
 }
 
@@ -188,9 +206,11 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
                                   std::span<const std::uint8_t> fp, double now, bool& duplicate) {
     // Sizes come from a decoder limited to 1280 pixels and a 16 MiB input;
     // anything outside 32 bits is a broken image, not a row.
-    if (!fitsInt32(width) || !fitsInt32(height) || !fitsInt32(bytes)) return false;
+    if (!fitsInt32(width) || !fitsInt32(height) || !fitsInt32(bytes))
+        return false;
     sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
-    if (!tx.begun()) return false;
+    if (!tx.begun())
+        return false;
 
     if (!fp.empty()) {
         sql::Statement same = db_.prepare(
@@ -200,7 +220,8 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
         same.bind(2, height);
         while (same.step() == SQLITE_ROW) {
             auto other = same.blob(1);
-            if (!other || distance(fp, *other) >= sameImageDistance) continue;
+            if (!other || distance(fp, *other) >= sameImageDistance)
+                continue;
             std::string t = sql::number(now);
             std::string sameId = same.text(0);
             same = {};
@@ -227,19 +248,22 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
         insert.bindNull(10);
     else
         insert.bind(10, fp);
-    if (!insert.run()) return false;
+    if (!insert.run())
+        return false;
     insert = {};
     std::vector<std::string> doomed;
     trimLocked(now, doomed);
     expireLocked(now, doomed);
-    if (!tx.commit()) return false;
+    if (!tx.commit())
+        return false;
     removeFiles(doomed);
     return true;
 }
 
 void ImageClipStore::tombstoneLocked(const std::string& condition, double now) {
     // Without a sync key nothing was ever shared, so there is nothing to retract.
-    if (!context_.defaults.data(prefkey::clipSyncKey)) return;
+    if (!context_.defaults.data(prefkey::clipSyncKey))
+        return;
     db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, at)\nSELECT rid, " + sql::number(now) +
              " FROM media WHERE rid IS NOT NULL AND (" + condition + ")");
 }
@@ -248,10 +272,12 @@ std::vector<std::string> ImageClipStore::deleteRowsLocked(const std::string& con
                                                           double now) {
     sql::Statement st = db_.prepare("SELECT file, thumb FROM media WHERE " + condition);
     std::vector<std::string> paths;
-    while (st.step() == SQLITE_ROW) paths.insert(paths.end(), {st.text(0), st.text(1)});
+    while (st.step() == SQLITE_ROW)
+        paths.insert(paths.end(), {st.text(0), st.text(1)});
     st = {};
     tombstoneLocked(condition, now);
-    if (!db_.exec("DELETE FROM media WHERE " + condition)) return {};  // the files stay too
+    if (!db_.exec("DELETE FROM media WHERE " + condition))
+        return {};  // the files stay too
     return paths;
 }
 
@@ -277,9 +303,8 @@ void ImageClipStore::trimLocked(double now, std::vector<std::string>& doomedFile
 }
 
 std::string ImageClipStore::keptByAgeSQL(double now) const {
-    double cutoff = now - static_cast<double>(
-                              ClipPrefs(context_.defaults).clipboardRetentionMinutes()) *
-                              60.0;
+    double cutoff =
+        now - static_cast<double>(ClipPrefs(context_.defaults).clipboardRetentionMinutes()) * 60.0;
     return "(label IS NOT NULL OR created >= " + sql::number(cutoff) + ")";
 }
 
@@ -290,7 +315,8 @@ void ImageClipStore::expireLocked(double now, std::vector<std::string>& doomedFi
 
 std::vector<ImageClipStore::Item> ImageClipStore::fetchAll() {
     std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked()) return {};
+    if (!ensureOpenLocked())
+        return {};
     sql::Statement st = db_.prepare(
         "SELECT id, file, thumb, w, h, bytes, created, pinned, category, label FROM media\n"
         "WHERE id IN (SELECT id FROM media WHERE pinned = 1 ORDER BY created DESC LIMIT ?)\n"
@@ -312,31 +338,36 @@ std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string&
     std::string path;
     {
         std::lock_guard lock(mutex_);
-        if (!ensureOpenLocked()) return std::nullopt;
+        if (!ensureOpenLocked())
+            return std::nullopt;
         sql::Statement st = db_.prepare("SELECT file FROM media WHERE id = ?");
         st.bind(1, id);
-        if (st.step() != SQLITE_ROW) return std::nullopt;
+        if (st.step() != SQLITE_ROW)
+            return std::nullopt;
         path = st.text(0);
     }
     std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
+    if (!in)
+        return std::nullopt;
     Bytes data{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad()) return std::nullopt;
+    if (in.bad())
+        return std::nullopt;
     return data;
 }
 
 template <typename Edit>
 void ImageClipStore::editLocked(Edit&& edit) {
     std::lock_guard lock(mutex_);
-    if (ensureOpenLocked()) edit(context_.clock.now());
+    if (ensureOpenLocked())
+        edit(context_.clock.now());
 }
 
 void ImageClipStore::setPinned(const std::string& id, bool pinned) {
     editLocked([&](double now) {
-        sql::Statement st = db_.prepare(
-            std::string(pinned ? "UPDATE media SET pinned = ?, "
-                               : "UPDATE media SET pinned = ?, category = NULL, ") +
-            ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
+        sql::Statement st =
+            db_.prepare(std::string(pinned ? "UPDATE media SET pinned = ?, "
+                                           : "UPDATE media SET pinned = ?, category = NULL, ") +
+                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
         st.bind(1, pinned);
         st.bind(2, id);
         st.run();
@@ -359,7 +390,8 @@ void ImageClipStore::setLabel(const std::string& id, const std::optional<std::st
     std::optional<std::string> prepared;
     if (label) {
         std::string name = unicode::oneLineName(*label, ClipboardStore::maxLabelCharacters);
-        if (!name.empty()) prepared = std::move(name);
+        if (!name.empty())
+            prepared = std::move(name);
     }
     editLocked([&](double now) {
         sql::Statement st = db_.prepare("UPDATE media SET label = ?, " +
@@ -382,7 +414,8 @@ void ImageClipStore::deleteItem(const std::string& id) {
     editLocked([&](double now) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         auto doomed = deleteRowsLocked("id = " + sql::quote(id), now);
-        if (tx.commit()) removeFiles(doomed);
+        if (tx.commit())
+            removeFiles(doomed);
     });
 }
 
@@ -391,7 +424,8 @@ void ImageClipStore::clear(bool keepPinned) {
         // A full clear still keeps images filed in a category.
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         auto doomed = deleteRowsLocked(keepPinned ? "pinned = 0" : "category IS NULL", now);
-        if (!tx.commit()) return;
+        if (!tx.commit())
+            return;
         removeFiles(doomed);
         sql::Statement count = db_.prepare("SELECT COUNT(*) FROM media");
         if (count.step() == SQLITE_ROW && count.int64(0) == 0) {

@@ -1,11 +1,11 @@
 #include "store/ImageCodec.h"
 
-#include <vips/vips.h>
-
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <string_view>
+
+#include <vips/vips.h>
 
 namespace zettly {
 
@@ -17,10 +17,12 @@ struct ImageRef {
     ImageRef(const ImageRef&) = delete;
     ImageRef& operator=(const ImageRef&) = delete;
     ~ImageRef() {
-        if (image) g_object_unref(image);
+        if (image)
+            g_object_unref(image);
     }
     VipsImage** out() {
-        if (image) g_object_unref(image);
+        if (image)
+            g_object_unref(image);
         image = nullptr;
         return &image;
     }
@@ -37,12 +39,14 @@ T failed(T value) {
 
 bool isAcceptedFormat(std::span<const std::uint8_t> data) {
     const char* loader = vips_foreign_find_load_buffer(data.data(), data.size());
-    if (!loader) return false;
+    if (!loader)
+        return false;
     static constexpr std::string_view kAccepted[] = {
         "VipsForeignLoadPngBuffer", "VipsForeignLoadJpegBuffer", "VipsForeignLoadHeifBuffer",
         "VipsForeignLoadTiffBuffer", "VipsForeignLoadWebpBuffer"};
     for (std::string_view accepted : kAccepted)
-        if (accepted == loader) return true;
+        if (accepted == loader)
+            return true;
     return false;
 }
 
@@ -75,13 +79,16 @@ bool normalise(ImageRef& image) {
         VipsArrayDouble* background = vips_array_double_new(white, 3);
         int rc = vips_flatten(image.get(), next.out(), "background", background, nullptr);
         vips_area_unref(VIPS_AREA(background));
-        if (rc != 0) return false;
+        if (rc != 0)
+            return false;
         std::swap(image.image, next.image);
     }
-    if (vips_cast_uchar(image.get(), next.out(), nullptr) != 0) return false;
+    if (vips_cast_uchar(image.get(), next.out(), nullptr) != 0)
+        return false;
     std::swap(image.image, next.image);
     VipsImage* inMemory = vips_image_copy_memory(image.get());
-    if (!inMemory) return false;
+    if (!inMemory)
+        return false;
     *next.out() = inMemory;
     std::swap(image.image, next.image);
     return true;
@@ -102,16 +109,19 @@ void ImageCodec::initialize() {
 std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8_t> input,
                                                       int maxPixel, std::optional<int> thumbPixel) {
     initialize();
-    if (input.empty() || maxPixel < 1 || !isAcceptedFormat(input)) return failed(std::nullopt);
+    if (input.empty() || maxPixel < 1 || !isAcceptedFormat(input))
+        return failed(std::nullopt);
     {
         // Reading the header decodes no pixels, so a decompression bomb is
         // caught here, before it can claim gigabytes.
         ImageRef header;
         header.image = vips_image_new_from_buffer(input.data(), input.size(), "", nullptr);
-        if (!header.get()) return failed(std::nullopt);
-        std::int64_t pixels = std::int64_t{vips_image_get_width(header.get())} *
-                              vips_image_get_height(header.get());
-        if (pixels <= 0 || pixels > maxPixels) return failed(std::nullopt);
+        if (!header.get())
+            return failed(std::nullopt);
+        std::int64_t pixels =
+            std::int64_t{vips_image_get_width(header.get())} * vips_image_get_height(header.get());
+        if (pixels <= 0 || pixels > maxPixels)
+            return failed(std::nullopt);
     }
     ImageRef image;
     // Truncated or damaged data fails instead of being stored half grey.
@@ -123,7 +133,8 @@ std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8
 
     Reduced reduced;
     auto full = encodeJpeg(image.get());
-    if (!full) return std::nullopt;
+    if (!full)
+        return std::nullopt;
     reduced.full = std::move(*full);
     if (thumbPixel) {
         ImageRef small;
@@ -131,7 +142,8 @@ std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8
                                  "size", VIPS_SIZE_DOWN, nullptr) != 0)
             return failed(std::nullopt);
         reduced.thumb = encodeJpeg(small.get());
-        if (!reduced.thumb) return std::nullopt;
+        if (!reduced.thumb)
+            return std::nullopt;
     }
     return reduced;
 }
@@ -151,7 +163,8 @@ ImageCodec::Fingerprint ImageCodec::differenceHash(std::span<const std::uint8_t,
 
 std::optional<ImageCodec::Fingerprint> ImageCodec::fingerprint(std::span<const std::uint8_t> jpeg) {
     initialize();
-    if (jpeg.empty() || !isAcceptedFormat(jpeg)) return failed(std::nullopt);
+    if (jpeg.empty() || !isAcceptedFormat(jpeg))
+        return failed(std::nullopt);
     ImageRef image, next;
     if (vips_thumbnail_buffer(const_cast<std::uint8_t*>(jpeg.data()), jpeg.size(), image.out(), 17,
                               "height", 16, "size", VIPS_SIZE_FORCE, nullptr) != 0)
@@ -159,11 +172,12 @@ std::optional<ImageCodec::Fingerprint> ImageCodec::fingerprint(std::span<const s
     if (vips_colourspace(image.get(), next.out(), VIPS_INTERPRETATION_B_W, nullptr) != 0)
         return failed(std::nullopt);
     std::swap(image.image, next.image);
-    if (vips_cast_uchar(image.get(), next.out(), nullptr) != 0) return failed(std::nullopt);
+    if (vips_cast_uchar(image.get(), next.out(), nullptr) != 0)
+        return failed(std::nullopt);
     std::swap(image.image, next.image);
     std::size_t size = 0;
-    std::unique_ptr<void, decltype(&g_free)> pixels(
-        vips_image_write_to_memory(image.get(), &size), g_free);
+    std::unique_ptr<void, decltype(&g_free)> pixels(vips_image_write_to_memory(image.get(), &size),
+                                                    g_free);
     if (!pixels || size != 17 * 16 || vips_image_get_bands(image.get()) != 1)
         return failed(std::nullopt);
     std::array<std::uint8_t, 17 * 16> grey{};

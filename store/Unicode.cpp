@@ -129,7 +129,8 @@ std::string lowercased(std::string_view s) {
 std::string oneLineName(std::string_view raw, std::size_t limit) {
     std::string oneLine(raw);
     for (char& c : oneLine)
-        if (c == '\n') c = ' ';
+        if (c == '\n')
+            c = ' ';
     return prefixCharacters(trimmed(oneLine), limit);
 }
 
