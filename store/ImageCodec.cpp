@@ -103,6 +103,11 @@ void ImageCodec::initialize() {
         // Clipboard images rarely repeat; a cache would only hold memory.
         vips_cache_set_max(0);
         vips_block_untrusted_set(TRUE);
+        // Damaged clipboard images are refused anyway; libvips' warnings
+        // about them would only fill the user's journal.
+        g_log_set_handler(
+            "VIPS", G_LOG_LEVEL_WARNING,
+            [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
     });
 }
 
@@ -125,9 +130,11 @@ std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8
     }
     ImageRef image;
     // Truncated or damaged data fails instead of being stored half grey.
+    // The loader option, not thumbnail's own fail_on: libvips 8.14 does not
+    // pass that one on when reading from memory.
     if (vips_thumbnail_buffer(const_cast<std::uint8_t*>(input.data()), input.size(), image.out(),
-                              maxPixel, "height", maxPixel, "size", VIPS_SIZE_DOWN, "fail_on",
-                              VIPS_FAIL_ON_ERROR, nullptr) != 0 ||
+                              maxPixel, "height", maxPixel, "size", VIPS_SIZE_DOWN, "option_string",
+                              "fail_on=error", nullptr) != 0 ||
         !normalise(image))
         return failed(std::nullopt);
 
