@@ -27,7 +27,8 @@ void SerialExecutor::loop() {
         {
             std::unique_lock lock(mutex_);
             wake_.wait(lock, [this] { return stopping_ || !work_.empty(); });
-            if (work_.empty()) return;  // stopping, and nothing left
+            if (work_.empty())
+                return;  // stopping, and nothing left
             next = std::move(work_.front());
             work_.pop_front();
         }

@@ -1,0 +1,381 @@
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "capture/PasteboardMonitor.h"
+#include "store/ClipboardStore.h"
+#include "store/ImageClipStore.h"
+#include "store/PrefKeys.h"
+#include "tests/fakes/FakePasteboard.h"
+#include "tests/fakes/ManualMainQueue.h"
+#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
+
+namespace zettly {
+namespace {
+
+using test::Bytes;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const std::string plainText = "text/plain;charset=utf-8";
+
+Bytes bytes(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
+
+// Each format gets its own width, so the stored width tells which data was decoded.
+Bytes picture(std::string_view type, int width) {
+    auto image = test::image(width, 20, test::gradient(width));
+    const char* suffix = type == pbtype::png    ? ".png"
+                         : type == pbtype::jpeg ? ".jpg"
+                         : type == pbtype::heic ? ".heic"
+                                                : ".tif";
+    return test::encode(image.get(), suffix);
+}
+
+class MonitorTest : public ::testing::Test {
+protected:
+    MonitorTest() {
+        monitor.onNewItem = [this] { ++announced; };
+        monitor.onSkipConsumed = [this] { ++skipsConsumed; };
+    }
+
+    PasteboardMonitor::Dependencies deps() {
+        return {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log};
+    }
+    // Another application copies; the clock moves so that history order is defined.
+    void copy(const std::string& text) {
+        env.clock.advance(1);
+        pasteboard.copyText(text);
+    }
+    void copyAndPoll(const std::string& text) {
+        copy(text);
+        monitor.poll();
+    }
+    std::vector<std::string> history() {
+        std::vector<std::string> out;
+        for (const auto& item : texts.fetch(100, 0))
+            out.push_back(item.text);
+        return out;
+    }
+    std::vector<std::int64_t> imageWidths() {
+        std::vector<std::int64_t> out;
+        for (const auto& item : images.fetchAll())
+            out.push_back(item.width);
+        return out;
+    }
+    // A change already examined must not be examined again: a pending skip
+    // survives a poll that has nothing new to look at.
+    void expectChangeConsumed() {
+        monitor.skipNext = true;
+        monitor.poll();
+        EXPECT_TRUE(monitor.skipNext) << "the refused change was examined a second time";
+        monitor.skipNext = false;
+    }
+
+    test::StoreEnvironment env;
+    test::FakePasteboard pasteboard;
+    test::FakeWorkspace workspace;
+    test::ManualMainQueue queue{env.clock};
+    test::ManualExecutor executor;
+    ClipboardStore texts{env.context()};
+    ImageClipStore images{env.context()};
+    PasteboardMonitor monitor{deps()};
+    int announced = 0;
+    int skipsConsumed = 0;
+};
+
+using TextCapture = MonitorTest;
+using Refusals = MonitorTest;
+using SkipNext = MonitorTest;
+using ImageCapture = MonitorTest;
+using Polling = MonitorTest;
+using IgnorePatterns = MonitorTest;
+
+TEST_F(TextCapture, WhatWasOnTheClipboardBeforeTheMonitorExistedIsNeverCaptured) {
+    copy("copied before start");
+    PasteboardMonitor late(deps());
+    late.poll();
+    EXPECT_THAT(history(), IsEmpty());
+
+    copy("copied after start");
+    late.poll();
+    EXPECT_THAT(history(), ElementsAre("copied after start"));
+}
+
+TEST_F(TextCapture, TextIsStoredWithItsBlanksAndEachNewOrRepeatedCopyIsAnnouncedOnce) {
+    copyAndPoll("  padded note \n");
+    EXPECT_THAT(history(), ElementsAre("  padded note \n"));
+    EXPECT_EQ(announced, 1);
+
+    monitor.poll();
+    EXPECT_EQ(announced, 1) << "an unchanged clipboard was captured again";
+
+    copyAndPoll("other");
+    copyAndPoll("  padded note \n");
+    EXPECT_THAT(history(), ElementsAre("  padded note \n", "other"));
+    EXPECT_EQ(announced, 3);
+}
+
+TEST_F(TextCapture, OfTwoCopiesWithinOneTickOnlyTheLastIsSeen) {
+    copy("lost");
+    copy("kept");
+    monitor.poll();
+    EXPECT_THAT(history(), ElementsAre("kept"));
+}
+
+TEST_F(Refusals, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
+    copyAndPoll("first");
+    copyAndPoll("second");
+    env.clock.advance(1);
+    monitor.copyTextFromHistory("first");
+    EXPECT_EQ(pasteboard.string(), "first");
+    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
+    EXPECT_THAT(history(), ElementsAre("first", "second"));
+
+    monitor.poll();
+    monitor.ownChangeCount.reset();
+    monitor.poll();
+    EXPECT_EQ(announced, 2) << "the app's own write was captured";
+
+    Bytes jpeg = test::jpeg(30, 20, test::gradient(30));
+    monitor.copyImageFromHistory(jpeg);
+    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
+    monitor.poll();
+    monitor.ownChangeCount.reset();
+    monitor.poll();
+    EXPECT_EQ(executor.pendingCount(), 0u) << "the app's own image was captured";
+
+    // The recorded count never matches a later copy from elsewhere.
+    copyAndPoll("third");
+    EXPECT_THAT(history(), ElementsAre("third", "first", "second"));
+}
+
+TEST_F(Refusals, CopiesMadeWhilePausedAreNotCapturedAfterResuming) {
+    monitor.paused = true;
+    copyAndPoll("while paused");
+    monitor.paused = false;
+    monitor.poll();
+    EXPECT_THAT(history(), IsEmpty());
+
+    copyAndPoll("after resuming");
+    EXPECT_THAT(history(), ElementsAre("after resuming"));
+}
+
+TEST_F(Refusals, EachIgnoredTypeRefusesTheCopyEvenWithTextPresent) {
+    for (std::string_view type : PasteboardMonitor::ignoredTypes) {
+        SCOPED_TRACE(type);
+        pasteboard.copy({{plainText, bytes("hunter2")}, {std::string(type), bytes("secret")}});
+        monitor.poll();
+        EXPECT_THAT(history(), IsEmpty());
+        expectChangeConsumed();
+    }
+    EXPECT_EQ(announced, 0);
+}
+
+TEST_F(Refusals, TheBuiltInAppListAppliesOnlyWhileNoListIsStored) {
+    workspace.frontmost = "org.keepassxc.KeePassXC";
+    copyAndPoll("from keepassxc");
+    workspace.frontmost = std::nullopt;
+    monitor.poll();
+    EXPECT_THAT(history(), IsEmpty()) << "the refused change was examined again";
+
+    copyAndPoll("no frontmost app");
+    workspace.frontmost = "KeePassXC";
+    copyAndPoll("from keepassxc window class");
+    EXPECT_THAT(history(), ElementsAre("no frontmost app"));
+
+    // An empty stored list switches the built-in one off rather than falling back to it.
+    env.defaults.setStringArray(prefkey::ignoredApps, {});
+    copyAndPoll("allowed by empty list");
+    EXPECT_THAT(history(), ElementsAre("allowed by empty list", "no frontmost app"));
+}
+
+TEST_F(Refusals, AStoredAppListIsMatchedExactlyAndIsNotMergedWithTheBuiltInOne) {
+    env.defaults.setStringArray(prefkey::ignoredApps, {"org.example.Vault"});
+    for (const char* app : {"org.example.Vault", "org.example.vault", "org.example.Vault2",
+                            "com.bitwarden.desktop"}) {
+        workspace.frontmost = app;
+        copyAndPoll(std::string("from ") + app);
+    }
+    EXPECT_THAT(history(), ElementsAre("from com.bitwarden.desktop", "from org.example.Vault2",
+                                       "from org.example.vault"));
+}
+
+TEST_F(SkipNext, OnlyAnExaminedCopyUsesUpTheSkipAndTheCopyAfterItIsCaptured) {
+    monitor.skipNext = true;
+    monitor.copyTextFromHistory("picked");
+    monitor.poll();
+    monitor.paused = true;
+    copyAndPoll("while paused");
+    monitor.paused = false;
+    EXPECT_TRUE(monitor.skipNext);
+    EXPECT_EQ(skipsConsumed, 0);
+
+    copyAndPoll("skipped");
+    EXPECT_FALSE(monitor.skipNext);
+    EXPECT_EQ(skipsConsumed, 1);
+    EXPECT_THAT(history(), ElementsAre("picked"));
+
+    copyAndPoll("captured");
+    EXPECT_THAT(history(), ElementsAre("captured", "picked"));
+    EXPECT_EQ(skipsConsumed, 1);
+}
+
+TEST_F(ImageCapture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterOnTheMainQueue) {
+    // Blank text does not count as text, so the image on the same clipboard is taken.
+    pasteboard.copy({{plainText, bytes(" \n\t ")}, {"image/png", picture(pbtype::png, 30)}});
+    monitor.poll();
+    EXPECT_THAT(imageWidths(), IsEmpty());
+    ASSERT_EQ(executor.pendingCount(), 1u);
+
+    executor.runAll();
+    EXPECT_THAT(imageWidths(), ElementsAre(30));
+    EXPECT_EQ(announced, 0) << "announced off the main queue";
+    queue.runPending();
+    EXPECT_EQ(announced, 1);
+    EXPECT_THAT(history(), IsEmpty());
+}
+
+TEST_F(ImageCapture, TextWinsOverAnImageOnTheSameClipboard) {
+    pasteboard.copy({{"image/png", picture(pbtype::png, 30)}, {plainText, bytes("caption")}});
+    monitor.poll();
+    EXPECT_THAT(history(), ElementsAre("caption"));
+    EXPECT_EQ(pasteboard.dataReads, 0);
+    EXPECT_EQ(executor.pendingCount(), 0u);
+}
+
+TEST_F(ImageCapture, TheMostPreferredImageFormatOnOfferIsDecoded) {
+    // Offered least preferred first, so the clipboard's order cannot decide.
+    const std::vector<std::pair<std::string_view, int>> offers = {
+        {pbtype::tiff, 48}, {pbtype::heic, 40}, {pbtype::jpeg, 32}, {pbtype::png, 24}};
+    // PNG over all; JPEG over HEIC; HEIC over TIFF.
+    for (std::size_t kept : {4u, 3u, 2u}) {
+        std::vector<std::pair<std::string, Bytes>> entries;
+        for (std::size_t i = 0; i < kept; ++i)
+            entries.emplace_back(offers[i].first, picture(offers[i].first, offers[i].second));
+        env.clock.advance(1);
+        pasteboard.copy(std::move(entries));
+        monitor.poll();
+        executor.runAll();
+        ASSERT_FALSE(images.fetchAll().empty());
+        EXPECT_EQ(images.fetchAll().front().width, offers[kept - 1].second)
+            << "offered " << kept << " formats";
+    }
+    EXPECT_EQ(images.fetchAll().size(), 3u);
+}
+
+TEST_F(ImageCapture, ACopyOfFilesCapturesNeitherTheirIconsNorAnything) {
+    for (std::string_view marker : {pbtype::uriList, pbtype::gnomeCopiedFiles}) {
+        SCOPED_TRACE(marker);
+        pasteboard.copy({{std::string(marker), bytes("file:///home/u/photo.png\r\n")},
+                         {"image/png", picture(pbtype::png, 30)}});
+        monitor.poll();
+        EXPECT_EQ(executor.pendingCount(), 0u);
+    }
+    EXPECT_THAT(history(), IsEmpty());
+}
+
+TEST_F(ImageCapture, NoImageIsCapturedWhileImagesAreSwitchedOff) {
+    env.defaults.setBool(prefkey::saveImages, false);
+    pasteboard.copy({{"image/png", picture(pbtype::png, 30)}});
+    monitor.poll();
+    EXPECT_EQ(executor.pendingCount(), 0u);
+    env.defaults.setBool(prefkey::saveImages, true);
+    expectChangeConsumed();
+    EXPECT_EQ(executor.pendingCount(), 0u);
+}
+
+TEST_F(ImageCapture, AnImageFinishedAfterTheMonitorIsGoneIsStoredButNotAnnounced) {
+    int lateCalls = 0;
+    {
+        PasteboardMonitor shortLived(deps());
+        shortLived.onNewItem = [&lateCalls] { ++lateCalls; };
+        pasteboard.copy({{"image/png", picture(pbtype::png, 30)}});
+        shortLived.poll();
+        executor.runAll();
+    }
+    queue.runPending();
+    EXPECT_EQ(lateCalls, 0);
+    EXPECT_THAT(imageWidths(), ElementsAre(30));
+}
+
+TEST_F(ImageCapture, GarbageCopiedBackLeavesTheClipboardEmptyAndIsNotCaptured) {
+    copy("before");
+    monitor.copyImageFromHistory(bytes("not an image at all"));
+    EXPECT_THAT(pasteboard.types(), IsEmpty());
+    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
+    monitor.poll();
+    EXPECT_THAT(history(), IsEmpty());
+}
+
+TEST_F(Polling, StartPollsEveryHalfSecondAndASecondStartAddsNoTimer) {
+    const double t0 = env.clock.now();
+    monitor.start();
+    queue.runUntil(t0 + 0.25);
+    monitor.start();  // a second timer would tick at 0.75, 1.25, ...
+
+    pasteboard.copyText("a");
+    queue.runUntil(t0 + 0.45);
+    EXPECT_THAT(history(), IsEmpty());
+    queue.runUntil(t0 + 0.5);
+    EXPECT_THAT(history(), ElementsAre("a"));
+
+    pasteboard.copyText("b");
+    queue.runUntil(t0 + 0.8);
+    EXPECT_THAT(history(), ElementsAre("a"));
+    queue.runUntil(t0 + 1.0);
+    EXPECT_EQ(history().size(), 2u);
+}
+
+TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereInTheText) {
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"secret"});
+    copyAndPoll("my secret note");
+    EXPECT_THAT(history(), IsEmpty());
+    copyAndPoll("Secret");
+    EXPECT_THAT(history(), ElementsAre("Secret"));
+}
+
+TEST_F(IgnorePatterns, AnchorsMatchTheEndsOfTheWholeTextNotOfEachLine) {
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"^note$"});
+    copyAndPoll("first line\nnote\nlast line");
+    EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line"));
+    copyAndPoll("note");
+    EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line"));
+}
+
+TEST_F(IgnorePatterns, AnInvalidPatternIsSkippedSilentlyAndTheNextStillApplies) {
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"[", "token"});
+    copyAndPoll("plain words");
+    copyAndPoll("an api token");
+    EXPECT_THAT(history(), ElementsAre("plain words"));
+    EXPECT_THAT(env.log.lines(), IsEmpty());
+}
+
+TEST_F(IgnorePatterns, APatternThatRunsPastItsTimeLimitCountsAsAMatchAndIsLoggedOnce) {
+    // Exponential backtracking: 2^40 steps, far beyond any limit.
+    const std::string text = std::string(40, 'a') + "b";
+    test::RecordingLog log;
+    EXPECT_TRUE(PasteboardMonitor::matchesAnyPattern(text, {"(a+)+$", "zzz"}, log, 0.001));
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_THAT(log.lines()[0], HasSubstr("(a+)+$"));
+
+    EXPECT_FALSE(PasteboardMonitor::matchesAnyPattern("aaab", {"(a+)+$"}, log, 0.001));
+    EXPECT_EQ(log.lines().size(), 1u);
+
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"(a+)+$"});
+    copyAndPoll(text);
+    EXPECT_THAT(history(), IsEmpty());
+    ASSERT_EQ(env.log.lines().size(), 1u);
+    EXPECT_THAT(env.log.lines()[0], HasSubstr("(a+)+$"));
+}
+
+}  // namespace
+}  // namespace zettly

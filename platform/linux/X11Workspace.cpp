@@ -1,0 +1,56 @@
+#include "platform/linux/X11Workspace.h"
+
+#include <fstream>
+#include <sstream>
+
+namespace zettly {
+
+std::optional<std::string> X11Workspace::flatpakId(const std::string& info) {
+    std::istringstream in(info);
+    std::string line;
+    bool inApplication = false;
+    while (std::getline(in, line)) {
+        if (!line.empty() && line.front() == '[') {
+            inApplication = line == "[Application]";
+        } else if (inApplication && line.rfind("name=", 0) == 0 && line.size() > 5) {
+            return line.substr(5);
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> X11Workspace::frontmostApplicationId() {
+    XcbConnection& x = connection_;
+    auto active = x.property32(x.root(), x.atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW);
+    if (!active || *active == XCB_WINDOW_NONE)
+        return std::nullopt;
+    xcb_window_t window = *active;
+
+    if (auto pid = x.property32(window, x.atom("_NET_WM_PID"), XCB_ATOM_CARDINAL)) {
+        std::ifstream file("/proc/" + std::to_string(*pid) + "/root/.flatpak-info");
+        if (file) {
+            std::stringstream info;
+            info << file.rdbuf();
+            if (auto id = flatpakId(info.str()))
+                return id;
+        }
+    }
+    xcb_atom_t utf8 = x.atom("UTF8_STRING");
+    for (const char* name : {"_GTK_APPLICATION_ID", "_KDE_NET_WM_DESKTOP_FILE"})
+        if (auto id = x.property(window, x.atom(name), utf8); id && !id->empty())
+            return id;
+    // WM_CLASS holds "instance\0class\0".
+    if (auto wmClass = x.property(window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING)) {
+        auto split = wmClass->find('\0');
+        if (split != std::string::npos) {
+            std::string cls = wmClass->substr(split + 1);
+            if (auto end = cls.find('\0'); end != std::string::npos)
+                cls.resize(end);
+            if (!cls.empty())
+                return cls;
+        }
+    }
+    return std::nullopt;
+}
+
+}  // namespace zettly

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/Pasteboard.h"
+#include "platform/linux/XcbConnection.h"
+
+namespace zettly {
+
+// The application in front, from the window manager's _NET_ACTIVE_WINDOW.
+// Its id is, in this order: the Flatpak application id of the window's
+// process, the GTK application id, KDE's desktop file name, the WM_CLASS
+// class. The first names an app exactly; WM_CLASS is what every X client has.
+class X11Workspace final : public Workspace {
+public:
+    explicit X11Workspace(XcbConnection& connection) : connection_(connection) {}
+    std::optional<std::string> frontmostApplicationId() override;
+
+    // Reads "name=" of the [Application] group of a .flatpak-info file.
+    static std::optional<std::string> flatpakId(const std::string& info);
+
+private:
+    XcbConnection& connection_;
+};
+
+}  // namespace zettly
