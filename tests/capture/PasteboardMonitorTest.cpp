@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -30,14 +31,9 @@ Bytes bytes(std::string_view text) {
     return Bytes(text.begin(), text.end());
 }
 
-// Each format gets its own width, so the stored width tells which data was decoded.
-Bytes picture(std::string_view type, int width) {
-    auto image = test::image(width, 20, test::gradient(width));
-    const char* suffix = type == pbtype::png    ? ".png"
-                         : type == pbtype::jpeg ? ".jpg"
-                         : type == pbtype::heic ? ".heic"
-                                                : ".tif";
-    return test::encode(image.get(), suffix);
+// The stored width tells which of several offered pictures was decoded.
+Bytes picture(int width, const char* suffix = ".png") {
+    return test::encode(test::image(width, 20, test::gradient(width)).get(), suffix);
 }
 
 class MonitorTest : public ::testing::Test {
@@ -104,7 +100,6 @@ TEST_F(TextCapture, WhatWasOnTheClipboardBeforeTheMonitorExistedIsNeverCaptured)
     PasteboardMonitor late(deps());
     late.poll();
     EXPECT_THAT(history(), IsEmpty());
-
     copy("copied after start");
     late.poll();
     EXPECT_THAT(history(), ElementsAre("copied after start"));
@@ -114,21 +109,12 @@ TEST_F(TextCapture, TextIsStoredWithItsBlanksAndEachNewOrRepeatedCopyIsAnnounced
     copyAndPoll("  padded note \n");
     EXPECT_THAT(history(), ElementsAre("  padded note \n"));
     EXPECT_EQ(announced, 1);
-
     monitor.poll();
     EXPECT_EQ(announced, 1) << "an unchanged clipboard was captured again";
-
     copyAndPoll("other");
     copyAndPoll("  padded note \n");
     EXPECT_THAT(history(), ElementsAre("  padded note \n", "other"));
     EXPECT_EQ(announced, 3);
-}
-
-TEST_F(TextCapture, OfTwoCopiesWithinOneTickOnlyTheLastIsSeen) {
-    copy("lost");
-    copy("kept");
-    monitor.poll();
-    EXPECT_THAT(history(), ElementsAre("kept"));
 }
 
 TEST_F(Refusals, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
@@ -139,19 +125,18 @@ TEST_F(Refusals, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
     EXPECT_EQ(pasteboard.string(), "first");
     EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
     EXPECT_THAT(history(), ElementsAre("first", "second"));
-
     monitor.poll();
     monitor.ownChangeCount.reset();
     monitor.poll();
     EXPECT_EQ(announced, 2) << "the app's own write was captured";
 
-    Bytes jpeg = test::jpeg(30, 20, test::gradient(30));
-    monitor.copyImageFromHistory(jpeg);
+    monitor.copyImageFromHistory(test::jpeg(30, 20, test::gradient(30)));
     EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
     monitor.poll();
     monitor.ownChangeCount.reset();
     monitor.poll();
     EXPECT_EQ(executor.pendingCount(), 0u) << "the app's own image was captured";
+    EXPECT_THAT(imageWidths(), IsEmpty());
 
     // The recorded count never matches a later copy from elsewhere.
     copyAndPoll("third");
@@ -164,7 +149,6 @@ TEST_F(Refusals, CopiesMadeWhilePausedAreNotCapturedAfterResuming) {
     monitor.paused = false;
     monitor.poll();
     EXPECT_THAT(history(), IsEmpty());
-
     copyAndPoll("after resuming");
     EXPECT_THAT(history(), ElementsAre("after resuming"));
 }
@@ -180,33 +164,32 @@ TEST_F(Refusals, EachIgnoredTypeRefusesTheCopyEvenWithTextPresent) {
     EXPECT_EQ(announced, 0);
 }
 
-TEST_F(Refusals, TheBuiltInAppListAppliesOnlyWhileNoListIsStored) {
-    workspace.frontmost = "org.keepassxc.KeePassXC";
+TEST_F(Refusals, TheBuiltInAppListAppliesOnlyWhileNoListIsStoredAndAStoredOneIsExact) {
+    workspace.frontmost = "KeePassXC";
     copyAndPoll("from keepassxc");
     workspace.frontmost = std::nullopt;
     monitor.poll();
     EXPECT_THAT(history(), IsEmpty()) << "the refused change was examined again";
 
     copyAndPoll("no frontmost app");
-    workspace.frontmost = "KeePassXC";
-    copyAndPoll("from keepassxc window class");
     EXPECT_THAT(history(), ElementsAre("no frontmost app"));
 
     // An empty stored list switches the built-in one off rather than falling back to it.
+    workspace.frontmost = "org.keepassxc.KeePassXC";
     env.defaults.setStringArray(prefkey::ignoredApps, {});
     copyAndPoll("allowed by empty list");
     EXPECT_THAT(history(), ElementsAre("allowed by empty list", "no frontmost app"));
-}
 
-TEST_F(Refusals, AStoredAppListIsMatchedExactlyAndIsNotMergedWithTheBuiltInOne) {
+    // A stored list is matched exactly and never merged with the built-in one.
     env.defaults.setStringArray(prefkey::ignoredApps, {"org.example.Vault"});
     for (const char* app : {"org.example.Vault", "org.example.vault", "org.example.Vault2",
                             "com.bitwarden.desktop"}) {
         workspace.frontmost = app;
         copyAndPoll(std::string("from ") + app);
     }
-    EXPECT_THAT(history(), ElementsAre("from com.bitwarden.desktop", "from org.example.Vault2",
-                                       "from org.example.vault"));
+    EXPECT_THAT(history(),
+                ElementsAre("from com.bitwarden.desktop", "from org.example.Vault2",
+                            "from org.example.vault", "allowed by empty list", "no frontmost app"));
 }
 
 TEST_F(SkipNext, OnlyAnExaminedCopyUsesUpTheSkipAndTheCopyAfterItIsCaptured) {
@@ -218,12 +201,10 @@ TEST_F(SkipNext, OnlyAnExaminedCopyUsesUpTheSkipAndTheCopyAfterItIsCaptured) {
     monitor.paused = false;
     EXPECT_TRUE(monitor.skipNext);
     EXPECT_EQ(skipsConsumed, 0);
-
     copyAndPoll("skipped");
     EXPECT_FALSE(monitor.skipNext);
     EXPECT_EQ(skipsConsumed, 1);
     EXPECT_THAT(history(), ElementsAre("picked"));
-
     copyAndPoll("captured");
     EXPECT_THAT(history(), ElementsAre("captured", "picked"));
     EXPECT_EQ(skipsConsumed, 1);
@@ -231,11 +212,10 @@ TEST_F(SkipNext, OnlyAnExaminedCopyUsesUpTheSkipAndTheCopyAfterItIsCaptured) {
 
 TEST_F(ImageCapture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterOnTheMainQueue) {
     // Blank text does not count as text, so the image on the same clipboard is taken.
-    pasteboard.copy({{plainText, bytes(" \n\t ")}, {"image/png", picture(pbtype::png, 30)}});
+    pasteboard.copy({{plainText, bytes(" \n\t ")}, {"image/png", picture(30)}});
     monitor.poll();
     EXPECT_THAT(imageWidths(), IsEmpty());
     ASSERT_EQ(executor.pendingCount(), 1u);
-
     executor.runAll();
     EXPECT_THAT(imageWidths(), ElementsAre(30));
     EXPECT_EQ(announced, 0) << "announced off the main queue";
@@ -245,7 +225,7 @@ TEST_F(ImageCapture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterOnTheMainQueue)
 }
 
 TEST_F(ImageCapture, TextWinsOverAnImageOnTheSameClipboard) {
-    pasteboard.copy({{"image/png", picture(pbtype::png, 30)}, {plainText, bytes("caption")}});
+    pasteboard.copy({{"image/png", picture(30)}, {plainText, bytes("caption")}});
     monitor.poll();
     EXPECT_THAT(history(), ElementsAre("caption"));
     EXPECT_EQ(pasteboard.dataReads, 0);
@@ -253,39 +233,40 @@ TEST_F(ImageCapture, TextWinsOverAnImageOnTheSameClipboard) {
 }
 
 TEST_F(ImageCapture, TheMostPreferredImageFormatOnOfferIsDecoded) {
-    // Offered least preferred first, so the clipboard's order cannot decide.
-    const std::vector<std::pair<std::string_view, int>> offers = {
-        {pbtype::tiff, 48}, {pbtype::heic, 40}, {pbtype::jpeg, 32}, {pbtype::png, 24}};
-    // PNG over all; JPEG over HEIC; HEIC over TIFF.
-    for (std::size_t kept : {4u, 3u, 2u}) {
+    // Widths grow with falling preference, so the narrowest offer is the one to
+    // decode. Offered in an order where neither first nor last decides.
+    using Offer = std::tuple<std::string_view, const char*, int>;
+    const Offer offers[] = {{pbtype::tiff, ".tif", 48},
+                            {pbtype::png, ".png", 24},
+                            {pbtype::jpeg, ".jpg", 32},
+                            {pbtype::heic, ".heic", 40}};
+    std::vector<std::int64_t> stored;
+    for (int narrowest : {24, 32, 40}) {
         std::vector<std::pair<std::string, Bytes>> entries;
-        for (std::size_t i = 0; i < kept; ++i)
-            entries.emplace_back(offers[i].first, picture(offers[i].first, offers[i].second));
+        for (auto [type, suffix, width] : offers)
+            if (width >= narrowest)
+                entries.emplace_back(type, picture(width, suffix));
         env.clock.advance(1);
         pasteboard.copy(std::move(entries));
         monitor.poll();
         executor.runAll();
-        ASSERT_FALSE(images.fetchAll().empty());
-        EXPECT_EQ(images.fetchAll().front().width, offers[kept - 1].second)
-            << "offered " << kept << " formats";
+        stored.insert(stored.begin(), narrowest);
+        EXPECT_EQ(imageWidths(), stored);
     }
-    EXPECT_EQ(images.fetchAll().size(), 3u);
 }
 
-TEST_F(ImageCapture, ACopyOfFilesCapturesNeitherTheirIconsNorAnything) {
+TEST_F(ImageCapture, NeitherACopyOfFilesNorAnyImageWhileImagesAreSwitchedOffIsCaptured) {
     for (std::string_view marker : {pbtype::uriList, pbtype::gnomeCopiedFiles}) {
         SCOPED_TRACE(marker);
         pasteboard.copy({{std::string(marker), bytes("file:///home/u/photo.png\r\n")},
-                         {"image/png", picture(pbtype::png, 30)}});
+                         {"image/png", picture(30)}});
         monitor.poll();
         EXPECT_EQ(executor.pendingCount(), 0u);
     }
     EXPECT_THAT(history(), IsEmpty());
-}
 
-TEST_F(ImageCapture, NoImageIsCapturedWhileImagesAreSwitchedOff) {
     env.defaults.setBool(prefkey::saveImages, false);
-    pasteboard.copy({{"image/png", picture(pbtype::png, 30)}});
+    pasteboard.copy({{"image/png", picture(30)}});
     monitor.poll();
     EXPECT_EQ(executor.pendingCount(), 0u);
     env.defaults.setBool(prefkey::saveImages, true);
@@ -298,7 +279,7 @@ TEST_F(ImageCapture, AnImageFinishedAfterTheMonitorIsGoneIsStoredButNotAnnounced
     {
         PasteboardMonitor shortLived(deps());
         shortLived.onNewItem = [&lateCalls] { ++lateCalls; };
-        pasteboard.copy({{"image/png", picture(pbtype::png, 30)}});
+        pasteboard.copy({{"image/png", picture(30)}});
         shortLived.poll();
         executor.runAll();
     }
@@ -308,20 +289,23 @@ TEST_F(ImageCapture, AnImageFinishedAfterTheMonitorIsGoneIsStoredButNotAnnounced
 }
 
 TEST_F(ImageCapture, GarbageCopiedBackLeavesTheClipboardEmptyAndIsNotCaptured) {
-    copy("before");
+    copyAndPoll("before");
     monitor.copyImageFromHistory(bytes("not an image at all"));
     EXPECT_THAT(pasteboard.types(), IsEmpty());
     EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
+    // A pending skip would be used up if the emptying were examined as a copy.
+    monitor.skipNext = true;
     monitor.poll();
-    EXPECT_THAT(history(), IsEmpty());
+    EXPECT_TRUE(monitor.skipNext);
 }
 
-TEST_F(Polling, StartPollsEveryHalfSecondAndASecondStartAddsNoTimer) {
+TEST_F(Polling, StartingTwiceStillPollsOnceEveryHalfSecondAndSeesOnlyTheLastCopyOfATick) {
     const double t0 = env.clock.now();
     monitor.start();
     queue.runUntil(t0 + 0.25);
     monitor.start();  // a second timer would tick at 0.75, 1.25, ...
 
+    pasteboard.copyText("lost");
     pasteboard.copyText("a");
     queue.runUntil(t0 + 0.45);
     EXPECT_THAT(history(), IsEmpty());
@@ -335,20 +319,18 @@ TEST_F(Polling, StartPollsEveryHalfSecondAndASecondStartAddsNoTimer) {
     EXPECT_EQ(history().size(), 2u);
 }
 
-TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereInTheText) {
+TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereButAnchorsOnlyAtTheTextsEnds) {
     env.defaults.setStringArray(prefkey::ignoredPatterns, {"secret"});
     copyAndPoll("my secret note");
     EXPECT_THAT(history(), IsEmpty());
     copyAndPoll("Secret");
     EXPECT_THAT(history(), ElementsAre("Secret"));
-}
 
-TEST_F(IgnorePatterns, AnchorsMatchTheEndsOfTheWholeTextNotOfEachLine) {
+    // Anchors hold at the ends of the whole text, not of each line.
     env.defaults.setStringArray(prefkey::ignoredPatterns, {"^note$"});
     copyAndPoll("first line\nnote\nlast line");
-    EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line"));
     copyAndPoll("note");
-    EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line"));
+    EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line", "Secret"));
 }
 
 TEST_F(IgnorePatterns, AnInvalidPatternIsSkippedSilentlyAndTheNextStillApplies) {
@@ -366,9 +348,6 @@ TEST_F(IgnorePatterns, APatternThatRunsPastItsTimeLimitCountsAsAMatchAndIsLogged
     EXPECT_TRUE(PasteboardMonitor::matchesAnyPattern(text, {"(a+)+$", "zzz"}, log, 0.001));
     ASSERT_EQ(log.lines().size(), 1u);
     EXPECT_THAT(log.lines()[0], HasSubstr("(a+)+$"));
-
-    EXPECT_FALSE(PasteboardMonitor::matchesAnyPattern("aaab", {"(a+)+$"}, log, 0.001));
-    EXPECT_EQ(log.lines().size(), 1u);
 
     env.defaults.setStringArray(prefkey::ignoredPatterns, {"(a+)+$"});
     copyAndPoll(text);
