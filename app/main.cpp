@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -43,6 +44,9 @@ void quitOnSignals() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Two heap arenas are plenty for a tray app with one background worker;
+    // glibc's default (eight per core) keeps freed memory resident per thread.
+    mallopt(M_ARENA_MAX, 2);
     // Capture, the hot key and pasting speak X11; under Wayland that is XWayland.
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");

@@ -1,10 +1,12 @@
 #include "store/ImageCodec.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <string_view>
 
+#include <malloc.h>
 #include <vips/vips.h>
 
 namespace zettly {
@@ -102,6 +104,11 @@ void ImageCodec::initialize() {
         vips_init("zettly");
         // Clipboard images rarely repeat; a cache would only hold memory.
         vips_cache_set_max(0);
+        // Two workers at most: a camera photo decodes within a tenth of a
+        // second, and every further worker keeps its own buffers and heap
+        // alive in a tray app that should stay small.
+        if (!g_getenv("VIPS_CONCURRENCY"))
+            vips_concurrency_set(std::min(vips_concurrency_get(), 2));
         vips_block_untrusted_set(TRUE);
         // Damaged clipboard images are refused anyway; libvips' warnings
         // about them would only fill the user's journal.
@@ -113,6 +120,16 @@ void ImageCodec::initialize() {
 
 std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8_t> input,
                                                       int maxPixel, std::optional<int> thumbPixel) {
+    auto reduced = reduceInMemory(input, maxPixel, thumbPixel);
+    // Decoding freed tens of megabytes; hand them back to the system rather
+    // than keep them resident until the next copied image.
+    malloc_trim(0);
+    return reduced;
+}
+
+std::optional<ImageCodec::Reduced> ImageCodec::reduceInMemory(std::span<const std::uint8_t> input,
+                                                              int maxPixel,
+                                                              std::optional<int> thumbPixel) {
     initialize();
     if (input.empty() || maxPixel < 1 || !isAcceptedFormat(input))
         return failed(std::nullopt);

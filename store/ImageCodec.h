@@ -52,6 +52,8 @@ public:
 
 private:
     static void initialize();
+    static std::optional<Reduced> reduceInMemory(std::span<const std::uint8_t> input, int maxPixel,
+                                                 std::optional<int> thumbPixel);
 };
 
 }  // namespace zettly
