@@ -3,6 +3,7 @@
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -71,9 +72,12 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    zettly::AppDelegate delegate(std::move(x11), zettly::AppGroup::defaults(),
-                                 zettly::ClipboardStore::shared(),
-                                 zettly::ImageClipStore::shared());
+    // Images are decoded by a worker process beside this executable.
+    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
+    zettly::ImageWorkerClient imageWorker(self.parent_path() / "zettly-image-worker");
+    zettly::ClipboardStore texts(zettly::StoreContext::standard());
+    zettly::ImageClipStore images(zettly::StoreContext::standard(), imageWorker);
+    zettly::AppDelegate delegate(std::move(x11), zettly::AppGroup::defaults(), texts, images);
     delegate.applicationDidFinishLaunching();
     QObject::connect(&instance, &zettly::SingleInstance::activated, &delegate,
                      &zettly::AppDelegate::secondLaunch);

@@ -186,8 +186,13 @@ python3 "$work/helper.py" latency "$copies"
 python3 "$work/helper.py" texts "$texts_wanted"
 print_rss "$texts_wanted texts"
 python3 "$work/helper.py" images "$images_wanted"
-sleep 3  # image decoding ends on a background thread; let its buffers go back
+sleep 3  # let the last image's save finish
 print_rss "+ $images_wanted images"
-echo "  (nothing reads the whole history until a history window opens, and this build has none:"
-echo "   these figures are the idle app after those captures: the SQLite pages it touched, the"
-echo "   image decoder's threads and heap, and the shared libraries it mapped ('files'))"
+worker=$(pgrep -P "$app_pid" -f zettly-image-worker || true)
+if [ -n "$worker" ]; then
+    awk '$1 == "VmHWM:" { printf "image worker (separate process, exits 30 s after the last image): peak %.1f MB\n", $2 * 1024 / 1e6 }' \
+        "/proc/$worker/status"
+fi
+echo "  (the history is read when the history window opens; these figures are the app after"
+echo "   those captures: the SQLite pages it touched and the shared libraries it mapped ('files');"
+echo "   images are decoded in zettly-image-worker, which is not part of the app's figure)"

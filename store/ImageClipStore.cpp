@@ -89,7 +89,8 @@ void removeFiles(const std::vector<std::string>& paths) {
 
 }  // namespace
 
-ImageClipStore::ImageClipStore(StoreContext context) : context_(std::move(context)) {}
+ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
+    : context_(std::move(context)), reducer_(reducer) {}
 
 ImageClipStore& ImageClipStore::shared() {
     static ImageClipStore store(StoreContext::standard());
@@ -155,7 +156,8 @@ std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,
 
 bool ImageClipStore::downsample(std::span<const std::uint8_t> data, int maxPixel,
                                 const fs::path& to) {
-    auto reduced = ImageCodec::reduce(data, maxPixel);
+    auto reduced = reducer_.reduce(
+        data, {.maxPixel = maxPixel, .thumbPixel = std::nullopt, .fingerprint = false});
     if (!reduced)
         return false;
     std::error_code ignored;
@@ -170,10 +172,11 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
         return SaveResult::tooLarge;
 
     // Decoding is the slow part and needs no lock.
-    auto reduced = ImageCodec::reduce(data, fullPixels, thumbPixels);
-    if (!reduced)
+    auto reduced = reducer_.reduce(
+        data, {.maxPixel = fullPixels, .thumbPixel = thumbPixels, .fingerprint = true});
+    if (!reduced || !reduced->thumb)
         return SaveResult::failed;
-    auto fp = ImageCodec::fingerprint(reduced->full.bytes);
+    const auto& fp = reduced->fingerprint;
 
     // The files are written under the lock, so a clear that empties the
     // history (and removes the folder) cannot slip in between the files and

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "store/ImageReducer.h"
 #include "store/Sql.h"
 #include "store/StoreContext.h"
 
@@ -51,7 +52,10 @@ public:
     static constexpr int listedPinned = 100;
     static constexpr std::int64_t sameImageDistance = 5;  // below this, two images are one
 
-    explicit ImageClipStore(StoreContext context);
+    // Decoding goes through `reducer`: in this process by default; the
+    // application hands in a worker process.
+    explicit ImageClipStore(StoreContext context,
+                            ImageReducer& reducer = ImageReducer::inProcess());
     ImageClipStore(const ImageClipStore&) = delete;
     ImageClipStore& operator=(const ImageClipStore&) = delete;
 
@@ -77,8 +81,8 @@ public:
 
     // Writes `data` reduced to at most `maxPixel` on the long side as a JPEG
     // to `to` (mode 0600); the cloud upload uses it to fit its size limit.
-    static bool downsample(std::span<const std::uint8_t> data, int maxPixel,
-                           const std::filesystem::path& to);
+    bool downsample(std::span<const std::uint8_t> data, int maxPixel,
+                    const std::filesystem::path& to);
 
     // Differing bits of two fingerprints; the largest integer when their
     // lengths differ.
@@ -109,6 +113,7 @@ private:
     void editLocked(Edit&& edit);
 
     StoreContext context_;
+    ImageReducer& reducer_;
     std::mutex mutex_;
     sql::Database db_;
 };

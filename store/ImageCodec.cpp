@@ -119,8 +119,10 @@ void ImageCodec::initialize() {
 }
 
 std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8_t> input,
-                                                      int maxPixel, std::optional<int> thumbPixel) {
+                                                      int maxPixel, std::optional<int> thumbPixel,
+                                                      bool withFingerprint) {
     auto reduced = reduceInMemory(input, maxPixel, thumbPixel);
+    if (reduced && withFingerprint) reduced->fingerprint = fingerprint(reduced->full.bytes);
     // Decoding freed tens of megabytes; hand them back to the system rather
     // than keep them resident until the next copied image.
     malloc_trim(0);

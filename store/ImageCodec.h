@@ -40,9 +40,12 @@ public:
     struct Reduced {
         Jpeg full;
         std::optional<Jpeg> thumb;
+        // Of the full-size JPEG, when asked for (see fingerprint below).
+        std::optional<Fingerprint> fingerprint;
     };
     static std::optional<Reduced> reduce(std::span<const std::uint8_t> input, int maxPixel,
-                                         std::optional<int> thumbPixel = std::nullopt);
+                                         std::optional<int> thumbPixel = std::nullopt,
+                                         bool withFingerprint = false);
 
     // The difference hash of a stored JPEG: scaled to fill 17 x 16 grey
     // pixels; bit r*16+x (least significant bit first within each byte) is
