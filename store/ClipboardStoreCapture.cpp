@@ -19,10 +19,10 @@ namespace {
 constexpr std::string_view kKeptByUser =
     "(pinned = 1 OR category IS NOT NULL OR label IS NOT NULL)";
 
-bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view prefix) {
-    return text.size() >= prefix.size() &&
-           std::equal(prefix.begin(), prefix.end(), text.begin(), [](char a, char b) {
-               return std::tolower(static_cast<unsigned char>(a)) == b;
+bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view lowerPrefix) {
+    return text.size() >= lowerPrefix.size() &&
+           std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(), [](char p, char t) {
+               return std::tolower(static_cast<unsigned char>(t)) == p;
            });
 }
 

@@ -122,7 +122,8 @@ std::optional<ImageCodec::Reduced> ImageCodec::reduce(std::span<const std::uint8
                                                       int maxPixel, std::optional<int> thumbPixel,
                                                       bool withFingerprint) {
     auto reduced = reduceInMemory(input, maxPixel, thumbPixel);
-    if (reduced && withFingerprint) reduced->fingerprint = fingerprint(reduced->full.bytes);
+    if (reduced && withFingerprint)
+        reduced->fingerprint = fingerprint(reduced->full.bytes);
     // Decoding freed tens of megabytes; hand them back to the system rather
     // than keep them resident until the next copied image.
     malloc_trim(0);

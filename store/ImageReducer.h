@@ -47,6 +47,12 @@ public:
     std::optional<ImageCodec::Reduced> reduce(std::span<const std::uint8_t> input,
                                               const Request& request) override;
 
+    // The running worker's process id, or -1 (for tests and diagnostics).
+    pid_t workerPid() {
+        std::lock_guard lock(mutex_);
+        return pid_;
+    }
+
     // A decode taking longer than this is given up (and the worker killed).
     static constexpr int replyTimeoutMs = 20'000;
 

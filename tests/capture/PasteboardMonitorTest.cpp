@@ -1,9 +1,4 @@
-#include <cstdint>
-#include <optional>
-#include <string>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,12 +42,9 @@ protected:
         return {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log};
     }
     // Another application copies; the clock moves so that history order is defined.
-    void copy(const std::string& text) {
+    void copyAndPoll(const std::string& text) {
         env.clock.advance(1);
         pasteboard.copyText(text);
-    }
-    void copyAndPoll(const std::string& text) {
-        copy(text);
         monitor.poll();
     }
     std::vector<std::string> history() {
@@ -78,6 +70,8 @@ protected:
 
     test::StoreEnvironment env;
     test::FakePasteboard pasteboard;
+    // Copied before the monitor existed, so no test may ever find it in the history.
+    bool copiedBefore = (pasteboard.copyText("copied before the monitor started"), true);
     test::FakeWorkspace workspace;
     test::ManualMainQueue queue{env.clock};
     test::ManualExecutor executor;
@@ -90,25 +84,12 @@ protected:
 
 using TextCapture = MonitorTest;
 using Refusals = MonitorTest;
-using SkipNext = MonitorTest;
 using ImageCapture = MonitorTest;
-using Polling = MonitorTest;
 using IgnorePatterns = MonitorTest;
 
-TEST_F(TextCapture, WhatWasOnTheClipboardBeforeTheMonitorExistedIsNeverCaptured) {
-    copy("copied before start");
-    PasteboardMonitor late(deps());
-    late.poll();
-    EXPECT_THAT(history(), IsEmpty());
-    copy("copied after start");
-    late.poll();
-    EXPECT_THAT(history(), ElementsAre("copied after start"));
-}
-
 TEST_F(TextCapture, TextIsStoredWithItsBlanksAndEachNewOrRepeatedCopyIsAnnouncedOnce) {
+    monitor.poll();  // what was copied before the monitor existed is not new to it
     copyAndPoll("  padded note \n");
-    EXPECT_THAT(history(), ElementsAre("  padded note \n"));
-    EXPECT_EQ(announced, 1);
     monitor.poll();
     EXPECT_EQ(announced, 1) << "an unchanged clipboard was captured again";
     copyAndPoll("other");
@@ -117,60 +98,83 @@ TEST_F(TextCapture, TextIsStoredWithItsBlanksAndEachNewOrRepeatedCopyIsAnnounced
     EXPECT_EQ(announced, 3);
 }
 
+TEST_F(TextCapture, StartingTwiceStillPollsOnceEveryHalfSecondAndSeesOnlyTheLastCopyOfATick) {
+    const double t0 = env.clock.now();
+    monitor.start();
+    queue.runUntil(t0 + 0.25);
+    monitor.start();  // a second timer would tick at 0.75, 1.25, ...
+
+    pasteboard.copyText("lost");
+    pasteboard.copyText("a");
+    queue.runUntil(t0 + 0.45);
+    EXPECT_THAT(history(), IsEmpty());
+    queue.runUntil(t0 + 0.5);
+    EXPECT_THAT(history(), ElementsAre("a"));
+
+    pasteboard.copyText("b");
+    queue.runUntil(t0 + 0.8);
+    EXPECT_THAT(history(), ElementsAre("a"));
+    queue.runUntil(t0 + 1.0);
+    EXPECT_EQ(history().size(), 2u);
+}
+
 TEST_F(Refusals, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
     copyAndPoll("first");
     copyAndPoll("second");
     env.clock.advance(1);
     monitor.copyTextFromHistory("first");
     EXPECT_EQ(pasteboard.string(), "first");
-    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
     EXPECT_THAT(history(), ElementsAre("first", "second"));
-    monitor.poll();
-    monitor.ownChangeCount.reset();
-    monitor.poll();
-    EXPECT_EQ(announced, 2) << "the app's own write was captured";
-
+    expectChangeConsumed();
     monitor.copyImageFromHistory(test::jpeg(30, 20, test::gradient(30)));
-    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
-    monitor.poll();
-    monitor.ownChangeCount.reset();
-    monitor.poll();
-    EXPECT_EQ(executor.pendingCount(), 0u) << "the app's own image was captured";
-    EXPECT_THAT(imageWidths(), IsEmpty());
+    expectChangeConsumed();
+    // Bytes that are no image leave the clipboard empty, and that emptying is ours too.
+    monitor.copyImageFromHistory(bytes("not an image at all"));
+    EXPECT_THAT(pasteboard.types(), IsEmpty());
+    expectChangeConsumed();
 
     // The recorded count never matches a later copy from elsewhere.
     copyAndPoll("third");
     EXPECT_THAT(history(), ElementsAre("third", "first", "second"));
 }
 
-TEST_F(Refusals, CopiesMadeWhilePausedAreNotCapturedAfterResuming) {
+TEST_F(Refusals, OnlyAnExaminedCopyUsesUpASkipAndPausedCopiesStayUncapturedAfterResuming) {
+    monitor.skipNext = true;
+    monitor.copyTextFromHistory("picked");
+    monitor.poll();
     monitor.paused = true;
     copyAndPoll("while paused");
     monitor.paused = false;
     monitor.poll();
-    EXPECT_THAT(history(), IsEmpty());
-    copyAndPoll("after resuming");
-    EXPECT_THAT(history(), ElementsAre("after resuming"));
+    EXPECT_THAT(history(), ElementsAre("picked"));
+    EXPECT_TRUE(monitor.skipNext);
+    EXPECT_EQ(skipsConsumed, 0);
+
+    copyAndPoll("skipped");
+    EXPECT_FALSE(monitor.skipNext);
+    EXPECT_EQ(skipsConsumed, 1);
+    copyAndPoll("captured");
+    EXPECT_THAT(history(), ElementsAre("captured", "picked"));
+    EXPECT_EQ(skipsConsumed, 1);
 }
 
 TEST_F(Refusals, EachIgnoredTypeRefusesTheCopyEvenWithTextPresent) {
-    for (std::string_view type : PasteboardMonitor::ignoredTypes) {
+    for (const char* type : {"org.nspasteboard.ConcealedType", "org.nspasteboard.TransientType",
+                             "org.nspasteboard.AutoGeneratedType", "com.agilebits.onepassword",
+                             "x-kde-passwordManagerHint", "text/x-kde-passwordManagerHint"}) {
         SCOPED_TRACE(type);
-        pasteboard.copy({{plainText, bytes("hunter2")}, {std::string(type), bytes("secret")}});
+        pasteboard.copy({{plainText, bytes("hunter2")}, {type, bytes("secret")}});
         monitor.poll();
         EXPECT_THAT(history(), IsEmpty());
         expectChangeConsumed();
     }
-    EXPECT_EQ(announced, 0);
 }
 
 TEST_F(Refusals, TheBuiltInAppListAppliesOnlyWhileNoListIsStoredAndAStoredOneIsExact) {
     workspace.frontmost = "KeePassXC";
     copyAndPoll("from keepassxc");
     workspace.frontmost = std::nullopt;
-    monitor.poll();
-    EXPECT_THAT(history(), IsEmpty()) << "the refused change was examined again";
-
+    expectChangeConsumed();
     copyAndPoll("no frontmost app");
     EXPECT_THAT(history(), ElementsAre("no frontmost app"));
 
@@ -178,58 +182,46 @@ TEST_F(Refusals, TheBuiltInAppListAppliesOnlyWhileNoListIsStoredAndAStoredOneIsE
     workspace.frontmost = "org.keepassxc.KeePassXC";
     env.defaults.setStringArray(prefkey::ignoredApps, {});
     copyAndPoll("allowed by empty list");
-    EXPECT_THAT(history(), ElementsAre("allowed by empty list", "no frontmost app"));
 
     // A stored list is matched exactly and never merged with the built-in one.
     env.defaults.setStringArray(prefkey::ignoredApps, {"org.example.Vault"});
-    for (const char* app : {"org.example.Vault", "org.example.vault", "org.example.Vault2",
-                            "com.bitwarden.desktop"}) {
+    for (const char* app : {"org.example.Vault", "org.example.vault", "com.bitwarden.desktop"}) {
         workspace.frontmost = app;
         copyAndPoll(std::string("from ") + app);
     }
-    EXPECT_THAT(history(),
-                ElementsAre("from com.bitwarden.desktop", "from org.example.Vault2",
-                            "from org.example.vault", "allowed by empty list", "no frontmost app"));
+    EXPECT_THAT(history(), ElementsAre("from com.bitwarden.desktop", "from org.example.vault",
+                                       "allowed by empty list", "no frontmost app"));
 }
 
-TEST_F(SkipNext, OnlyAnExaminedCopyUsesUpTheSkipAndTheCopyAfterItIsCaptured) {
-    monitor.skipNext = true;
-    monitor.copyTextFromHistory("picked");
-    monitor.poll();
-    monitor.paused = true;
-    copyAndPoll("while paused");
-    monitor.paused = false;
-    EXPECT_TRUE(monitor.skipNext);
-    EXPECT_EQ(skipsConsumed, 0);
-    copyAndPoll("skipped");
-    EXPECT_FALSE(monitor.skipNext);
-    EXPECT_EQ(skipsConsumed, 1);
-    EXPECT_THAT(history(), ElementsAre("picked"));
-    copyAndPoll("captured");
-    EXPECT_THAT(history(), ElementsAre("captured", "picked"));
-    EXPECT_EQ(skipsConsumed, 1);
-}
-
-TEST_F(ImageCapture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterOnTheMainQueue) {
+TEST_F(ImageCapture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterByAMonitorStillAlive) {
     // Blank text does not count as text, so the image on the same clipboard is taken.
     pasteboard.copy({{plainText, bytes(" \n\t ")}, {"image/png", picture(30)}});
     monitor.poll();
     EXPECT_THAT(imageWidths(), IsEmpty());
-    ASSERT_EQ(executor.pendingCount(), 1u);
     executor.runAll();
     EXPECT_THAT(imageWidths(), ElementsAre(30));
     EXPECT_EQ(announced, 0) << "announced off the main queue";
     queue.runPending();
     EXPECT_EQ(announced, 1);
     EXPECT_THAT(history(), IsEmpty());
-}
 
-TEST_F(ImageCapture, TextWinsOverAnImageOnTheSameClipboard) {
-    pasteboard.copy({{"image/png", picture(30)}, {plainText, bytes("caption")}});
+    pasteboard.copy({{"image/png", picture(40)}, {plainText, bytes("caption")}});
     monitor.poll();
     EXPECT_THAT(history(), ElementsAre("caption"));
-    EXPECT_EQ(pasteboard.dataReads, 0);
     EXPECT_EQ(executor.pendingCount(), 0u);
+
+    // One finished after its monitor is gone is still stored, but announced to no one.
+    {
+        PasteboardMonitor shortLived(deps());
+        shortLived.onNewItem = [this] { announced += 10; };
+        env.clock.advance(1);
+        pasteboard.copy({{"image/png", picture(50)}});
+        shortLived.poll();
+        executor.runAll();
+    }
+    queue.runPending();
+    EXPECT_EQ(announced, 2);
+    EXPECT_THAT(imageWidths(), ElementsAre(50, 30));
 }
 
 TEST_F(ImageCapture, TheMostPreferredImageFormatOnOfferIsDecoded) {
@@ -268,63 +260,18 @@ TEST_F(ImageCapture, NeitherACopyOfFilesNorAnyImageWhileImagesAreSwitchedOffIsCa
     env.defaults.setBool(prefkey::saveImages, false);
     pasteboard.copy({{"image/png", picture(30)}});
     monitor.poll();
-    EXPECT_EQ(executor.pendingCount(), 0u);
     env.defaults.setBool(prefkey::saveImages, true);
     expectChangeConsumed();
     EXPECT_EQ(executor.pendingCount(), 0u);
 }
 
-TEST_F(ImageCapture, AnImageFinishedAfterTheMonitorIsGoneIsStoredButNotAnnounced) {
-    int lateCalls = 0;
-    {
-        PasteboardMonitor shortLived(deps());
-        shortLived.onNewItem = [&lateCalls] { ++lateCalls; };
-        pasteboard.copy({{"image/png", picture(30)}});
-        shortLived.poll();
-        executor.runAll();
-    }
-    queue.runPending();
-    EXPECT_EQ(lateCalls, 0);
-    EXPECT_THAT(imageWidths(), ElementsAre(30));
-}
-
-TEST_F(ImageCapture, GarbageCopiedBackLeavesTheClipboardEmptyAndIsNotCaptured) {
-    copyAndPoll("before");
-    monitor.copyImageFromHistory(bytes("not an image at all"));
-    EXPECT_THAT(pasteboard.types(), IsEmpty());
-    EXPECT_EQ(monitor.ownChangeCount, pasteboard.changeCount());
-    // A pending skip would be used up if the emptying were examined as a copy.
-    monitor.skipNext = true;
-    monitor.poll();
-    EXPECT_TRUE(monitor.skipNext);
-}
-
-TEST_F(Polling, StartingTwiceStillPollsOnceEveryHalfSecondAndSeesOnlyTheLastCopyOfATick) {
-    const double t0 = env.clock.now();
-    monitor.start();
-    queue.runUntil(t0 + 0.25);
-    monitor.start();  // a second timer would tick at 0.75, 1.25, ...
-
-    pasteboard.copyText("lost");
-    pasteboard.copyText("a");
-    queue.runUntil(t0 + 0.45);
-    EXPECT_THAT(history(), IsEmpty());
-    queue.runUntil(t0 + 0.5);
-    EXPECT_THAT(history(), ElementsAre("a"));
-
-    pasteboard.copyText("b");
-    queue.runUntil(t0 + 0.8);
-    EXPECT_THAT(history(), ElementsAre("a"));
-    queue.runUntil(t0 + 1.0);
-    EXPECT_EQ(history().size(), 2u);
-}
-
-TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereButAnchorsOnlyAtTheTextsEnds) {
-    env.defaults.setStringArray(prefkey::ignoredPatterns, {"secret"});
+TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereAndAnInvalidOneIsSkipped) {
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"[", "secret"});
     copyAndPoll("my secret note");
     EXPECT_THAT(history(), IsEmpty());
     copyAndPoll("Secret");
     EXPECT_THAT(history(), ElementsAre("Secret"));
+    EXPECT_THAT(env.log.lines(), IsEmpty());
 
     // Anchors hold at the ends of the whole text, not of each line.
     env.defaults.setStringArray(prefkey::ignoredPatterns, {"^note$"});
@@ -333,24 +280,10 @@ TEST_F(IgnorePatterns, APatternBlocksACaseSensitiveMatchAnywhereButAnchorsOnlyAt
     EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line", "Secret"));
 }
 
-TEST_F(IgnorePatterns, AnInvalidPatternIsSkippedSilentlyAndTheNextStillApplies) {
-    env.defaults.setStringArray(prefkey::ignoredPatterns, {"[", "token"});
-    copyAndPoll("plain words");
-    copyAndPoll("an api token");
-    EXPECT_THAT(history(), ElementsAre("plain words"));
-    EXPECT_THAT(env.log.lines(), IsEmpty());
-}
-
 TEST_F(IgnorePatterns, APatternThatRunsPastItsTimeLimitCountsAsAMatchAndIsLoggedOnce) {
     // Exponential backtracking: 2^40 steps, far beyond any limit.
-    const std::string text = std::string(40, 'a') + "b";
-    test::RecordingLog log;
-    EXPECT_TRUE(PasteboardMonitor::matchesAnyPattern(text, {"(a+)+$", "zzz"}, log, 0.001));
-    ASSERT_EQ(log.lines().size(), 1u);
-    EXPECT_THAT(log.lines()[0], HasSubstr("(a+)+$"));
-
-    env.defaults.setStringArray(prefkey::ignoredPatterns, {"(a+)+$"});
-    copyAndPoll(text);
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"(a+)+$", "zzz"});
+    copyAndPoll(std::string(40, 'a') + "b");
     EXPECT_THAT(history(), IsEmpty());
     ASSERT_EQ(env.log.lines().size(), 1u);
     EXPECT_THAT(env.log.lines()[0], HasSubstr("(a+)+$"));

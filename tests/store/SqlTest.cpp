@@ -1,5 +1,3 @@
-#include <string>
-
 #include <gtest/gtest.h>
 
 #include "store/Sql.h"
@@ -21,30 +19,9 @@ struct OpenDatabase {
         sql::Statement st = db.prepare("SELECT group_concat(typeof(v) || ':' || v) FROM t");
         return st.step() == SQLITE_ROW ? st.text(0) : "?";
     }
-    bool inTransaction() const { return sqlite3_get_autocommit(db.handle()) == 0; }
 };
 
-TEST(SqlTransaction, RollsBackUnlessCommittedAndANestedOneLeavesTheOuterAlone) {
-    OpenDatabase t;
-    {
-        sql::Transaction tx(t.db, Mode::immediate);
-        ASSERT_TRUE(tx.begun());
-        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1)"));
-    }
-    EXPECT_EQ(t.all(), "");
-    sql::Transaction outer(t.db, Mode::deferred);
-    ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(2)"));
-    {
-        // BEGIN fails inside a transaction; this one must not end the outer one.
-        sql::Transaction inner(t.db, Mode::immediate);
-        EXPECT_FALSE(inner.begun());
-        EXPECT_FALSE(inner.commit());
-    }
-    EXPECT_TRUE(outer.commit());
-    EXPECT_EQ(t.all(), "integer:2");
-}
-
-TEST(SqlTransaction, AFailedCommitIsLeftForTheDestructorToRollBack) {
+TEST(SqlTransaction, RollsBackUnlessCommittedAlsoWhenTheCommitItselfFails) {
     OpenDatabase t;
     // A deferred foreign key makes COMMIT itself fail and keeps the transaction open.
     ASSERT_TRUE(
@@ -52,11 +29,25 @@ TEST(SqlTransaction, AFailedCommitIsLeftForTheDestructorToRollBack) {
                   "CREATE TABLE child(p REFERENCES parent(id) DEFERRABLE INITIALLY DEFERRED);"));
     {
         sql::Transaction tx(t.db, Mode::immediate);
-        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1); INSERT INTO child VALUES(42)"));
+        ASSERT_TRUE(tx.begun());
+        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1)"));
+    }
+    {
+        sql::Transaction tx(t.db, Mode::immediate);
+        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(2); INSERT INTO child VALUES(42)"));
         EXPECT_FALSE(tx.commit());
     }
-    EXPECT_FALSE(t.inTransaction());
     EXPECT_EQ(t.all(), "");
+
+    sql::Transaction outer(t.db, Mode::deferred);
+    ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(3)"));
+    {
+        // BEGIN fails inside a transaction; this one must not end the outer one.
+        sql::Transaction inner(t.db, Mode::immediate);
+        EXPECT_FALSE(inner.begun());
+    }
+    EXPECT_TRUE(outer.commit());
+    EXPECT_EQ(t.all(), "integer:3");
 }
 
 TEST(SqlStatement, TextAndBlobsAreBoundAsCopiesAndAnEmptyBlobIsNotNull) {
@@ -84,12 +75,11 @@ TEST(SqlText, QuotesAreDoubledAndNumbersAreTheShortestRoundTripFormAndAlwaysReal
                                    {1731670000.123456, "1731670000.123456"},
                                    {1731670000.0, "1731670000.0"},
                                    {1e16, "1e+16"}}) {
-        std::string text = sql::number(value);
-        EXPECT_EQ(text, expected);
-        sql::Statement st = t.db.prepare("SELECT typeof(" + text + "), " + text);
+        EXPECT_EQ(sql::number(value), expected);
+        sql::Statement st = t.db.prepare("SELECT typeof(" + sql::number(value) + "), " + expected);
         ASSERT_EQ(st.step(), SQLITE_ROW);
-        EXPECT_EQ(st.text(0), "real") << text;
-        EXPECT_EQ(st.real(1), value) << text;
+        EXPECT_EQ(st.text(0), "real") << expected;
+        EXPECT_EQ(st.real(1), value) << expected;
     }
 }
 
