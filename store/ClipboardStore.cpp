@@ -55,21 +55,14 @@ ClipboardStore& ClipboardStore::shared() {
 }
 
 std::optional<fs::path> ClipboardStore::databasePath() const {
-    auto container = context_.container();
-    if (!container)
-        return std::nullopt;
-    return *container / "Library" / "clipboard.sqlite";
+    return libraryPath(context_, "clipboard.sqlite");
 }
 
 bool ClipboardStore::ensureOpenLocked() {
     if (db_.valid())
         return true;
-    auto path = databasePath();
+    auto path = openLibraryDatabase(db_, context_, "clipboard.sqlite");
     if (!path)
-        return false;
-    std::error_code ignored;
-    files::createPrivateDirectories(path->parent_path(), ignored);
-    if (!openStoreDatabase(db_, *path, context_.clock, context_.log))
         return false;
     path_ = *path;
 

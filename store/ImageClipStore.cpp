@@ -98,19 +98,13 @@ ImageClipStore& ImageClipStore::shared() {
 }
 
 std::optional<fs::path> ImageClipStore::databasePath() const {
-    auto container = context_.container();
-    if (!container)
-        return std::nullopt;
-    return *container / "Library" / "clipmedia.sqlite";
+    return libraryPath(context_, "clipmedia.sqlite");
 }
 
 std::optional<fs::path> ImageClipStore::imageFolder() const {
-    auto container = context_.container();
-    if (!container)
-        return std::nullopt;
-    fs::path folder = *container / "Library" / "clipmedia";
+    auto folder = libraryPath(context_, "clipmedia");
     std::error_code ec;
-    if (!files::createPrivateDirectories(folder, ec))
+    if (!folder || !files::createPrivateDirectories(*folder, ec))
         return std::nullopt;
     return folder;
 }
@@ -118,12 +112,7 @@ std::optional<fs::path> ImageClipStore::imageFolder() const {
 bool ImageClipStore::ensureOpenLocked() {
     if (db_.valid())
         return true;
-    auto path = databasePath();
-    if (!path)
-        return false;
-    std::error_code ignored;
-    files::createPrivateDirectories(path->parent_path(), ignored);
-    if (!openStoreDatabase(db_, *path, context_.clock, context_.log))
+    if (!openLibraryDatabase(db_, context_, "clipmedia.sqlite"))
         return false;
 
     db_.exec(kSchema);

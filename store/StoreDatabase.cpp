@@ -5,6 +5,7 @@
 #include "platform/Clock.h"
 #include "platform/Log.h"
 #include "store/Files.h"
+#include "store/StoreContext.h"
 
 namespace zettly {
 
@@ -68,6 +69,25 @@ bool openStoreDatabase(sql::Database& db, const fs::path& path, const Clock& clo
     db.exec("PRAGMA secure_delete = ON;");
     db.exec("PRAGMA journal_mode=DELETE;");
     return true;
+}
+
+std::optional<fs::path> libraryPath(const StoreContext& context, std::string_view name) {
+    auto container = context.container();
+    if (!container)
+        return std::nullopt;
+    return *container / "Library" / name;
+}
+
+std::optional<fs::path> openLibraryDatabase(sql::Database& db, const StoreContext& context,
+                                            std::string_view name) {
+    auto path = libraryPath(context, name);
+    if (!path)
+        return std::nullopt;
+    std::error_code ignored;
+    files::createPrivateDirectories(path->parent_path(), ignored);
+    if (!openStoreDatabase(db, *path, context.clock, context.log))
+        return std::nullopt;
+    return path;
 }
 
 void ensureColumn(sql::Database& db, std::string_view table, std::string_view column,

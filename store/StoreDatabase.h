@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,6 +11,17 @@ namespace zettly {
 
 class Clock;
 class Log;
+struct StoreContext;
+
+// "Library/<name>" in the application's container; none without a container.
+std::optional<std::filesystem::path> libraryPath(const StoreContext& context,
+                                                 std::string_view name);
+
+// Opens the database "Library/<name>" (making the Library folder, 0700) as
+// openStoreDatabase below does. Gives its path, or none when it cannot open.
+std::optional<std::filesystem::path> openLibraryDatabase(sql::Database& db,
+                                                         const StoreContext& context,
+                                                         std::string_view name);
 
 // Opens one of the history databases the way both stores need it: the file
 // made private (0600) before SQLite creates it, read-write/create/full-mutex,
