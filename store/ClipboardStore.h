@@ -114,6 +114,9 @@ public:
     void deleteItem(const std::string& id);
     void clear(bool keepPinned);
     void setLabel(const std::string& id, const std::optional<std::string>& label);
+    // A label as stored: one line, trimmed, at most 40 characters; none
+    // when nothing is left.
+    static std::optional<std::string> prepareLabel(const std::optional<std::string>& label);
     void setCategory(const std::string& id, const std::optional<std::string>& category);
     bool updateText(const std::string& id, std::string_view text);
 
@@ -142,9 +145,6 @@ private:
     std::int64_t retentionMinutes() const;
     std::string liveSQL(double now) const;
     void notifyLocalChange();
-    // Runs an UPDATE with bound values; the edits ignore its result.
-    template <typename... Values>
-    bool runLocked(std::string_view sql, const Values&... values);
     // Runs `edit` under the lock if the store opens, then notifies.
     template <typename Edit>
     void editLocked(Edit&& edit);

@@ -30,14 +30,6 @@ std::string join(const std::vector<std::string>& parts, std::string_view separat
 
 }  // namespace
 
-template <typename... Values>
-bool ClipboardStore::runLocked(std::string_view sql, const Values&... values) {
-    sql::Statement st = db_.prepare(sql);
-    int index = 0;
-    (st.bind(++index, values), ...);
-    return st.run();
-}
-
 template <typename Edit>
 void ClipboardStore::editLocked(Edit&& edit) {
     bool open = false;
@@ -49,6 +41,15 @@ void ClipboardStore::editLocked(Edit&& edit) {
     }
     if (open)
         notifyLocalChange();
+}
+
+std::optional<std::string> ClipboardStore::prepareLabel(const std::optional<std::string>& label) {
+    if (!label)
+        return std::nullopt;
+    std::string name = unicode::oneLineName(*label, maxLabelCharacters);
+    if (name.empty())
+        return std::nullopt;
+    return name;
 }
 
 std::vector<ClipboardStore::Item> ClipboardStore::fetch(
@@ -105,7 +106,7 @@ void ClipboardStore::setPinned(const std::string& id, bool pinned) {
         // An unpinned row leaves its category: categorised rows are pinned.
         std::string head = pinned ? "UPDATE items SET pinned = ?, "
                                   : "UPDATE items SET pinned = ?, category = NULL, ";
-        runLocked(head + metaTouchSQL(now) + " WHERE id = ?", pinned, id);
+        sql::run(db_, head + metaTouchSQL(now) + " WHERE id = ?", pinned, id);
     });
 }
 
@@ -113,7 +114,7 @@ void ClipboardStore::deleteItem(const std::string& id) {
     editLocked([&](double now) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         tombstoneLocked("id = " + sql::quote(id), now);
-        runLocked("DELETE FROM items WHERE id = ?", id);
+        sql::run(db_, "DELETE FROM items WHERE id = ?", id);
         tx.commit();
     });
 }
@@ -130,15 +131,10 @@ void ClipboardStore::clear(bool keepPinned) {
 }
 
 void ClipboardStore::setLabel(const std::string& id, const std::optional<std::string>& label) {
-    std::optional<std::string> prepared;
-    if (label) {
-        std::string name = unicode::oneLineName(*label, maxLabelCharacters);
-        if (!name.empty())
-            prepared = std::move(name);
-    }
+    std::optional<std::string> prepared = prepareLabel(label);
     editLocked([&](double now) {
-        runLocked("UPDATE items SET label = ?, " + metaTouchSQL(now) + " WHERE id = ?", prepared,
-                  id);
+        sql::run(db_, "UPDATE items SET label = ?, " + metaTouchSQL(now) + " WHERE id = ?",
+                 prepared, id);
     });
 }
 
@@ -146,7 +142,8 @@ void ClipboardStore::setCategory(const std::string& id,
                                  const std::optional<std::string>& category) {
     // Filing a row pins it; taking the category away leaves it pinned too.
     editLocked([&](double now) {
-        runLocked(
+        sql::run(
+            db_,
             "UPDATE items SET category = ?, pinned = 1, " + metaTouchSQL(now) + " WHERE id = ?",
             category, id);
     });
@@ -176,11 +173,11 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
         // fails (the text is already in the history) no tombstone is left
         // behind to delete the untouched row on other devices.
         tombstoneLocked("id = " + sql::quote(id), now);
-        stored = runLocked(
-                     "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
-                     "modified = " +
-                         sql::number(now) + ", dirty = 1 WHERE id = ?",
-                     text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
+        stored = sql::run(db_,
+                          "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
+                          "modified = " +
+                              sql::number(now) + ", dirty = 1 WHERE id = ?",
+                          text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
                  tx.commit();
     });
     return stored;
@@ -221,9 +218,10 @@ std::optional<ClipboardStore::Category> ClipboardStore::createCategory(std::stri
                     sort = max.real(0) + 1.0;
                 max = {};
                 Category made{crypto::newUUID(), prepared};
-                if (runLocked("INSERT INTO categories(id, name, sort, created, modified, dirty) "
-                              "VALUES(?,?,?,?,?,1)",
-                              made.id, made.name, sort, now, now))
+                if (sql::run(db_,
+                             "INSERT INTO categories(id, name, sort, created, modified, dirty) "
+                             "VALUES(?,?,?,?,?,1)",
+                             made.id, made.name, sort, now, now))
                     result = std::move(made);
             }
         }
@@ -237,9 +235,10 @@ void ClipboardStore::renameCategory(const std::string& id, std::string_view name
     if (prepared.empty())
         return;
     editLocked([&](double now) {
-        runLocked("UPDATE categories SET name = ?, modified = " + sql::number(now) +
-                      ", dirty = 1 WHERE id = ?",
-                  prepared, id);
+        sql::run(db_,
+                 "UPDATE categories SET name = ?, modified = " + sql::number(now) +
+                     ", dirty = 1 WHERE id = ?",
+                 prepared, id);
     });
 }
 
@@ -248,12 +247,13 @@ void ClipboardStore::deleteCategory(const std::string& id) {
     editLocked([&](double now) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         // Its rows leave the category but stay pinned.
-        runLocked("UPDATE items SET category = NULL, " + metaTouchSQL(now) + " WHERE category = ?",
-                  id);
+        sql::run(db_,
+                 "UPDATE items SET category = NULL, " + metaTouchSQL(now) + " WHERE category = ?",
+                 id);
         if (tombstone)
             db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, kind, at) VALUES(" +
                      sql::quote(id) + ", 'category', " + sql::number(now) + ")");
-        runLocked("DELETE FROM categories WHERE id = ?", id);
+        sql::run(db_, "DELETE FROM categories WHERE id = ?", id);
         tx.commit();
     });
 }
@@ -266,7 +266,7 @@ void ClipboardStore::reorderCategories(const std::vector<std::string>& ids) {
                              ", dirty = 1 WHERE id = ?";
         double sort = 1;
         for (const std::string& id : ids)
-            runLocked(update, sort++, id);
+            sql::run(db_, update, sort++, id);
         tx.commit();
     });
 }

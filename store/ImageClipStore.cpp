@@ -356,49 +356,38 @@ void ImageClipStore::editLocked(Edit&& edit) {
 
 void ImageClipStore::setPinned(const std::string& id, bool pinned) {
     editLocked([&](double now) {
-        sql::Statement st =
-            db_.prepare(std::string(pinned ? "UPDATE media SET pinned = ?, "
-                                           : "UPDATE media SET pinned = ?, category = NULL, ") +
-                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
-        st.bind(1, pinned);
-        st.bind(2, id);
-        st.run();
+        sql::run(db_,
+                 std::string(pinned ? "UPDATE media SET pinned = ?, "
+                                    : "UPDATE media SET pinned = ?, category = NULL, ") +
+                     ClipboardStore::metaTouchSQL(now) + " WHERE id = ?",
+                 pinned, id);
     });
 }
 
 void ImageClipStore::setCategory(const std::string& id,
                                  const std::optional<std::string>& category) {
     editLocked([&](double now) {
-        sql::Statement st = db_.prepare("UPDATE media SET category = ?, pinned = 1, " +
-                                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
-        st.bind(1, category);
-        st.bind(2, id);
-        st.run();
+        sql::run(db_,
+                 "UPDATE media SET category = ?, pinned = 1, " + ClipboardStore::metaTouchSQL(now) +
+                     " WHERE id = ?",
+                 category, id);
     });
 }
 
 void ImageClipStore::setLabel(const std::string& id, const std::optional<std::string>& label) {
-    // Named like a text entry: one line, trimmed, at most 40 characters.
-    std::optional<std::string> prepared;
-    if (label) {
-        std::string name = unicode::oneLineName(*label, ClipboardStore::maxLabelCharacters);
-        if (!name.empty())
-            prepared = std::move(name);
-    }
+    // Named like a text entry.
+    std::optional<std::string> prepared = ClipboardStore::prepareLabel(label);
     editLocked([&](double now) {
-        sql::Statement st = db_.prepare("UPDATE media SET label = ?, " +
-                                        ClipboardStore::metaTouchSQL(now) + " WHERE id = ?");
-        st.bind(1, prepared);
-        st.bind(2, id);
-        st.run();
+        sql::run(
+            db_,
+            "UPDATE media SET label = ?, " + ClipboardStore::metaTouchSQL(now) + " WHERE id = ?",
+            prepared, id);
     });
 }
 
 void ImageClipStore::detachCategory(const std::string& category) {
     editLocked([&](double) {
-        sql::Statement st = db_.prepare("UPDATE media SET category = NULL WHERE category = ?");
-        st.bind(1, category);
-        st.run();
+        sql::run(db_, "UPDATE media SET category = NULL WHERE category = ?", category);
     });
 }
 

@@ -137,6 +137,16 @@ private:
     Statement* statement_;
 };
 
+// Prepares `sql`, binds `values` to its parameters in order and runs it;
+// true when it ran to completion. For the many one-shot UPDATEs of edits.
+template <typename... Values>
+bool run(Database& db, std::string_view sql, const Values&... values) {
+    Statement statement = db.prepare(sql);
+    int index = 0;
+    (statement.bind(++index, values), ...);
+    return statement.run();
+}
+
 // BEGIN on construction, ROLLBACK on destruction unless commit() succeeded.
 //
 //   sql::Transaction tx(db, sql::Transaction::Mode::immediate);
