@@ -294,5 +294,21 @@ TEST_F(AppCaptureTest, FileCopyOfferingAnImageIsNotStored) {
     EXPECT_EQ(images(), 1);
 }
 
+TEST_F(AppCaptureTest, LoggingOutWithClearOnQuitKeepsOnlyPinnedTexts) {
+    copyText("keep me");
+    ASSERT_TRUE(waitUntil([&] { return texts("keep me") == 1; }));
+    copyText("forget me");
+    ASSERT_TRUE(waitUntil([&] { return texts("forget me") == 1; }));
+    rows(library_ / "clipboard.sqlite", "UPDATE items SET pinned = 1 WHERE text = 'keep me'");
+    // Set while the app runs: it reads the preference when it quits.
+    fs::create_directories(config_ / "Zettly");
+    std::ofstream(config_ / "Zettly" / "defaults.json") << R"({"clearOnQuit": true})";
+
+    stop(app_);  // SIGTERM, as a session logout sends
+    app_ = -1;
+    EXPECT_EQ(texts("keep me"), 1);
+    EXPECT_EQ(texts("forget me"), 0);
+}
+
 }  // namespace
 }  // namespace zettly::test
