@@ -36,7 +36,6 @@ public:
         return std::nullopt;
     }
     std::optional<Bytes> data(const std::string& type) override {
-        ++dataReads;
         for (const auto& [t, data] : entries_)
             if (t == type)
                 return data;
@@ -60,8 +59,6 @@ public:
         entries_ = {{"image/png", Bytes(data.begin(), data.end())}};
         return true;
     }
-
-    int dataReads = 0;
 
 private:
     std::int64_t count_ = 7;

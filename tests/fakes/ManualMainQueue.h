@@ -70,10 +70,6 @@ public:
             clock_.set(t);
     }
     void advance(double seconds) { runUntil(clock_.now() + seconds); }
-    std::size_t pendingCount() {
-        std::lock_guard lock(mutex_);
-        return items_.size();
-    }
 
 private:
     struct Item {
@@ -100,16 +96,10 @@ private:
     long order_ = 0;
 };
 
-// Runs background work when the test says so (or at once, if asked).
+// Runs background work when the test says so.
 class ManualExecutor final : public Executor {
 public:
-    bool runImmediately = false;
-    void run(std::function<void()> work) override {
-        if (runImmediately)
-            work();
-        else
-            work_.push_back(std::move(work));
-    }
+    void run(std::function<void()> work) override { work_.push_back(std::move(work)); }
     void runAll() {
         while (!work_.empty()) {
             auto next = std::move(work_.front());
