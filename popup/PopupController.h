@@ -1,0 +1,157 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/Desktop.h"
+#include "platform/Keyboard.h"
+#include "platform/MainQueue.h"
+#include "popup/PopupGeometry.h"
+#include "popup/PopupModel.h"
+#include "popup/PopupView.h"
+#include "store/ChipOrder.h"
+
+namespace zettly {
+
+class Defaults;
+class PasteboardMonitor;
+
+// Texts the controller shows in dialogs. English by default; the Qt front
+// end fills them with translations.
+struct PopupTexts {
+    std::string editTextTitle = "Edit text";
+    std::string nameTitle = "Name";
+    std::string nameMessage = "A short name shown above the item, like \u201cOffice address\u201d.";
+    std::string duplicateText = "This text is already in the history.";
+    std::string newCategoryTitle = "New category";
+    std::string renameCategoryTitle = "Rename category";
+    // "%1" stands for the category's name.
+    std::string deleteCategoryTitle = "Delete the category \u201c%1\u201d?";
+    std::string deleteCategoryDetail =
+        "Its items stay pinned, just without a category. With sync on, the category is deleted "
+        "on your other devices too.";
+    std::string deleteButton = "Delete";
+    std::string clearTitle = "Clear the clipboard history?";
+    std::string clearDetail =
+        "Pinned items and items in categories stay. With sync on, the history is cleared on "
+        "your other devices too.";
+    std::string clearButton = "Clear";
+};
+
+// Opens and places the history window, handles its keyboard, and carries
+// out the pick: the entry goes back on the clipboard, the window closes, the
+// window that was in front gets the keyboard back and, when the user wants
+// it, the paste shortcut 0.15 s later. The row and chip actions with their
+// dialogs live here too.
+//
+// Main thread only.
+class PopupController {
+public:
+    struct Dependencies {
+        PopupView& view;
+        Desktop& desktop;
+        MainQueue& mainQueue;
+        ClipboardStore& texts;
+        ImageClipStore& images;
+        PasteboardMonitor& monitor;
+        Defaults& defaults;
+        // This application's id, as Desktop reports it for its own windows.
+        std::string ownAppId;
+    };
+
+    static constexpr double pasteDelay = 0.15;
+
+    PopupController(Dependencies dependencies,
+                    PopupModel::TitleFunction chipTitle = &PopupModel::englishTitle);
+    ~PopupController();
+    PopupController(const PopupController&) = delete;
+    PopupController& operator=(const PopupController&) = delete;
+
+    PopupModel& model() { return model_; }
+    PopupTexts texts;
+
+    // Hooks into the rest of the application; any may be left empty.
+    std::function<void()> onOpened;        // e.g. a sync pass while the window is open
+    std::function<void()> onOpenSettings;  // Ctrl+, and the footer's "Settings…"
+    std::function<void()> onShowAbout;     // the footer's "About Zettly"
+    std::function<void()> onCheckForUpdates;
+    std::function<void()> onQuit;
+
+    // ---- window ---------------------------------------------------------
+    // Under the tray icon when `anchor` is given, else where the preference
+    // says.
+    void open(const std::optional<popupgeometry::Anchor>& anchor = std::nullopt);
+    void close();
+    // What the tray click and the hot key do.
+    void toggle(const std::optional<popupgeometry::Anchor>& anchor = std::nullopt);
+    bool isOpen() const;
+
+    // One key press while the window is open; true when it was consumed.
+    // The view calls it only while keyMonitorActive().
+    bool handle(const KeyPress& key);
+    bool keyMonitorActive() const { return keyMonitor_ && !modalActive_; }
+
+    void pick(const PopupModel::Entry& entry, bool invert);
+    void selectionChanged();
+
+    // From the view: the window lost the keyboard; the user resized it.
+    void panelDidResignKey();
+    void panelDidEndResize(Size size);
+    // The cloud sync applied changes from elsewhere.
+    void cloudDidChange();
+
+    // ---- preview --------------------------------------------------------
+    void showPreview(const PopupModel::Entry& entry);
+    void togglePreview();
+
+    // ---- row actions ----------------------------------------------------
+    void togglePin(const PopupModel::Entry& entry);
+    void deleteEntry(const PopupModel::Entry& entry);
+    void editText(const PopupModel::Entry& entry);
+    void editLabel(const PopupModel::Entry& entry);
+    void setCategory(const PopupModel::Entry& entry, const std::optional<std::string>& category);
+    void newCategory(const PopupModel::Entry& entry);
+    void showCategoryMenu(const PopupModel::Entry& entry);
+
+    // ---- chip and footer actions ----------------------------------------
+    void createCategory();
+    void renameCategory(const std::string& id);
+    void deleteCategory(const std::string& id);
+    void clearHistory();
+
+    // ---- dialogs --------------------------------------------------------
+    // While one runs, modalActive() is true: keys go to the dialog and the
+    // window does not close when the dialog takes the keyboard.
+    std::optional<std::string> ask(const std::string& title,
+                                   const std::optional<std::string>& message,
+                                   const std::string& value, bool multiline);
+    void inform(const std::string& message);
+    bool confirm(const std::string& title, const std::string& detail, const std::string& button);
+    bool modalActive() const { return modalActive_; }
+
+    // The window that gets the paste (for tests and diagnostics).
+    const std::optional<AppWindow>& previousApp() const { return previousApp_; }
+
+    // Terminal emulators paste with Ctrl+Shift+V.
+    static bool isTerminal(const std::optional<std::string>& appId);
+
+private:
+    void pasteIntoFront();
+    void reloadKeepingSelection();
+
+    Dependencies deps_;
+    ChipOrder chipOrder_;
+    PopupModel model_;
+    bool keyMonitor_ = false;
+    bool modalActive_ = false;
+    std::optional<AppWindow> previousApp_;
+    // Raised by each selection change and close, so a delayed preview that
+    // is no longer wanted does nothing when it runs.
+    std::uint64_t previewGeneration_ = 0;
+    std::shared_ptr<PopupController*> self_;
+};
+
+}  // namespace zettly

@@ -1,0 +1,173 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "popup/TextSearch.h"
+#include "store/ClipboardStore.h"
+#include "store/ImageClipStore.h"
+
+namespace zettly {
+
+class ChipOrder;
+
+// The state behind the history window: the merged list of text and image
+// entries, the filter chips in the user's order, the active chip, the search
+// query and the highlighted row. It reads the two stores on reload only;
+// typing and chip changes refilter the cached list in memory.
+//
+// Main thread only.
+class PopupModel {
+public:
+    class Filter {
+    public:
+        enum class Kind { category, all, pinned, text, links, images };
+
+        static Filter all() { return Filter(Kind::all); }
+        static Filter pinned() { return Filter(Kind::pinned); }
+        static Filter text() { return Filter(Kind::text); }
+        static Filter links() { return Filter(Kind::links); }
+        static Filter images() { return Filter(Kind::images); }
+        static Filter category(std::string id) { return Filter(Kind::category, std::move(id)); }
+
+        // "all", "pinned", "text", "links", "images" or "cat:" + id; none
+        // for any other key.
+        static std::optional<Filter> fromKey(std::string_view key);
+        std::string key() const;
+
+        Kind kind() const { return kind_; }
+        bool isCategory() const { return kind_ == Kind::category; }
+        // The category id; empty for the built-in chips.
+        const std::string& categoryId() const { return id_; }
+
+        bool operator==(const Filter&) const = default;
+
+    private:
+        explicit Filter(Kind kind, std::string id = {}) : kind_(kind), id_(std::move(id)) {}
+        Kind kind_;
+        std::string id_;
+    };
+
+    struct Entry {
+        std::variant<ClipboardStore::Item, ImageClipStore::Item> item;
+
+        // "t" + the text item's id or "i" + the image item's id.
+        std::string id() const;
+        bool isText() const { return item.index() == 0; }
+        bool isImage() const { return item.index() == 1; }
+        const ClipboardStore::Item* text() const { return std::get_if<0>(&item); }
+        const ImageClipStore::Item* image() const { return std::get_if<1>(&item); }
+        // The fields both kinds share.
+        const std::string& storeId() const;
+        bool pinned() const;
+        const std::optional<std::string>& category() const;
+        const std::optional<std::string>& label() const;
+        double createdAt() const;
+        bool isLink() const;  // a text whose type is "url"
+
+        bool operator==(const Entry&) const = default;
+    };
+
+    // What changed, for the views (bits of `changes` in onChange).
+    enum Change : unsigned {
+        entriesChanged = 1,
+        filtersChanged = 2,  // the chips or the category list
+        filterChanged = 4,
+        queryChanged = 8,
+        selectionChanged = 16,
+        draggingChanged = 32,
+        opened = 64,  // openCount went up
+    };
+
+    // Localised titles of the built-in chips; the default gives English.
+    using TitleFunction = std::function<std::string(Filter::Kind)>;
+    static std::string englishTitle(Filter::Kind kind);
+
+    static constexpr std::int64_t textLimit = 500;
+
+    PopupModel(ClipboardStore& texts, ImageClipStore& images, ChipOrder& chipOrder,
+               TitleFunction title = &PopupModel::englishTitle);
+
+    // ---- published state ------------------------------------------------
+    const std::string& query() const { return query_; }
+    const Filter& filter() const { return filter_; }
+    const std::vector<Entry>& entries() const { return entries_; }
+    const std::vector<ClipboardStore::Category>& categories() const { return categories_; }
+    const std::vector<Filter>& filters() const { return filters_; }
+    const std::optional<Filter>& dragging() const { return dragging_; }
+    std::size_t selection() const { return selection_; }
+    int openCount() const { return openCount_; }
+    // The merged, sorted list before filtering.
+    const std::vector<Entry>& all() const { return all_; }
+
+    // Both rebuild the list and put the highlight on the first row.
+    void setQuery(std::string query);
+    void setFilter(Filter filter);
+    // Calls onSelectionChanged when the value differs from the current one.
+    void setSelection(std::size_t index);
+    void setDragging(std::optional<Filter> filter);
+
+    // Called after `selection` changed to a different value (the controller
+    // moves the preview with it).
+    std::function<void()> onSelectionChanged;
+    // Called after any published field changed, with the Change bits.
+    std::function<void(unsigned changes)> onChange;
+
+    // ---- operations -----------------------------------------------------
+    // Rebuilds categories, chips and the list from the stores; re-selects the
+    // entry with the given Entry id when it is listed.
+    void reload(const std::optional<std::string>& keeping = std::nullopt);
+    // A fresh opening: empty search, fresh data, the first chip.
+    void reset();
+    // Refilters `all` by the filter and the query and clamps the selection.
+    void rebuild();
+    // Moves the highlight, clamped to the list (no wrap-around).
+    void move(int delta);
+    // The next (+1) or previous (-1) chip, wrapping around.
+    void cycleFilter(int step);
+    std::optional<Entry> entry(std::ptrdiff_t index) const;
+    // The entry at the selection, if any.
+    std::optional<Entry> selectedEntry() const {
+        return entry(static_cast<std::ptrdiff_t>(selection_));
+    }
+
+    std::string title(const Filter& filter) const;
+    // The category name to show on the row; none under that category's own
+    // chip or for an entry without a (known) category.
+    std::optional<std::string> categoryTag(const Entry& entry) const;
+    // Drag and drop in the chip bar: `from` takes the place of `to`; the new
+    // order is stored through ChipOrder.
+    void moveChip(const Filter& from, const Filter& to);
+
+    // Whether one entry passes the filter rule (exposed for the views' counts).
+    static bool passes(const Entry& entry, const Filter& filter);
+
+private:
+    void publish(unsigned changes);
+    void assignSelection(std::size_t index, unsigned& changes);
+
+    ClipboardStore& texts_;
+    ImageClipStore& images_;
+    ChipOrder& chipOrder_;
+    TitleFunction titleFunction_;
+
+    std::string query_;
+    Filter filter_ = Filter::all();
+    std::vector<Entry> entries_;
+    std::vector<ClipboardStore::Category> categories_;
+    std::vector<Filter> filters_;
+    std::optional<Filter> dragging_;
+    std::size_t selection_ = 0;
+    int openCount_ = 0;
+    std::vector<Entry> all_;
+    // Search keys of `all_`, index for index, folded once per reload.
+    std::vector<SearchKey> keys_;
+};
+
+}  // namespace zettly
