@@ -1,0 +1,393 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "capture/PasteboardMonitor.h"
+#include "popup/PopupController.h"
+#include "store/PrefKeys.h"
+#include "sync/SyncPace.h"
+#include "tests/fakes/FakeDesktop.h"
+#include "tests/fakes/FakePasteboard.h"
+#include "tests/fakes/FakePopupView.h"
+#include "tests/fakes/ManualMainQueue.h"
+#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
+
+namespace zettly {
+namespace {
+
+using ::testing::ElementsAre;
+using Kind = PopupModel::Filter::Kind;
+
+const std::string ownId = "org.zettly.Zettly";
+
+class PopupControllerTest : public ::testing::Test {
+protected:
+    PopupControllerTest() {
+        desktop.front = editor;
+        monitor.onNewItem = [this] { ++captured; };
+    }
+
+    void addTexts(std::initializer_list<const char*> list) {
+        for (const char* text : list) {
+            env.clock.advance(1);
+            texts.insert(text);
+        }
+    }
+    std::string addImage(int width, int height) {
+        env.clock.advance(1);
+        EXPECT_EQ(images.save(test::png(width, height, test::solid({9, 99, 199}))),
+                  ImageClipStore::SaveResult::saved);
+        return images.fetchAll().front().id;
+    }
+    bool press(std::uint32_t code, std::uint32_t mods = 0, std::string characters = "") {
+        return controller.handle(KeyPress{code, mods, std::move(characters)});
+    }
+    std::vector<std::string> listed() {
+        std::vector<std::string> out;
+        for (const auto& entry : controller.model().entries())
+            out.push_back(entry.text() ? entry.text()->text : "image");
+        return out;
+    }
+    std::string selectedText() { return controller.model().selectedEntry()->text()->text; }
+    ClipboardStore::Item textItem(const std::string& text) {
+        for (const auto& item : texts.fetch(100, 0))
+            if (item.text == text)
+                return item;
+        ADD_FAILURE() << text << " is not in the history";
+        return {};
+    }
+
+    test::StoreEnvironment env;
+    test::FakePasteboard pasteboard;
+    test::FakeWorkspace workspace;
+    test::ManualMainQueue queue{env.clock};
+    test::ManualExecutor executor;
+    ClipboardStore texts{env.context()};
+    ImageClipStore images{env.context()};
+    PasteboardMonitor monitor{
+        {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log}};
+    test::FakePopupView view;
+    test::FakeDesktop desktop;
+    PopupController controller{{view, desktop, queue, texts, images, monitor, env.defaults, ownId}};
+    const AppWindow editor{11, "org.gnome.TextEditor"};
+    const AppWindow ourPanel{12, ownId};
+    int captured = 0;
+};
+
+using Keys = PopupControllerTest;
+using Pick = PopupControllerTest;
+using Preview = PopupControllerTest;
+using Dialogs = PopupControllerTest;
+using Window = PopupControllerTest;
+
+TEST_F(Keys, ArrowsAndTabTakeAnyModifiersWhileAltPAndAltBackspaceNeedAltAlone) {
+    addTexts({"one", "two", "three"});
+    controller.open();
+    EXPECT_TRUE(press(keycode::downArrow, modifier::all));
+    EXPECT_TRUE(press(keycode::downArrow, modifier::shift));
+    EXPECT_TRUE(press(keycode::upArrow, modifier::command));
+    EXPECT_EQ(selectedText(), "two");
+
+    EXPECT_FALSE(press(keycode::p, modifier::option | modifier::shift, "p"));
+    EXPECT_FALSE(press(keycode::deleteKey));  // edits the search text instead
+    EXPECT_FALSE(press(keycode::deleteKey, modifier::command));
+    EXPECT_FALSE(press(keycode::space, modifier::control | modifier::shift, " "));
+    EXPECT_EQ(listed(), (std::vector<std::string>{"three", "two", "one"}));
+
+    EXPECT_TRUE(press(keycode::p, modifier::option, "p"));
+    EXPECT_TRUE(textItem("two").pinned);
+    EXPECT_TRUE(press(keycode::deleteKey, modifier::option));
+    // "two" left the All chip, so the highlight landed on "one".
+    EXPECT_EQ(listed(), std::vector<std::string>{"three"});
+
+    EXPECT_TRUE(press(keycode::tab));
+    EXPECT_EQ(controller.model().filter().kind(), Kind::pinned);
+    EXPECT_TRUE(press(keycode::tab, modifier::shift));
+    EXPECT_TRUE(press(keycode::tab, modifier::shift));
+    EXPECT_EQ(controller.model().filter().kind(), Kind::images);  // wrapped to the last chip
+}
+
+TEST_F(Keys, CtrlDigitPicksThatRowWhateverIsSelectedAndIsSwallowedWhenTheRowIsMissing) {
+    addTexts({"a", "b"});
+    controller.open();
+    EXPECT_TRUE(press(20, modifier::command, "3"));
+    EXPECT_TRUE(controller.isOpen());
+    EXPECT_EQ(pasteboard.string(), std::nullopt);
+    EXPECT_FALSE(press(20, modifier::command | modifier::option, "3"));
+
+    addTexts({"c", "d", "e"});
+    env.clock.advance(1);
+    controller.close();
+    controller.open();
+    EXPECT_EQ(controller.model().selection(), 0u);
+    EXPECT_TRUE(press(20, modifier::command, "3"));
+    EXPECT_EQ(pasteboard.string(), "c");
+    EXPECT_FALSE(controller.isOpen());
+
+    // French AZERTY types "é" on the 2 key; its position still counts.
+    controller.open();
+    EXPECT_EQ(listed(), (std::vector<std::string>{"c", "e", "d", "b", "a"}));
+    EXPECT_TRUE(press(19, modifier::command, "\xc3\xa9"));
+    EXPECT_EQ(pasteboard.string(), "e");
+}
+
+TEST_F(Keys, CommandsThatNeedAnEntryPassWithoutOneAndTheOthersAlwaysWork) {
+    int settings = 0, quits = 0;
+    controller.onOpenSettings = [&] { ++settings; };
+    controller.onQuit = [&] { ++quits; };
+    controller.open();
+    EXPECT_FALSE(press(keycode::e, modifier::command, "e"));
+    EXPECT_FALSE(press(keycode::n, modifier::command, "N"));
+    EXPECT_FALSE(press(keycode::k, modifier::command, "k"));
+    EXPECT_FALSE(press(keycode::e, modifier::option, "e"));
+    EXPECT_TRUE(press(keycode::q, modifier::command, "q"));
+    EXPECT_TRUE(press(keycode::comma, modifier::command, ","));
+    EXPECT_EQ(quits, 1);
+    EXPECT_EQ(settings, 1);
+    EXPECT_FALSE(controller.isOpen());
+    EXPECT_FALSE(press(keycode::downArrow));  // closed: nothing is ours any more
+
+    // Ctrl+E on an image is taken but asks nothing.
+    addImage(30, 20);
+    controller.open();
+    EXPECT_TRUE(press(keycode::e, modifier::command, "e"));
+    EXPECT_TRUE(view.dialogs.empty());
+}
+
+TEST_F(Keys, EscapeHidesThePreviewFirstAndClosesTheWindowSecond) {
+    addTexts({"x"});
+    controller.open();
+    EXPECT_TRUE(press(keycode::space, modifier::control, " "));
+    EXPECT_TRUE(view.previewVisible);
+    EXPECT_TRUE(press(keycode::y, modifier::command, "y"));  // the second way to toggle it
+    EXPECT_FALSE(view.previewVisible);
+    EXPECT_TRUE(press(keycode::y, modifier::command, "y"));
+
+    EXPECT_TRUE(press(keycode::escape));
+    EXPECT_FALSE(view.previewVisible);
+    EXPECT_TRUE(controller.isOpen());
+    EXPECT_TRUE(press(keycode::escape, modifier::shift));
+    EXPECT_FALSE(controller.isOpen());
+}
+
+TEST_F(Pick, ATextGoesBackOnTopUncapturedAndIsPastedIntoTheEarlierWindowAfterADelay) {
+    env.defaults.setBool(prefkey::pasteAutomatically, true);
+    addTexts({"older", "newer"});
+    controller.open();
+    desktop.front = ourPanel;
+    press(keycode::downArrow);
+    env.clock.advance(5);
+    EXPECT_TRUE(press(keycode::returnKey));
+
+    EXPECT_EQ(pasteboard.string(), "older");
+    EXPECT_EQ(texts.fetch(1, 0).front().text, "older");
+    monitor.poll();
+    EXPECT_EQ(captured, 0);
+    EXPECT_FALSE(controller.isOpen());
+    EXPECT_THAT(desktop.activated, ElementsAre(editor));
+    queue.advance(0.14);
+    EXPECT_TRUE(desktop.pastes.empty());
+    queue.advance(0.02);
+    EXPECT_THAT(desktop.pastes, ElementsAre(false));
+}
+
+TEST_F(Pick, AltInvertsThePastePreferenceAndTerminalsGetCtrlShiftV) {
+    addTexts({"ls -la"});
+    std::size_t expected = 0;
+    for (bool preference : {false, true}) {
+        for (bool alt : {false, true}) {
+            env.defaults.setBool(prefkey::pasteAutomatically, preference);
+            controller.open();
+            press(keycode::keypadEnter, alt ? modifier::option | modifier::shift : 0);
+            queue.advance(1);
+            expected += preference != alt;
+            EXPECT_EQ(desktop.pastes.size(), expected) << preference << alt;
+        }
+    }
+
+    desktop.front = AppWindow{20, "Gnome-terminal"};
+    controller.open();
+    desktop.front = editor;  // the desktop already gave the keyboard back itself
+    desktop.activated.clear();
+    press(keycode::returnKey);
+    queue.advance(1);
+    EXPECT_TRUE(desktop.activated.empty());
+    EXPECT_TRUE(desktop.pastes.back());
+
+    desktop.keysAllowed = false;
+    controller.open();
+    press(keycode::returnKey, modifier::option);
+    queue.advance(1);
+    EXPECT_EQ(desktop.pastes.size(), expected + 1);
+    EXPECT_EQ(pasteboard.string(), "ls -la");
+}
+
+TEST_F(Window, OpeningOverOurOwnWindowKeepsTheWindowToPasteInto) {
+    controller.open();
+    EXPECT_EQ(controller.previousApp(), editor);
+    controller.close();
+    desktop.front = AppWindow{5, ownId};  // our Settings window
+    controller.open();
+    EXPECT_EQ(controller.previousApp(), editor);
+    controller.close();
+    desktop.front = AppWindow{6, std::nullopt};  // a window without an id is someone else's
+    controller.open();
+    EXPECT_EQ(controller.previousApp(), (AppWindow{6, std::nullopt}));
+}
+
+TEST_F(Window, SyncPollsFastExactlyWhileOpenAndAResizeIsUsedNextTime) {
+    env.defaults.setString(prefkey::popupPosition, "center");
+    int opened = 0;
+    controller.onOpened = [&] { ++opened; };
+    controller.toggle();
+    EXPECT_TRUE(SyncPace::shared().menuOpen);
+    EXPECT_EQ(opened, 1);
+    EXPECT_TRUE(controller.keyMonitorActive());
+    controller.panelDidEndResize({500, 700});
+    controller.toggle();
+    EXPECT_FALSE(SyncPace::shared().menuOpen);
+    EXPECT_FALSE(controller.keyMonitorActive());
+    controller.toggle();
+    EXPECT_EQ(view.frame.width, 500);
+    EXPECT_EQ(view.frame.height, 700);
+    controller.panelDidResignKey();
+    EXPECT_FALSE(SyncPace::shared().menuOpen);
+}
+
+TEST_F(Window, ChangesFromTheCloudReloadTheOpenWindowKeepingTheHighlightedItem) {
+    addTexts({"a", "b", "c"});
+    controller.open();
+    press(keycode::downArrow);
+    addTexts({"from the phone"});
+    controller.cloudDidChange();
+    EXPECT_EQ(listed().front(), "from the phone");
+    EXPECT_EQ(selectedText(), "b");
+}
+
+TEST_F(Preview, ItAppearsAfterTheDelayOnTheSameItemOnlyAndThenFollowsTheSelection) {
+    addTexts({"a", "b", "c"});
+    desktop.mouse = {200, 800};
+    controller.open();
+    press(keycode::downArrow);
+    queue.advance(1.4);
+    press(keycode::downArrow);
+    queue.advance(1.4);
+    EXPECT_FALSE(view.previewVisible);
+    queue.advance(0.2);
+    ASSERT_TRUE(view.previewVisible);
+    EXPECT_EQ(view.previewed->text()->text, "a");
+    EXPECT_EQ(view.previewFrame.x, view.frame.maxX() + 6);
+
+    press(keycode::upArrow);
+    EXPECT_EQ(view.previewed->text()->text, "b");
+    press(keycode::downArrow);
+    controller.close();
+    queue.advance(5);
+    EXPECT_FALSE(view.previewVisible);
+}
+
+TEST_F(Preview, ADelayOfZeroShowsItOnlyOnRequestSizedForTheImage) {
+    env.defaults.setDouble(prefkey::previewDelay, 0);
+    addImage(100, 50);
+    addTexts({"text"});
+    controller.open();
+    press(keycode::downArrow);
+    queue.advance(60);
+    EXPECT_FALSE(view.previewVisible);
+    press(keycode::space, modifier::control, " ");
+    EXPECT_EQ(view.previewFrame.width, 200);
+    EXPECT_EQ(view.previewFrame.height, 98);
+}
+
+TEST_F(Dialogs, TheWindowStaysOpenWhileADialogHasTheKeyboardAndGetsItBack) {
+    addTexts({"note"});
+    controller.open();
+    view.onDialog = [&] {
+        EXPECT_TRUE(controller.modalActive());
+        EXPECT_FALSE(controller.keyMonitorActive());
+        controller.panelDidResignKey();
+    };
+    EXPECT_TRUE(press(keycode::n, modifier::command, "n"));  // cancelled
+    EXPECT_TRUE(controller.isOpen());
+    EXPECT_FALSE(controller.modalActive());
+    EXPECT_EQ(view.madeKey, 1);
+    EXPECT_EQ(textItem("note").label, std::nullopt);
+    ASSERT_EQ(view.dialogs.size(), 1u);
+    EXPECT_EQ(view.dialogs[0].message, controller.texts.nameMessage);
+
+    view.onDialog = nullptr;
+    controller.panelDidResignKey();
+    EXPECT_FALSE(controller.isOpen());
+}
+
+TEST_F(Dialogs, EditingKeepsTheStoreUntouchedUnlessTheTextReallyChangesToSomethingNew) {
+    addTexts({"first", "second"});
+    int edits = 0;
+    texts.didChangeLocally = [&] { ++edits; };
+    controller.open();
+    view.askAnswers = {"  second\n", "first", "  Second  "};
+    press(keycode::e, modifier::command, "e");
+    EXPECT_EQ(edits, 0);
+    press(keycode::e, modifier::command, "\xd1\x83");  // the E key on a Russian layout
+    EXPECT_EQ(view.dialogs.back().title, controller.texts.duplicateText);
+    EXPECT_EQ(listed(), (std::vector<std::string>{"second", "first"}));
+    press(keycode::e, modifier::command, "e");
+    EXPECT_EQ(listed(), (std::vector<std::string>{"Second", "first"}));
+}
+
+TEST_F(Dialogs, DeletingTheActiveCategoryFallsBackToTheFirstChipAndItsItemsStayPinned) {
+    addTexts({"filed"});
+    addImage(20, 20);
+    controller.open();
+    view.askAnswers = {" Work "};
+    controller.createCategory();
+    const std::string id = controller.model().categories().at(0).id;
+    EXPECT_EQ(controller.model().filter(), PopupModel::Filter::category(id));
+    controller.setCategory(PopupModel::Entry{textItem("filed")}, id);
+    controller.setCategory(PopupModel::Entry{images.fetchAll().front()}, id);
+    EXPECT_EQ(listed().size(), 2u);
+
+    view.confirmAnswers = {false, true};
+    controller.deleteCategory(id);
+    EXPECT_EQ(controller.model().categories().size(), 1u);
+    controller.deleteCategory(id);
+    EXPECT_EQ(view.dialogs.back().title, "Delete the category \u201cWork\u201d?");
+    EXPECT_EQ(controller.model().filter().kind(), Kind::all);
+    EXPECT_TRUE(textItem("filed").pinned);
+    EXPECT_EQ(textItem("filed").category, std::nullopt);
+    EXPECT_EQ(images.fetchAll().front().category, std::nullopt);
+}
+
+TEST_F(Dialogs, TheCategoryMenuCanFileAnItemInANewCategory) {
+    addTexts({"address"});
+    controller.open();
+    PopupView::CategoryChoice fresh;
+    fresh.kind = PopupView::CategoryChoice::Kind::newCategory;
+    view.categoryAnswers = {fresh};
+    view.askAnswers = {"Home"};
+    EXPECT_TRUE(press(keycode::k, modifier::command, "k"));
+    ASSERT_EQ(texts.categories().size(), 1u);
+    EXPECT_EQ(textItem("address").category, texts.categories()[0].id);
+    EXPECT_TRUE(textItem("address").pinned);
+}
+
+TEST_F(Dialogs, ClearingAfterConfirmationKeepsPinnedTextsAndImages) {
+    addTexts({"loose", "kept"});
+    std::string keptImage = addImage(20, 20);
+    images.setPinned(keptImage, true);
+    addImage(40, 20);
+    texts.setPinned(textItem("kept").id, true);
+    controller.open();
+    view.confirmAnswers = {false, true};
+    controller.clearHistory();
+    EXPECT_FALSE(controller.isOpen());
+    EXPECT_EQ(texts.fetch(10, 0).size(), 2u);
+    controller.clearHistory();
+    ASSERT_EQ(texts.fetch(10, 0).size(), 1u);
+    EXPECT_EQ(texts.fetch(10, 0)[0].text, "kept");
+    ASSERT_EQ(images.fetchAll().size(), 1u);
+    EXPECT_EQ(images.fetchAll()[0].id, keptImage);
+}
+
+}  // namespace
+}  // namespace zettly
