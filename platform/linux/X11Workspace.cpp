@@ -1,9 +1,34 @@
 #include "platform/linux/X11Workspace.h"
 
+#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 namespace zettly {
+
+namespace {
+
+template <typename T>
+using Reply = std::unique_ptr<T, decltype(&std::free)>;
+
+// Focus may sit on a child of an application's window (toolkits with focus
+// proxies do that); the application is known by its top-level window.
+std::optional<xcb_window_t> topLevelOf(XcbConnection& x, xcb_window_t window) {
+    xcb_connection_t* c = x.get();
+    while (window != XCB_WINDOW_NONE && window != x.root()) {
+        Reply<xcb_query_tree_reply_t> tree(
+            xcb_query_tree_reply(c, xcb_query_tree(c, window), nullptr), std::free);
+        if (!tree)
+            return std::nullopt;  // destroyed meanwhile
+        if (tree->parent == x.root())
+            return window;
+        window = tree->parent;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
 
 std::optional<std::string> X11Workspace::flatpakId(const std::string& info) {
     std::istringstream in(info);
@@ -19,13 +44,19 @@ std::optional<std::string> X11Workspace::flatpakId(const std::string& info) {
     return std::nullopt;
 }
 
-std::optional<std::string> X11Workspace::frontmostApplicationId() {
-    XcbConnection& x = connection_;
+std::optional<xcb_window_t> X11Workspace::activeWindow(XcbConnection& x) {
     auto active = x.property32(x.root(), x.atom("_NET_ACTIVE_WINDOW"), XCB_ATOM_WINDOW);
-    if (!active || *active == XCB_WINDOW_NONE)
+    if (active && *active != XCB_WINDOW_NONE)
+        return *active;
+    xcb_connection_t* c = x.get();
+    Reply<xcb_get_input_focus_reply_t> focus(
+        xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr), std::free);
+    if (!focus || focus->focus == XCB_INPUT_FOCUS_POINTER_ROOT || focus->focus == XCB_WINDOW_NONE)
         return std::nullopt;
-    xcb_window_t window = *active;
+    return topLevelOf(x, focus->focus);
+}
 
+std::optional<std::string> X11Workspace::applicationId(XcbConnection& x, xcb_window_t window) {
     if (auto pid = x.property32(window, x.atom("_NET_WM_PID"), XCB_ATOM_CARDINAL)) {
         std::ifstream file("/proc/" + std::to_string(*pid) + "/root/.flatpak-info");
         if (file) {
@@ -51,6 +82,13 @@ std::optional<std::string> X11Workspace::frontmostApplicationId() {
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::string> X11Workspace::frontmostApplicationId() {
+    auto window = activeWindow(connection_);
+    if (!window)
+        return std::nullopt;
+    return applicationId(connection_, *window);
 }
 
 }  // namespace zettly

@@ -14,6 +14,13 @@ public:
     explicit X11Workspace(XcbConnection& connection) : connection_(connection) {}
     std::optional<std::string> frontmostApplicationId() override;
 
+    // The top-level window in front: the window manager's active window, or,
+    // with no window manager keeping one (a bare X server, a minimal WM), the
+    // top-level window that holds the keyboard focus.
+    static std::optional<xcb_window_t> activeWindow(XcbConnection& connection);
+    // The id of the application that owns a top-level window, as above.
+    static std::optional<std::string> applicationId(XcbConnection& connection, xcb_window_t window);
+
     // Reads "name=" of the [Application] group of a .flatpak-info file.
     static std::optional<std::string> flatpakId(const std::string& info);
 
