@@ -149,8 +149,16 @@ public:
     static bool passes(const Entry& entry, const Filter& filter);
 
 private:
-    void publish(unsigned changes);
+    // The public operations call these and report once, at the end.
+    void reloadInto(const std::optional<std::string>& keeping, unsigned& changes);
+    void rebuildInto(unsigned& changes);
+    void applyQuery(std::string query, unsigned& changes);
+    void applyFilter(Filter filter, unsigned& changes);
     void assignSelection(std::size_t index, unsigned& changes);
+    // Brings `entries_` in line with the last rebuild.
+    void materialize(unsigned& changes);
+    void finish(unsigned changes);
+    bool matchesQuery(std::size_t index) const;
 
     ClipboardStore& texts_;
     ImageClipStore& images_;
@@ -168,6 +176,16 @@ private:
     std::vector<Entry> all_;
     // Search keys of `all_`, index for index, folded once per reload.
     std::vector<SearchKey> keys_;
+    std::string foldedQuery_;
+    // A rebuild picks indices of `all_`; `entries_` is brought in line only
+    // before a callback and at the end of an operation. Entries that a query
+    // hides are parked rather than freed and come back by a move when the
+    // query is deleted again: with 100 KB clips, copying the list on a
+    // keystroke would cost more than the search.
+    std::vector<std::size_t> pending_;
+    std::vector<std::size_t> shown_;            // what `entries_` holds
+    std::vector<std::optional<Entry>> parked_;  // by index of `all_`
+    bool entriesStale_ = false;                 // `entries_` comes from an older `all_`
 };
 
 }  // namespace zettly
