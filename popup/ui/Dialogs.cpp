@@ -1,0 +1,131 @@
+#include "popup/ui/Dialogs.h"
+
+#include <QCoreApplication>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QGridLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QShortcut>
+#include <QVBoxLayout>
+
+#include "popup/ui/Look.h"
+
+namespace zettly::dialogs {
+namespace {
+
+class DialogTexts {
+    Q_DECLARE_TR_FUNCTIONS(DialogTexts)
+public:
+    //: Button that saves the edited text or name. Short.
+    static QString save() { return tr("Save"); }
+    //: Cancel button in a dialog. Short.
+    static QString cancel() { return tr("Cancel"); }
+};
+
+// Above the history window, which stays on top itself, and with the keyboard.
+int run(QDialog& dialog) {
+    dialog.setWindowFlag(Qt::WindowStaysOnTopHint);
+    dialog.setWindowModality(Qt::ApplicationModal);
+    dialog.show();
+    dialog.raise();
+    dialog.activateWindow();
+    return dialog.exec();
+}
+
+QLabel* wrappingLabel(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::PlainText);
+    return label;
+}
+
+}  // namespace
+
+std::optional<QString> ask(QWidget* parent, const QString& title,
+                           const std::optional<QString>& message, const QString& value,
+                           bool multiline) {
+    QDialog dialog(parent, Qt::Dialog);
+    dialog.setWindowTitle(title);
+    auto* layout = new QVBoxLayout(&dialog);
+    layout->setContentsMargins(18, 16, 18, 14);
+    layout->setSpacing(8);
+    QLabel* heading = wrappingLabel(title, &dialog);
+    QFont bold = heading->font();
+    bold.setBold(true);
+    heading->setFont(bold);
+    layout->addWidget(heading);
+    if (message) {
+        QLabel* info = wrappingLabel(*message, &dialog);
+        QPalette pal = info->palette();
+        pal.setColor(QPalette::WindowText, look::secondaryText(pal));
+        info->setPalette(pal);
+        layout->addWidget(info);
+    }
+
+    QLineEdit* line = nullptr;
+    QPlainTextEdit* box = nullptr;
+    if (multiline) {
+        box = new QPlainTextEdit(value, &dialog);
+        box->setMinimumSize(340, 160);
+        box->selectAll();
+        layout->addWidget(box, 1);
+    } else {
+        line = new QLineEdit(value, &dialog);
+        line->setMinimumSize(280, 24);
+        line->selectAll();
+        layout->addWidget(line);
+    }
+
+    auto* buttons = new QDialogButtonBox(&dialog);
+    QPushButton* save = buttons->addButton(DialogTexts::save(), QDialogButtonBox::AcceptRole);
+    buttons->addButton(DialogTexts::cancel(), QDialogButtonBox::RejectRole);
+    save->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    layout->addSpacing(4);
+    layout->addWidget(buttons);
+    if (box)
+        for (auto key : {Qt::Key_Return, Qt::Key_Enter})
+            QObject::connect(new QShortcut(QKeyCombination(Qt::ControlModifier, key), &dialog),
+                             &QShortcut::activated, &dialog, &QDialog::accept);
+
+    if (box)
+        box->setFocus();
+    else
+        line->setFocus();
+    if (run(dialog) != QDialog::Accepted)
+        return std::nullopt;
+    return box ? box->toPlainText() : line->text();
+}
+
+void inform(QWidget* parent, const QString& message) {
+    QMessageBox box(QMessageBox::Information, QStringLiteral("Zettly"), message, QMessageBox::Ok,
+                    parent);
+    run(box);
+}
+
+bool confirm(QWidget* parent, const QString& title, const QString& detail, const QString& button) {
+    QMessageBox box(QMessageBox::Warning, QStringLiteral("Zettly"), QString(),
+                    QMessageBox::NoButton, parent);
+    // The title in bold, as a heading; a category name in it stays text.
+    box.setTextFormat(Qt::RichText);
+    box.setText(QStringLiteral("<b>%1</b>").arg(title.toHtmlEscaped()));
+    box.setInformativeText(detail);
+    // Wide enough that two sentences of detail do not become a narrow column.
+    if (auto* grid = qobject_cast<QGridLayout*>(box.layout()))
+        grid->addItem(new QSpacerItem(360, 0, QSizePolicy::Minimum, QSizePolicy::Fixed),
+                      grid->rowCount(), 0, 1, grid->columnCount());
+    QPushButton* yes = box.addButton(button, QMessageBox::DestructiveRole);
+    QPushButton* cancel = box.addButton(DialogTexts::cancel(), QMessageBox::RejectRole);
+    // Return must not destroy anything by accident; Escape cancels.
+    box.setDefaultButton(cancel);
+    box.setEscapeButton(cancel);
+    run(box);
+    return box.clickedButton() == yes;
+}
+
+}  // namespace zettly::dialogs

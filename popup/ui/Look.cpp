@@ -1,0 +1,260 @@
+#include "popup/ui/Look.h"
+
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPixmap>
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include <xcb/xcb.h>
+
+namespace zettly {
+namespace look {
+namespace {
+
+bool isDark(const QPalette& palette) {
+    return palette.color(QPalette::Window).lightness() < 128;
+}
+
+QColor withAlpha(QColor colour, double alpha) {
+    colour.setAlphaF(alpha);
+    return colour;
+}
+
+}  // namespace
+
+QColor selectionFill(const QPalette& palette) {
+    return withAlpha(palette.color(QPalette::Highlight), isDark(palette) ? 0.42 : 0.22);
+}
+QColor hoverFill(const QPalette& palette) {
+    return withAlpha(palette.color(QPalette::Text), isDark(palette) ? 0.08 : 0.05);
+}
+QColor matchFill(const QPalette& palette) {
+    return withAlpha(palette.color(QPalette::Highlight), isDark(palette) ? 0.55 : 0.30);
+}
+QColor border(const QPalette& palette) {
+    return palette.color(QPalette::Mid);
+}
+QColor secondaryText(const QPalette& palette) {
+    return palette.color(QPalette::PlaceholderText);
+}
+QColor subtleFill(const QPalette& palette) {
+    return withAlpha(palette.color(QPalette::Text), isDark(palette) ? 0.12 : 0.07);
+}
+
+QFont scaledFont(const QFont& font, double factor) {
+    QFont scaled = font;
+    if (font.pointSizeF() > 0)
+        scaled.setPointSizeF(font.pointSizeF() * factor);
+    else
+        scaled.setPixelSize(std::max(1, int(font.pixelSize() * factor + 0.5)));
+    return scaled;
+}
+
+void paintGlyph(QPainter& p, Glyph glyph, const QRectF& rect, const QColor& colour) {
+    p.save();
+    p.setRenderHint(QPainter::Antialiasing);
+    const double s = std::min(rect.width(), rect.height());
+    QRectF r(rect.center().x() - s / 2, rect.center().y() - s / 2, s, s);
+    QPen pen(colour, std::max(1.3, s / 11), Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    p.setPen(pen);
+    p.setBrush(Qt::NoBrush);
+    auto at = [&](double fx, double fy) { return QPointF(r.left() + fx * s, r.top() + fy * s); };
+    switch (glyph) {
+        case Glyph::text:
+            p.drawLine(at(0.2, 0.28), at(0.8, 0.28));
+            p.drawLine(at(0.2, 0.5), at(0.8, 0.5));
+            p.drawLine(at(0.2, 0.72), at(0.58, 0.72));
+            break;
+        case Glyph::link: {
+            p.translate(r.center());
+            p.rotate(-45);
+            const double w = s * 0.42, h = s * 0.26;
+            p.drawRoundedRect(QRectF(-w + s * 0.08, -h / 2, w, h), h / 2, h / 2);
+            p.drawRoundedRect(QRectF(-s * 0.08, -h / 2, w, h), h / 2, h / 2);
+            break;
+        }
+        case Glyph::number:
+            p.drawLine(at(0.4, 0.18), at(0.32, 0.82));
+            p.drawLine(at(0.68, 0.18), at(0.6, 0.82));
+            p.drawLine(at(0.2, 0.38), at(0.84, 0.38));
+            p.drawLine(at(0.16, 0.62), at(0.8, 0.62));
+            break;
+        case Glyph::image: {
+            p.drawRoundedRect(QRectF(at(0.14, 0.2), at(0.86, 0.8)), s * 0.08, s * 0.08);
+            p.drawPolyline(QPolygonF(
+                {at(0.2, 0.72), at(0.42, 0.48), at(0.58, 0.62), at(0.68, 0.54), at(0.8, 0.68)}));
+            p.setBrush(colour);
+            p.drawEllipse(at(0.66, 0.36), s * 0.05, s * 0.05);
+            break;
+        }
+        case Glyph::search:
+            p.drawEllipse(at(0.42, 0.42), s * 0.24, s * 0.24);
+            p.drawLine(at(0.6, 0.6), at(0.82, 0.82));
+            break;
+        case Glyph::pin: {
+            p.translate(r.center());
+            p.rotate(45);
+            p.setBrush(colour);
+            p.drawRoundedRect(QRectF(-s * 0.14, -s * 0.42, s * 0.28, s * 0.3), s * 0.05, s * 0.05);
+            p.drawLine(QPointF(-s * 0.24, -s * 0.1), QPointF(s * 0.24, -s * 0.1));
+            p.drawLine(QPointF(0, -s * 0.1), QPointF(0, s * 0.42));
+            break;
+        }
+        case Glyph::more:
+            p.setPen(Qt::NoPen);
+            p.setBrush(colour);
+            for (double fx : {0.22, 0.5, 0.78})
+                p.drawEllipse(at(fx, 0.5), s * 0.075, s * 0.075);
+            break;
+        case Glyph::update:
+            p.drawEllipse(r.center(), s * 0.4, s * 0.4);
+            p.drawLine(at(0.5, 0.28), at(0.5, 0.7));
+            p.drawPolyline(QPolygonF({at(0.33, 0.54), at(0.5, 0.71), at(0.67, 0.54)}));
+            break;
+        case Glyph::chevron:
+            p.drawPolyline(QPolygonF({at(0.4, 0.24), at(0.64, 0.5), at(0.4, 0.76)}));
+            break;
+        case Glyph::plus:
+            p.drawLine(at(0.5, 0.22), at(0.5, 0.78));
+            p.drawLine(at(0.22, 0.5), at(0.78, 0.5));
+            break;
+    }
+    p.restore();
+}
+
+QIcon glyphIcon(Glyph glyph, const QColor& colour, int size) {
+    const double dpr = qApp ? qApp->devicePixelRatio() : 1.0;
+    QPixmap pixmap(QSize(size, size) * dpr);
+    pixmap.setDevicePixelRatio(dpr);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    paintGlyph(p, glyph, QRectF(0, 0, size, size), colour);
+    p.end();
+    return QIcon(pixmap);
+}
+
+QIcon themedIcon(const char* name, Glyph fallback, const QColor& colour) {
+    QIcon icon = QIcon::fromTheme(QString::fromLatin1(name));
+    return icon.isNull() ? glyphIcon(fallback, colour, 32) : icon;
+}
+
+}  // namespace look
+
+QAction* ActionMenu::add(QMenu& into, const QString& text, std::function<void()> work) {
+    QAction* action = into.addAction(text);
+    work_.emplace_back(action, std::move(work));
+    return action;
+}
+
+bool ActionMenu::exec(const QPoint& at, BusyCounter& busy) {
+    QAction* chosen = nullptr;
+    {
+        BusyScope scope(busy);
+        chosen = menu_.exec(at);
+    }
+    for (auto& [action, work] : work_)
+        if (action == chosen && work) {
+            work();
+            return true;
+        }
+    return false;
+}
+
+namespace {
+
+struct FreeDeleter {
+    void operator()(void* p) const { std::free(p); }
+};
+template <typename T>
+using Reply = std::unique_ptr<T, FreeDeleter>;
+
+xcb_connection_t* x11Connection() {
+    auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    return x11 ? x11->connection() : nullptr;
+}
+
+xcb_atom_t atom(xcb_connection_t* c, const std::string& name, bool onlyIfExists = false) {
+    Reply<xcb_intern_atom_reply_t> reply(xcb_intern_atom_reply(
+        c, xcb_intern_atom(c, onlyIfExists, std::uint16_t(name.size()), name.data()), nullptr));
+    return reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+}
+
+// The screen number is the part after the dot in DISPLAY (":0.1"); Qt's
+// connection does not expose it.
+int screenNumber() {
+    std::string display = qEnvironmentVariable("DISPLAY").toStdString();
+    auto colon = display.rfind(':');
+    auto dot = display.find('.', colon == std::string::npos ? 0 : colon);
+    return dot == std::string::npos ? 0 : std::atoi(display.c_str() + dot + 1);
+}
+
+// A compositing manager owns the selection _NET_WM_CM_S<screen> while it runs.
+bool compositorRunning() {
+    xcb_connection_t* c = x11Connection();
+    if (!c)
+        return false;
+    xcb_atom_t selection = atom(c, "_NET_WM_CM_S" + std::to_string(screenNumber()), true);
+    if (selection == xcb_atom_t(XCB_ATOM_NONE))
+        return false;
+    Reply<xcb_get_selection_owner_reply_t> owner(
+        xcb_get_selection_owner_reply(c, xcb_get_selection_owner(c, selection), nullptr));
+    return owner && owner->owner != XCB_NONE;
+}
+
+}  // namespace
+
+PanelWidget::PanelWidget(Qt::WindowFlags flags, QWidget* parent) : QWidget(parent, flags) {
+    rounded_ = compositorRunning();
+    if (rounded_)
+        setAttribute(Qt::WA_TranslucentBackground);
+}
+
+void PanelWidget::prepareDesktopHints() {
+    xcb_connection_t* c = x11Connection();
+    if (!c)
+        return;
+    auto window = xcb_window_t(winId());
+    const std::uint32_t allDesktops = 0xFFFFFFFF;
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom(c, "_NET_WM_DESKTOP"),
+                        XCB_ATOM_CARDINAL, 32, 1, &allDesktops);
+
+    // Merged into what is there: Qt adds its own states (above) at mapping.
+    xcb_atom_t state = atom(c, "_NET_WM_STATE");
+    std::vector<xcb_atom_t> states;
+    Reply<xcb_get_property_reply_t> current(xcb_get_property_reply(
+        c, xcb_get_property(c, 0, window, state, XCB_ATOM_ATOM, 0, 64), nullptr));
+    if (current && current->format == 32) {
+        auto* values = static_cast<const xcb_atom_t*>(xcb_get_property_value(current.get()));
+        states.assign(values, values + xcb_get_property_value_length(current.get()) / 4);
+    }
+    for (const char* name :
+         {"_NET_WM_STATE_STICKY", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER"}) {
+        xcb_atom_t a = atom(c, name);
+        if (std::find(states.begin(), states.end(), a) == states.end())
+            states.push_back(a);
+    }
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, state, XCB_ATOM_ATOM, 32,
+                        std::uint32_t(states.size()), states.data());
+    xcb_flush(c);
+}
+
+void PanelWidget::paintEvent(QPaintEvent*) {
+    QPainter p(this);
+    const QPalette& pal = palette();
+    if (rounded_) {
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(look::border(pal), 1));
+        p.setBrush(pal.window());
+        p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+    } else {
+        p.fillRect(rect(), pal.window());
+        p.setPen(look::border(pal));
+        p.drawRect(rect().adjusted(0, 0, -1, -1));
+    }
+}
+
+}  // namespace zettly

@@ -1,0 +1,410 @@
+#include <QApplication>
+#include <QDialog>
+#include <QImage>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMimeData>
+#include <QTimer>
+#include <QToolButton>
+#include <QtTest/QTest>
+
+#include <gtest/gtest.h>
+
+#include "capture/PasteboardMonitor.h"
+#include "popup/PopupController.h"
+#include "popup/ui/ChipBar.h"
+#include "popup/ui/HistoryList.h"
+#include "popup/ui/KeyEvents.h"
+#include "popup/ui/PopupWindow.h"
+#include "popup/ui/PreviewPanel.h"
+#include "popup/ui/Texts.h"
+#include "store/ClipPrefs.h"
+#include "tests/fakes/FakeDesktop.h"
+#include "tests/fakes/FakePasteboard.h"
+#include "tests/fakes/ManualMainQueue.h"
+#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
+
+namespace zettly {
+namespace {
+
+// Picks the item with this text in the next menu that opens, by keyboard.
+void chooseInNextMenu(const QString& text) {
+    QTimer::singleShot(0, [text] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        ASSERT_NE(menu, nullptr);
+        for (QAction* action : menu->actions())
+            if (action->text() == text) {
+                menu->setActiveAction(action);
+                QTest::keyClick(menu, Qt::Key_Return);
+                return;
+            }
+        ADD_FAILURE() << "no menu item " << text.toStdString();
+        menu->close();
+    });
+}
+
+// The window wired to a real controller over real stores, as the app does.
+class PopupWindowTest : public ::testing::Test {
+protected:
+    PopupWindowTest() {
+        ClipPrefs(env.defaults).setPopupSize({420, 600});
+        // The offscreen platform's one screen.
+        desktop.screenList = {{Rect{0, 0, 800, 600}, Rect{0, 0, 800, 600}}};
+        desktop.mouse = {100, 560};
+        window.setController(&controller);
+    }
+
+    void copy(const std::string& text) {
+        env.clock.advance(1);
+        texts.insert(text);
+    }
+    int rows() { return window.list()->model()->rowCount(); }
+    QPoint rowCentre(int row) {
+        return window.list()->visualRect(window.list()->model()->index(row, 0)).center();
+    }
+    ClipboardStore::Item item(const std::string& text) {
+        for (const auto& each : texts.fetch(100, 0))
+            if (each.text == text)
+                return each;
+        ADD_FAILURE() << text << " is not in the history";
+        return {};
+    }
+    QLineEdit& search() { return *window.searchField(); }
+    QImage screenshot() {
+        QApplication::processEvents();
+        window.list()->thumbnails().waitForLoads();
+        return window.grab().toImage();
+    }
+
+    test::StoreEnvironment env;
+    test::FakePasteboard pasteboard;
+    test::FakeWorkspace workspace;
+    test::ManualMainQueue queue{env.clock};
+    test::ManualExecutor executor;
+    ClipboardStore texts{env.context()};
+    ImageClipStore images{env.context()};
+    PasteboardMonitor monitor{
+        {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log}};
+    test::FakeDesktop desktop;
+    PopupWindow window;
+    PopupController controller{
+        {window, desktop, queue, texts, images, monitor, env.defaults, "org.zettly.Zettly"},
+        &chipTitle};
+};
+
+TEST_F(PopupWindowTest, TypingFiltersTheRowsWhileArrowsAndEscapeGoToTheController) {
+    copy("apple pie");
+    copy("banana bread");
+    copy("apple juice");
+    controller.open();
+    ASSERT_TRUE(window.isVisible());
+    EXPECT_EQ(rows(), 3);
+
+    QTest::keyClicks(&search(), "apple");
+    EXPECT_EQ(rows(), 2);
+    EXPECT_EQ(controller.model().query(), "apple");
+    QTest::keyClick(&search(), Qt::Key_Down);
+    EXPECT_EQ(controller.model().selection(), 1u);
+    EXPECT_EQ(search().text(), "apple");
+
+    for (int i = 0; i < 5; ++i)
+        QTest::keyClick(&search(), Qt::Key_Backspace);
+    EXPECT_EQ(rows(), 3);
+
+    QTest::keyClick(&search(), Qt::Key_Escape);
+    EXPECT_FALSE(window.isVisible());
+    // The next opening starts with an empty search field again.
+    controller.open();
+    EXPECT_EQ(search().text(), "");
+}
+
+TEST_F(PopupWindowTest, TheEmptyListTellsANewHistoryFromASearchThatFindsNothing) {
+    controller.open();
+    EXPECT_EQ(window.list()->emptyText(), "Copy something and it shows up here.");
+    controller.close();
+
+    copy("hello");
+    controller.open();
+    EXPECT_EQ(window.list()->emptyText(), "");
+    QTest::keyClicks(&search(), "zzz");
+    EXPECT_EQ(window.list()->emptyText(), "Nothing found.");
+}
+
+TEST_F(PopupWindowTest, TheNameDialogStoresWhatWasTypedAndCancellingKeepsTheOldName) {
+    copy("Bahnhofstrasse 1, Zurich");
+    controller.open();
+    auto answer = [](const QString& text, Qt::Key key) {
+        QTimer::singleShot(0, [text, key] {
+            auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            ASSERT_NE(dialog, nullptr);
+            auto* field = dialog->findChild<QLineEdit*>();
+            ASSERT_NE(field, nullptr);
+            EXPECT_TRUE(field->hasSelectedText() || field->text().isEmpty());
+            field->setText(text);
+            QTest::keyClick(field, key);
+        });
+    };
+
+    answer("Office", Qt::Key_Return);
+    controller.editLabel(*controller.model().selectedEntry());
+    EXPECT_EQ(item("Bahnhofstrasse 1, Zurich").label, "Office");
+
+    answer("Home", Qt::Key_Escape);
+    controller.editLabel(*controller.model().selectedEntry());
+    EXPECT_EQ(item("Bahnhofstrasse 1, Zurich").label, "Office");
+    EXPECT_TRUE(window.isVisible());
+}
+
+TEST_F(PopupWindowTest, AnotherWindowTakingTheKeyboardClosesTheWindow) {
+    copy("note");
+    controller.open();
+    QApplication::processEvents();
+    ASSERT_TRUE(window.isActiveWindow());
+    QWidget elsewhere;
+    elsewhere.show();
+    elsewhere.activateWindow();
+    QApplication::processEvents();  // the activation
+    QApplication::processEvents();  // the window's check once it has settled
+    EXPECT_FALSE(window.isVisible());
+}
+
+TEST_F(PopupWindowTest, AResizeByTheUserIsKeptForNextTimeButThePlacementIsNot) {
+    controller.open();
+    const QSize placed = window.size();
+    ASSERT_LT(placed.height(), 600);  // the offscreen screen is too low for the preference
+    auto stored = [this] { return ClipPrefs(env.defaults).popupSize(); };
+    QTest::qWait(500);
+    EXPECT_EQ(stored(), (ClipPrefs::PopupSize{420, 600}));
+
+    window.resize(500, 400);
+    // Reported once the resizing has been still for a moment.
+    for (int i = 0; i < 100 && stored().width != 500; ++i)
+        QTest::qWait(20);
+    EXPECT_EQ(stored(), (ClipPrefs::PopupSize{500, 400}));
+}
+
+TEST_F(PopupWindowTest, ClickingARowPicksItAndAltInvertsThePastePreference) {
+    copy("first");
+    copy("second");
+    desktop.front = AppWindow{11, "org.gnome.TextEditor"};
+    controller.open();
+    QTest::mouseClick(window.list()->viewport(), Qt::LeftButton, {}, rowCentre(1));
+    EXPECT_FALSE(window.isVisible());
+    EXPECT_EQ(pasteboard.string(), "first");
+    queue.advance(1);
+    EXPECT_TRUE(desktop.pastes.empty());
+
+    controller.open();
+    QTest::mouseClick(window.list()->viewport(), Qt::LeftButton, Qt::AltModifier, rowCentre(1));
+    EXPECT_EQ(pasteboard.string(), "second");
+    queue.advance(1);
+    EXPECT_EQ(desktop.pastes.size(), 1u);
+}
+
+TEST_F(PopupWindowTest, ClickingAChipActivatesItAndDroppingAChipOnAnotherMovesIt) {
+    controller.open();
+    auto keys = [this] {
+        std::vector<std::string> out;
+        for (const auto& filter : controller.model().filters())
+            out.push_back(filter.key());
+        return out;
+    };
+    ASSERT_EQ(keys(), (std::vector<std::string>{"all", "pinned", "text", "links", "images"}));
+    auto* bar = window.findChild<ChipBar*>();
+    ASSERT_NE(bar, nullptr);
+    const QPoint textChip = bar->chipRect(2).center();
+    QWidget* strip = bar->childAt(textChip);
+    ASSERT_NE(strip, nullptr);
+    const QPoint at = strip->mapFrom(bar, textChip);
+    QTest::mouseClick(strip, Qt::LeftButton, {}, at);
+    EXPECT_EQ(controller.model().filter(), PopupModel::Filter::text());
+
+    QMimeData mime;
+    mime.setData(ChipBar::mimeType, "all");
+    QDragEnterEvent enter(at, Qt::MoveAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(strip, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    QDropEvent drop(at, Qt::MoveAction, &mime, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(strip, &drop);
+    // All came from the left of Text, so it lands right after it.
+    EXPECT_EQ(keys(), (std::vector<std::string>{"pinned", "text", "all", "links", "images"}));
+}
+
+TEST_F(PopupWindowTest, MenusActOnTheRowAndTheFooterClosesTheWindowBeforeOpeningSettings) {
+    copy("note");
+    const auto work = texts.createCategory("Work");
+    ASSERT_TRUE(work);
+    controller.open();
+    chooseInNextMenu("Pin");
+    QContextMenuEvent click(QContextMenuEvent::Mouse, rowCentre(0),
+                            window.list()->viewport()->mapToGlobal(rowCentre(0)));
+    QApplication::sendEvent(window.list()->viewport(), &click);
+    EXPECT_TRUE(item("note").pinned);
+    EXPECT_TRUE(window.isVisible());
+
+    controller.model().setFilter(PopupModel::Filter::pinned());
+    chooseInNextMenu("Work");
+    QTest::keyClick(&search(), Qt::Key_K, Qt::ControlModifier);
+    EXPECT_EQ(item("note").category, work->id);
+
+    int settingsOpened = 0;
+    controller.onOpenSettings = [&] {
+        ++settingsOpened;
+        EXPECT_FALSE(window.isVisible());
+    };
+    QToolButton* menuButton = nullptr;
+    for (auto* button : window.findChildren<QToolButton*>())
+        if (button->toolTip() == "Menu")
+            menuButton = button;
+    ASSERT_NE(menuButton, nullptr);
+    chooseInNextMenu(QString::fromUtf8("Settings\u2026"));
+    QTest::mouseClick(menuButton, Qt::LeftButton);
+    EXPECT_EQ(settingsOpened, 1);
+}
+
+TEST_F(PopupWindowTest, CtrlYPreviewsTheWholeTextOrTheImageAndEscapeHidesOnlyThePreview) {
+    env.clock.advance(1);
+    ASSERT_EQ(images.save(test::png(640, 400, test::solid({200, 60, 60}))),
+              ImageClipStore::SaveResult::saved);
+    const std::string log = "first line\n" + std::string(20000, 'y') + "\nlast line";
+    copy(log);
+    controller.open();
+    QTest::keyClick(&search(), Qt::Key_Y, Qt::ControlModifier);
+    ASSERT_TRUE(window.isPreviewVisible());
+    EXPECT_EQ(window.preview()->shownText().toStdString(), log);
+
+    QTest::keyClick(&search(), Qt::Key_Down);  // the preview follows the selection
+    EXPECT_EQ(window.preview()->shownText(), QString::fromUtf8("640 \u00d7 400"));
+
+    QTest::keyClick(&search(), Qt::Key_Escape);
+    EXPECT_FALSE(window.isPreviewVisible());
+    EXPECT_TRUE(window.isVisible());
+}
+
+class CommaTypesSemicolon final : public KeyboardLayout {
+public:
+    std::optional<std::string> character(std::uint32_t code) override {
+        if (code == keycode::comma)
+            return ";";
+        return std::nullopt;
+    }
+};
+
+TEST(KeyPressFrom, ScanCodesNameThePhysicalKeyAndSynthesisedKeysFallBackToTheQtKey) {
+    // Ctrl+3: evdev 4 is the 3 key.
+    QKeyEvent ctrl3(QEvent::KeyPress, Qt::Key_3, Qt::ControlModifier, 4 + 8, 0, 0, "3");
+    KeyPress k = keyPressFrom(ctrl3, nullptr);
+    EXPECT_EQ(k.keyCode, 20u);
+    EXPECT_EQ(k.modifiers, modifier::command);
+    EXPECT_EQ(k.characters, "3");
+
+    QKeyEvent altReturn(QEvent::KeyPress, Qt::Key_Return, Qt::AltModifier);
+    k = keyPressFrom(altReturn, nullptr);
+    EXPECT_EQ(k.keyCode, keycode::returnKey);
+    EXPECT_EQ(k.modifiers, modifier::option);
+
+    QKeyEvent backtab(QEvent::KeyPress, Qt::Key_Backtab, Qt::NoModifier);
+    k = keyPressFrom(backtab, nullptr);
+    EXPECT_EQ(k.keyCode, keycode::tab);
+    EXPECT_EQ(k.modifiers, modifier::shift);
+
+    QKeyEvent superShiftN(QEvent::KeyPress, Qt::Key_N, Qt::MetaModifier | Qt::ShiftModifier);
+    k = keyPressFrom(superShiftN, nullptr);
+    EXPECT_EQ(k.keyCode, keycode::n);
+    EXPECT_EQ(k.modifiers, modifier::control | modifier::shift);
+    EXPECT_EQ(k.characters, "n");
+
+    // The layout, not the Qt key, says what the key types.
+    CommaTypesSemicolon layout;
+    QKeyEvent comma(QEvent::KeyPress, Qt::Key_Comma, Qt::ControlModifier, 51 + 8, 0, 0, ",");
+    k = keyPressFrom(comma, &layout);
+    EXPECT_EQ(k.keyCode, keycode::comma);
+    EXPECT_EQ(k.characters, ";");
+
+    QKeyEvent media(QEvent::KeyPress, Qt::Key_VolumeUp, Qt::NoModifier);
+    EXPECT_EQ(keyPressFrom(media, nullptr).keyCode, unknownKeyCode);
+}
+
+TEST(RowText, ALongTextShowsTwoCollapsedLinesAndAMatchFarDownBringsItsContext) {
+    EXPECT_EQ(snippetOf("  first   line\t\twith tabs\n\n\n   second line\r\nthird"),
+              "first line with tabs\nsecond line");
+    EXPECT_EQ(snippetOf(std::string(100000, 'x')).size(), 300);
+    EXPECT_EQ(snippetOf(" \n\t\n"), "");
+
+    std::string log;
+    for (int i = 0; i < 2000; ++i)
+        log += "INFO request served in 12 ms\n";
+    log += "WARN mail queue is full\n";
+    ClipboardStore::Item item{"A", log, "text", 0, false, std::nullopt, std::nullopt};
+    RowText row = rowTextOf(PopupModel::Entry{item}, "mail");
+    EXPECT_TRUE(row.snippet.startsWith(QChar(0x2026)));
+    ASSERT_EQ(row.matches.size(), 1u);
+    auto [begin, end] = row.matches.front();
+    EXPECT_EQ(row.snippet.mid(begin, end - begin), "mail");
+
+    // "Ü" is two bytes in UTF-8 but one unit in the row's text.
+    item.text = "Über mail";
+    row = rowTextOf(PopupModel::Entry{item}, "mail");
+    ASSERT_EQ(row.matches.size(), 1u);
+    EXPECT_EQ(row.matches.front(), std::make_pair(5, 9));
+}
+
+// Renders the window with every kind of row and keeps the picture
+// (history-window.png in the working folder) for a look by eye.
+TEST_F(PopupWindowTest, RowsOfTextsNamesCategoriesAndImagesPaintWithTheMatchesMarked) {
+    copy("WARN mail queue is full");
+    copy("Best regards,\nAnna Meier\nProduct design");
+    copy("https://mail.example.com/inbox?folder=work");
+    copy(
+        "Re: your mail from Monday. I will send the figures tomorrow morning together with "
+        "the revised plan for the launch in spring. Thanks for your patience, everyone.");
+    copy("anna.meier@mailbox.org");
+    copy("4242 4242 4242 4242");
+    env.clock.advance(1);
+    ASSERT_EQ(images.save(test::png(
+                  640, 400,
+                  [](int x, int y) {
+                      return test::Rgba{std::uint8_t(40 + x / 4), std::uint8_t(110 + y / 5), 210};
+                  })),
+              ImageClipStore::SaveResult::saved);
+    const ImageClipStore::Item image = images.fetchAll().front();
+    images.setPinned(image.id, true);
+    images.setLabel(image.id, "Mail screenshot");
+    auto work = texts.createCategory("Work");
+    ASSERT_TRUE(work);
+    for (const auto& item : texts.fetch(100, 0)) {
+        if (item.text.starts_with("Best"))
+            texts.setLabel(item.id, "Mail signature");
+        if (item.text.starts_with("Re:"))
+            texts.setCategory(item.id, work->id);
+        if (item.text.starts_with("Best") || item.text.starts_with("https") ||
+            item.text.starts_with("anna") || item.text.starts_with("4242"))
+            texts.setPinned(item.id, true);
+    }
+
+    controller.open();
+    controller.model().setFilter(PopupModel::Filter::pinned());
+    // Thumbnails arrive through the event loop, which has not run yet.
+    const QImage loading = window.grab().toImage();
+    window.list()->thumbnails().waitForLoads();
+    EXPECT_NE(window.grab().toImage(), loading);
+
+    QTest::keyClicks(&search(), "mail");
+    EXPECT_EQ(rows(), 5);
+    QTest::keyClick(&search(), Qt::Key_Down);
+    const QImage loaded = screenshot();
+    ASSERT_FALSE(loaded.isNull());
+    EXPECT_TRUE(loaded.save("history-window.png"));
+}
+
+}  // namespace
+}  // namespace zettly
+
+// The widgets need an application object; "offscreen" needs no display.
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
