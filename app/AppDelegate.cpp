@@ -2,10 +2,14 @@
 
 #include <QApplication>
 #include <QGuiApplication>
+#include <QScreen>
 
 #include "app/TrayIcons.h"
 #include "platform/Clock.h"
 #include "platform/Log.h"
+#include "platform/linux/QtGeometry.h"
+#include "popup/ui/Texts.h"
+#include "store/AppGroup.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -20,7 +24,9 @@ AppDelegate::AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults,
       texts_(texts),
       images_(images),
       pasteboard_(*x11_),
-      workspace_(*x11_) {}
+      workspace_(*x11_),
+      desktop_(*x11_, std::string(AppIdentifier)),
+      layout_(*x11_) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -38,6 +44,17 @@ void AppDelegate::applicationDidFinishLaunching() {
                                         images_, defaults_, StderrLog::instance()});
     monitor_->onSkipConsumed = [this] { updateIcon(); };
     monitor_->start();
+
+    window_ = std::make_unique<PopupWindow>(&layout_);
+    popup_ = std::make_unique<PopupController>(
+        PopupController::Dependencies{*window_, desktop_, mainQueue_, texts_, images_, *monitor_,
+                                      defaults_, std::string(AppIdentifier)},
+        &chipTitle);
+    popup_->texts = translatedPopupTexts();
+    popup_->onQuit = [] { QCoreApplication::quit(); };
+    window_->pasteAutomatically = [this] { return ClipPrefs(defaults_).pasteAutomatically(); };
+    window_->setController(popup_.get());
+    registerHotKey();
 
     buildTrayMenu();
     connect(&tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason r) {
@@ -75,8 +92,31 @@ void AppDelegate::statusClicked(Qt::KeyboardModifiers modifiers) {
     } else if (alt) {
         monitor_->paused = !monitor_->paused;
         updateIcon();
+    } else if (popup_) {
+        popup_->toggle(trayAnchor());
     }
-    // A plain click opens the history window, which arrives with it.
+}
+
+std::optional<popupgeometry::Anchor> AppDelegate::trayAnchor() const {
+    // StatusNotifierItem hosts do not tell where the icon is (an empty
+    // rectangle); the window then opens at the pointer, which is on the icon.
+    QRect icon = tray_.geometry();
+    QScreen* screen = icon.isValid() ? QGuiApplication::screenAt(icon.center()) : nullptr;
+    if (!screen)
+        return std::nullopt;
+    return popupgeometry::Anchor{qtgeometry::fromQt(icon),
+                                 qtgeometry::fromQt(screen->availableGeometry())};
+}
+
+void AppDelegate::registerHotKey() {
+    // Made before the old one goes, so an unchanged shortcut never lapses.
+    hotKey_ = std::make_unique<X11HotKey>(
+        ClipPrefs(defaults_).hotKey(),
+        [this] {
+            if (popup_)
+                popup_->toggle();
+        },
+        layout_, StderrLog::instance());
 }
 
 void AppDelegate::updateIcon() {
@@ -99,10 +139,9 @@ void AppDelegate::updateIcon() {
 }
 
 void AppDelegate::secondLaunch() {
-    // Until the history window exists, say that Zettly is already running.
-    if (QSystemTrayIcon::supportsMessages() && tray_.isVisible())
-        //: Notification when Zettly is started a second time.
-        tray_.showMessage(QStringLiteral("Zettly"), tr("Zettly is already running."));
+    // Starting Zettly again (from the launcher) is a way to reach the history.
+    if (popup_ && !popup_->isOpen())
+        popup_->open();
 }
 
 void AppDelegate::applicationWillTerminate() {

@@ -9,9 +9,14 @@
 #include "capture/PasteboardMonitor.h"
 #include "platform/SerialExecutor.h"
 #include "platform/linux/QtMainQueue.h"
+#include "platform/linux/X11Desktop.h"
+#include "platform/linux/X11HotKey.h"
 #include "platform/linux/X11Pasteboard.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XcbConnection.h"
+#include "platform/linux/XkbKeyboardLayout.h"
+#include "popup/PopupController.h"
+#include "popup/ui/PopupWindow.h"
 
 namespace zettly {
 
@@ -20,7 +25,8 @@ class Defaults;
 class ImageClipStore;
 
 // Wires the parts together at launch, owns the tray icon (normal, paused,
-// skip-next) and its clicks, and clears the history on quit when asked to.
+// skip-next) and its clicks, the history window and the global hot key, and
+// clears the history on quit when asked to.
 class AppDelegate final : public QObject {
     Q_OBJECT
 public:
@@ -38,9 +44,15 @@ public:
     void updateIcon();
 
     PasteboardMonitor& monitor() { return *monitor_; }
+    PopupController& popup() { return *popup_; }
+
+    // Registers the stored shortcut (again, after the settings changed it).
+    void registerHotKey();
 
 private:
     void buildTrayMenu();
+    // Under the tray icon when the panel tells where it is.
+    std::optional<popupgeometry::Anchor> trayAnchor() const;
 
     std::unique_ptr<XcbConnection> x11_;
     Defaults& defaults_;
@@ -50,7 +62,12 @@ private:
     SerialExecutor background_;
     X11Pasteboard pasteboard_;
     X11Workspace workspace_;
+    X11Desktop desktop_;
+    XkbKeyboardLayout layout_;
     std::unique_ptr<PasteboardMonitor> monitor_;
+    std::unique_ptr<PopupWindow> window_;
+    std::unique_ptr<PopupController> popup_;
+    std::unique_ptr<X11HotKey> hotKey_;
     QSystemTrayIcon tray_;
     QMenu trayMenu_;
     QAction* pauseAction_ = nullptr;

@@ -1,0 +1,112 @@
+// The history window end to end under Xvfb: the real app, its hot key
+// pressed with xdotool, and a window of this process that receives the paste.
+#include <QApplication>
+#include <QLineEdit>
+#include <QPixmap>
+#include <QScreen>
+#include <QWindow>
+#include <cstdio>
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include "tests/x11/X11TestSupport.h"
+
+namespace zettly::test {
+namespace {
+
+// Runs Qt's events while waiting, so the paste target can take its paste.
+template <typename Ready>
+bool waitProcessing(Ready ready) {
+    return waitUntil([&] {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        return ready();
+    });
+}
+
+void settle(std::chrono::milliseconds time) {
+    for (auto end = SteadyClock::now() + time; SteadyClock::now() < end;)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+// Runs a command and gives its standard output.
+std::string output(const std::string& command) {
+    std::string out;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[4096];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            out.append(buffer, n);
+        ::pclose(pipe);
+    }
+    return out;
+}
+
+void run(const std::string& command) {
+    int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
+}
+
+class PopupTest : public AppTest {
+protected:
+    std::string defaults() const override { return R"({"pasteAutomatically": true})"; }
+
+    void SetUp() override {
+        AppTest::SetUp();
+        if (HasFatalFailure())
+            return;
+        for (const char* text : {"alpha one", "beta two", "gamma three"}) {
+            copyText(text);
+            ASSERT_TRUE(waitUntil([&] { return texts(text) == 1; })) << text;
+        }
+        // The window the user works in: it has the keyboard when the hot key
+        // is pressed and should receive the paste.
+        target_.setWindowTitle("paste target");
+        target_.setGeometry(60, 60, 360, 40);
+        target_.show();
+        target_.activateWindow();
+        ASSERT_TRUE(waitProcessing([&] { return target_.hasFocus(); }));
+    }
+
+    bool panelVisible() {
+        return !output("xdotool search --onlyvisible --name '^Zettly$' 2>/dev/null").empty();
+    }
+
+    QLineEdit target_;
+};
+
+TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
+    run("xdotool key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "Alt+V opened nothing";
+
+    // Without the filter, Return would pick "gamma three", the newest.
+    run("xdotool type --delay 30 beta");
+    settle(700ms);  // the list refilters at once; thumbnails take a moment
+    QScreen* screen = QGuiApplication::primaryScreen();
+    screen->grabWindow(0).save("history-window.png");
+
+    run("xdotool key Return");
+    EXPECT_TRUE(waitProcessing([&] { return target_.text() == "beta two"; }))
+        << "the target received \"" << target_.text().toStdString() << "\"";
+    EXPECT_EQ(output("xclip -o -selection clipboard"), "beta two");
+    EXPECT_FALSE(panelVisible());
+}
+
+TEST_F(PopupTest, EscapeClosesTheWindowWithoutTouchingTheClipboard) {
+    run("xdotool key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    run("xdotool key Escape");
+    EXPECT_TRUE(waitProcessing([&] { return !panelVisible(); }));
+    EXPECT_EQ(output("xclip -o -selection clipboard"), "gamma three");
+    EXPECT_TRUE(target_.text().isEmpty());
+}
+
+}  // namespace
+}  // namespace zettly::test
+
+int main(int argc, char** argv) {
+    ::setenv("QT_QPA_PLATFORM", "xcb", 1);
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
