@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/fakes/SqlRows.h"
 #include "tests/x11/X11TestSupport.h"
 
 namespace zettly::test {
@@ -55,7 +56,13 @@ protected:
         AppTest::SetUp();
         if (HasFatalFailure())
             return;
-        for (const char* text : {"alpha one", "beta two", "gamma three"}) {
+        copyPng(320, 200, 7);
+        ASSERT_TRUE(waitUntil([&] { return images() == 1; }));
+        for (const char* text :
+             {"Kind regards,\nJana Nováková\nAccounts, Brno office",
+              "https://www.debian.org/releases/",
+              "Meeting notes: ship the history window on Friday, then review sync with the team.",
+              "4242 4242 4242 4242", "alpha one", "beta two", "gamma three"}) {
             copyText(text);
             ASSERT_TRUE(waitUntil([&] { return texts(text) == 1; })) << text;
         }
@@ -76,14 +83,22 @@ protected:
 };
 
 TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
-    run("xdotool key alt+v");
+    // A name and a category, as the row menu would give them.
+    fs::path db = library_ / "clipboard.sqlite";
+    rows(db, "INSERT INTO categories(id, name, sort, created) VALUES('C1', 'Work', 1, 0)");
+    rows(db, "UPDATE items SET label = 'Signature' WHERE text LIKE 'Kind regards%'");
+    rows(db, "UPDATE items SET category = 'C1', pinned = 1 WHERE text LIKE 'Meeting%'");
+
+    run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "Alt+V opened nothing";
+    settle(700ms);  // thumbnails arrive from their loader thread
+    QScreen* screen = QGuiApplication::primaryScreen();
+    std::string panel = output("xdotool search --onlyvisible --name '^Zettly$' | head -1");
+    screen->grabWindow(std::stoul(panel)).save("history-window.png");
 
     // Without the filter, Return would pick "gamma three", the newest.
     run("xdotool type --delay 30 beta");
-    settle(700ms);  // the list refilters at once; thumbnails take a moment
-    QScreen* screen = QGuiApplication::primaryScreen();
-    screen->grabWindow(0).save("history-window.png");
+    settle(300ms);
 
     run("xdotool key Return");
     EXPECT_TRUE(waitProcessing([&] { return target_.text() == "beta two"; }))
