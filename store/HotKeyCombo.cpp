@@ -3,37 +3,11 @@
 #include <memory>
 #include <utility>
 
-#include <unicode/ucasemap.h>
+#include "store/Unicode.h"
 
 namespace zettly {
 
 namespace {
-
-// Full Unicode upper-casing without a locale, so "ß" reads "SS" and "é"
-// reads "É" whatever language the desktop is set to.
-std::string uppercased(std::string_view s) {
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<UCaseMap, decltype(&ucasemap_close)> map(ucasemap_open("", 0, &status),
-                                                             ucasemap_close);
-    if (U_FAILURE(status))
-        return std::string(s);
-    std::string out(s.size() + 16, '\0');
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        status = U_ZERO_ERROR;
-        int32_t length =
-            ucasemap_utf8ToUpper(map.get(), out.data(), static_cast<int32_t>(out.size()), s.data(),
-                                 static_cast<int32_t>(s.size()), &status);
-        if (status == U_BUFFER_OVERFLOW_ERROR) {
-            out.assign(static_cast<std::size_t>(length), '\0');
-            continue;
-        }
-        if (U_FAILURE(status))
-            return std::string(s);
-        out.resize(static_cast<std::size_t>(length));
-        return out;
-    }
-    return std::string(s);
-}
 
 // Keys that type nothing, or whitespace, are named rather than shown.
 constexpr std::pair<std::uint32_t, const char*> namedKeys[] = {
@@ -81,7 +55,7 @@ std::string HotKeyCombo::keyName(std::uint32_t keyCode, KeyboardLayout& layout,
     std::optional<std::string> typed = layout.character(keyCode);
     if (!typed || typed->empty())
         return "?";
-    return uppercased(*typed);
+    return unicode::uppercased(*typed);
 }
 
 HotKeyCombo::Recording HotKeyCombo::record(std::uint32_t keyCode, std::uint32_t modifiers) {

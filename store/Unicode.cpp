@@ -102,7 +102,12 @@ bool isNumericText(std::string_view s) {
     return true;
 }
 
-std::string lowercased(std::string_view s) {
+namespace {
+
+// Full Unicode case mapping without a locale, through one of ICU's UTF-8
+// case mappers.
+using CaseMapper = int32_t (*)(const UCaseMap*, char*, int32_t, const char*, int32_t, UErrorCode*);
+std::string caseMapped(std::string_view s, CaseMapper mapper) {
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<UCaseMap, decltype(&ucasemap_close)> map(ucasemap_open("", 0, &status),
                                                              ucasemap_close);
@@ -111,9 +116,8 @@ std::string lowercased(std::string_view s) {
     std::string out(s.size() + 16, '\0');
     for (int attempt = 0; attempt < 2; ++attempt) {
         status = U_ZERO_ERROR;
-        int32_t length =
-            ucasemap_utf8ToLower(map.get(), out.data(), static_cast<int32_t>(out.size()), s.data(),
-                                 static_cast<int32_t>(s.size()), &status);
+        int32_t length = mapper(map.get(), out.data(), static_cast<int32_t>(out.size()), s.data(),
+                                static_cast<int32_t>(s.size()), &status);
         if (status == U_BUFFER_OVERFLOW_ERROR) {
             out.assign(static_cast<std::size_t>(length), '\0');
             continue;
@@ -124,6 +128,16 @@ std::string lowercased(std::string_view s) {
         return out;
     }
     return std::string(s);
+}
+
+}  // namespace
+
+std::string lowercased(std::string_view s) {
+    return caseMapped(s, &ucasemap_utf8ToLower);
+}
+
+std::string uppercased(std::string_view s) {
+    return caseMapped(s, &ucasemap_utf8ToUpper);
 }
 
 std::string oneLineName(std::string_view raw, std::size_t limit) {

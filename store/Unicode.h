@@ -25,6 +25,8 @@ bool isNumericText(std::string_view utf8);
 // Full Unicode lower-casing without a locale ("Straße" stays "straße",
 // "ÉCOLE" becomes "école").
 std::string lowercased(std::string_view utf8);
+// Likewise upper-casing ("ß" becomes "SS", "é" becomes "É").
+std::string uppercased(std::string_view utf8);
 
 // A label or category name as entered: line feeds become blanks, white
 // space at both ends goes, and at most `limit` characters are kept.

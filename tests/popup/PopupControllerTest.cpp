@@ -6,10 +6,8 @@
 #include "store/PrefKeys.h"
 #include "sync/SyncPace.h"
 #include "tests/fakes/FakeDesktop.h"
-#include "tests/fakes/FakePasteboard.h"
 #include "tests/fakes/FakePopupView.h"
-#include "tests/fakes/ManualMainQueue.h"
-#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/HistoryEnvironment.h"
 #include "tests/fakes/TestImages.h"
 
 namespace zettly {
@@ -20,7 +18,7 @@ using Kind = PopupModel::Filter::Kind;
 
 const std::string ownId = "org.zettly.Zettly";
 
-class PopupControllerTest : public ::testing::Test {
+class PopupControllerTest : public ::testing::Test, protected test::HistoryEnvironment {
 protected:
     PopupControllerTest() {
         desktop.front = editor;
@@ -49,23 +47,6 @@ protected:
         return out;
     }
     std::string selectedText() { return controller.model().selectedEntry()->text()->text; }
-    ClipboardStore::Item textItem(const std::string& text) {
-        for (const auto& item : texts.fetch(100, 0))
-            if (item.text == text)
-                return item;
-        ADD_FAILURE() << text << " is not in the history";
-        return {};
-    }
-
-    test::StoreEnvironment env;
-    test::FakePasteboard pasteboard;
-    test::FakeWorkspace workspace;
-    test::ManualMainQueue queue{env.clock};
-    test::ManualExecutor executor;
-    ClipboardStore texts{env.context()};
-    ImageClipStore images{env.context()};
-    PasteboardMonitor monitor{
-        {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log}};
     test::FakePopupView view;
     test::FakeDesktop desktop;
     PopupController controller{{view, desktop, queue, texts, images, monitor, env.defaults, ownId}};

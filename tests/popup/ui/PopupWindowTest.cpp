@@ -20,9 +20,7 @@
 #include "popup/ui/Texts.h"
 #include "store/ClipPrefs.h"
 #include "tests/fakes/FakeDesktop.h"
-#include "tests/fakes/FakePasteboard.h"
-#include "tests/fakes/ManualMainQueue.h"
-#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/HistoryEnvironment.h"
 #include "tests/fakes/TestImages.h"
 
 namespace zettly {
@@ -45,7 +43,7 @@ void chooseInNextMenu(const QString& text) {
 }
 
 // The window wired to a real controller over real stores, as the app does.
-class PopupWindowTest : public ::testing::Test {
+class PopupWindowTest : public ::testing::Test, protected test::HistoryEnvironment {
 protected:
     PopupWindowTest() {
         ClipPrefs(env.defaults).setPopupSize({420, 600});
@@ -63,13 +61,6 @@ protected:
     QPoint rowCentre(int row) {
         return window.list()->visualRect(window.list()->model()->index(row, 0)).center();
     }
-    ClipboardStore::Item item(const std::string& text) {
-        for (const auto& each : texts.fetch(100, 0))
-            if (each.text == text)
-                return each;
-        ADD_FAILURE() << text << " is not in the history";
-        return {};
-    }
     QLineEdit& search() { return *window.searchField(); }
     QImage screenshot() {
         QApplication::processEvents();
@@ -77,15 +68,6 @@ protected:
         return window.grab().toImage();
     }
 
-    test::StoreEnvironment env;
-    test::FakePasteboard pasteboard;
-    test::FakeWorkspace workspace;
-    test::ManualMainQueue queue{env.clock};
-    test::ManualExecutor executor;
-    ClipboardStore texts{env.context()};
-    ImageClipStore images{env.context()};
-    PasteboardMonitor monitor{
-        {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log}};
     test::FakeDesktop desktop;
     PopupWindow window;
     PopupController controller{
@@ -148,11 +130,11 @@ TEST_F(PopupWindowTest, TheNameDialogStoresWhatWasTypedAndCancellingKeepsTheOldN
 
     answer("Office", Qt::Key_Return);
     controller.editLabel(*controller.model().selectedEntry());
-    EXPECT_EQ(item("Bahnhofstrasse 1, Zurich").label, "Office");
+    EXPECT_EQ(textItem("Bahnhofstrasse 1, Zurich").label, "Office");
 
     answer("Home", Qt::Key_Escape);
     controller.editLabel(*controller.model().selectedEntry());
-    EXPECT_EQ(item("Bahnhofstrasse 1, Zurich").label, "Office");
+    EXPECT_EQ(textItem("Bahnhofstrasse 1, Zurich").label, "Office");
     EXPECT_TRUE(window.isVisible());
 }
 
@@ -240,13 +222,13 @@ TEST_F(PopupWindowTest, MenusActOnTheRowAndTheFooterClosesTheWindowBeforeOpening
     QContextMenuEvent click(QContextMenuEvent::Mouse, rowCentre(0),
                             window.list()->viewport()->mapToGlobal(rowCentre(0)));
     QApplication::sendEvent(window.list()->viewport(), &click);
-    EXPECT_TRUE(item("note").pinned);
+    EXPECT_TRUE(textItem("note").pinned);
     EXPECT_TRUE(window.isVisible());
 
     controller.model().setFilter(PopupModel::Filter::pinned());
     chooseInNextMenu("Work");
     QTest::keyClick(&search(), Qt::Key_K, Qt::ControlModifier);
-    EXPECT_EQ(item("note").category, work->id);
+    EXPECT_EQ(textItem("note").category, work->id);
 
     int settingsOpened = 0;
     controller.onOpenSettings = [&] {
