@@ -94,16 +94,16 @@ double nowMs() {
 
 // ---- the history ------------------------------------------------------------
 
-// Moves on by a fixed step at every reading, from a few days back, so the
-// history spans days (well inside the 30-day retention) in a known order.
+// The time of the copy being written: the stores read the clock several
+// times per item, so it moves only when told.
 class FillClock final : public Clock {
 public:
-    FillClock(double start, double step) : t_(start), step_(step) {}
-    double now() const override { return t_ += step_; }
+    explicit FillClock(double start) : t_(start) {}
+    double now() const override { return t_; }
+    void advance(double seconds) { t_ += seconds; }
 
 private:
-    mutable double t_;
-    double step_;
+    double t_;
 };
 
 class Random {
@@ -225,8 +225,11 @@ struct Folder {
 // Writes the history with stores of its own, which are gone before the
 // measured ones open the files, as after a restart of the application.
 void fill(const Folder& folder, Defaults& defaults) {
+    // Five days of copying, well inside the 30-day retention, up to a
+    // minute ago.
     const double span = 5 * 24 * 3600.0;
-    FillClock clock(SystemClock::instance().now() - span, span / (textCount + imageCount + 50));
+    const double step = span / (textCount + imageCount);
+    FillClock clock(SystemClock::instance().now() - span - 60);
     StoreContext context = folder.context(defaults, clock);
     ClipboardStore texts(context);
     ImageClipStore images(context);
@@ -240,13 +243,14 @@ void fill(const Folder& folder, Defaults& defaults) {
     Random random(7);
     int image = 0;
     for (int i = 0; i < textCount; ++i) {
+        clock.advance(step);
         if (texts.insert(realisticText(i, random)) != ClipboardStore::InsertResult::inserted)
             throw std::runtime_error("text " + std::to_string(i) + " was not stored");
         const std::string id =
             texts.fetch(1, 0, std::nullopt, false, ClipboardStore::CategoryFilter::any(), true)
                 .at(0)
                 .id;
-        if (i % 97 == 3)
+        if (i % 167 == 3)
             texts.setPinned(id, true);
         if (i % 61 == 5)
             texts.setLabel(id, "Reply template " + std::to_string(i));
@@ -259,8 +263,9 @@ void fill(const Folder& folder, Defaults& defaults) {
         // Screenshots come in among the texts, the last two among the
         // newest entries, where the first screen of the list shows them.
         const bool due = image < imageCount - 2 ? i == 30 + 36 * image
-                                                : i == textCount - 5 + 3 * (image - imageCount + 2);
+                                                : i == textCount - 3 + 2 * (image - imageCount + 2);
         if (due) {
+            clock.advance(step);
             // Each a little taller, so none is taken for a copy of another.
             const int height = 720 + 8 * image;
             auto bytes = image % 3 == 2 ? test::jpeg(1280, height, screenshot(std::uint32_t(image)))
