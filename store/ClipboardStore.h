@@ -134,6 +134,80 @@ public:
     // Where the database lives, once the container is known.
     std::optional<std::filesystem::path> databasePath() const;
 
+    // ---- sync bookkeeping -----------------------------------------------
+    // What the sync engine exchanges with the cloud. Times are seconds since
+    // 1970; `ck` is the engine's saved server data of the record (opaque
+    // here), none when no server copy is known. None of these operations
+    // calls didChangeLocally: what arrives from the cloud is not a local
+    // change to be sent back.
+    struct SyncItem {
+        std::string rid;  // record name: recordName() of the text
+        std::string text;
+        std::string type;
+        double created = 0;
+        double modified = 0;
+        double mm = 0;  // last change of pin, category or label; 0 = never
+        bool pinned = false;
+        std::optional<std::string> category;
+        std::optional<std::string> label;
+        std::optional<Bytes> ck;
+        bool operator==(const SyncItem&) const = default;
+    };
+
+    struct SyncCategory {
+        std::string id;
+        std::string name;
+        double sort = 0;
+        double created = 0;
+        double modified = 0;
+        std::optional<Bytes> ck;
+        bool operator==(const SyncCategory&) const = default;
+    };
+
+    // A deletion still to be reported: an item's rid or a category's id.
+    struct SyncTombstone {
+        std::string key;
+        std::string kind;  // "item" or "category"
+        double at = 0;
+        bool operator==(const SyncTombstone&) const = default;
+    };
+
+    struct SyncPending {
+        std::vector<SyncItem> items;            // newest first, at most `limit`
+        std::vector<SyncCategory> categories;   // every dirty one
+        std::vector<SyncTombstone> tombstones;  // at most `limit`
+        bool empty() const { return items.empty() && categories.empty() && tombstones.empty(); }
+    };
+
+    // The unsent changes. First names the rows that have no record name yet
+    // (when a sync key is stored) and drops deletions older than 30 days
+    // unsent. A negative limit counts as 0.
+    SyncPending syncPending(std::int64_t limit);
+    // Confirms a send of the version with this `modified`: the server data is
+    // kept, and the row is clean unless it changed again meanwhile.
+    void syncMarkSentItem(const std::string& rid, double modified, const std::optional<Bytes>& ck);
+    void syncMarkSentCategory(const std::string& id, double modified,
+                              const std::optional<Bytes>& ck);
+    // The server no longer knows the record: the next send makes a new one.
+    void syncForgetItemTag(const std::string& rid);
+    void syncForgetCategoryTag(const std::string& id);
+    void syncRemoveTombstone(const std::string& key);
+    // Takes in a record from the cloud, merged with the local copy. True
+    // when the local history changed (the history window must refresh).
+    bool syncApply(const SyncItem& item);
+    bool syncApply(const SyncCategory& category);
+    // A deletion from the cloud. Rows and categories with unsent local
+    // changes survive it. True when something was deleted.
+    bool syncApplyDeletion(const std::string& key, bool isCategory);
+    // Under a new 32-byte sync key every row gets its new record name and
+    // everything is sent again; pending deletions are dropped (their record
+    // names belong to the old key). False, with nothing changed, for a key
+    // of another length or when the database refuses the change.
+    bool syncPrepareFullUpload(const Bytes& key);
+    // The server's copy is gone or belongs to someone else (zone deleted,
+    // account changed): everything is sent again as new records.
+    void syncForgetServerState();
+
 private:
     bool ensureOpenLocked();
     InsertResult insertLocked(std::string_view text, const std::optional<std::string>& type,
@@ -141,6 +215,7 @@ private:
     void trimLocked(double now);
     void expireLocked(double now);
     void tombstoneLocked(std::string_view condition, double now);
+    bool fillRecordNamesLocked(const Bytes& key);
     std::optional<Bytes> syncKey() const;
     std::int64_t retentionMinutes() const;
     std::string liveSQL(double now) const;

@@ -81,13 +81,13 @@ bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> dat
     return true;
 }
 
-void removeFiles(const std::vector<std::string>& paths) {
+}  // namespace
+
+void ImageClipStore::removeFiles(const std::vector<std::string>& paths) {
     std::error_code ignored;
     for (const std::string& path : paths)
         fs::remove(path, ignored);
 }
-
-}  // namespace
 
 ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
     : context_(std::move(context)), reducer_(reducer) {}
@@ -154,6 +154,33 @@ bool ImageClipStore::downsample(std::span<const std::uint8_t> data, int maxPixel
     return writeNewPrivateFile(to, reduced->full.bytes);
 }
 
+std::optional<ImageCodec::Reduced> ImageClipStore::reduceForHistory(
+    std::span<const std::uint8_t> data) {
+    auto reduced = reducer_.reduce(
+        data, {.maxPixel = fullPixels, .thumbPixel = thumbPixels, .fingerprint = true});
+    if (!reduced || !reduced->thumb)
+        return std::nullopt;
+    return reduced;
+}
+
+// Under the lock, so a clear that empties the history (and removes the
+// folder) cannot slip in between the files and their row.
+std::optional<std::pair<std::string, ImageClipStore::Files>> ImageClipStore::writeFilesLocked(
+    const ImageCodec::Reduced& reduced) {
+    auto folder = imageFolder();
+    if (!folder || !reduced.thumb)
+        return std::nullopt;
+    std::string id = crypto::newUUID();
+    Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string()};
+    if (!writeNewPrivateFile(files.file, reduced.full.bytes))
+        return std::nullopt;
+    if (!writeNewPrivateFile(files.thumb, reduced.thumb->bytes)) {
+        removeFiles({files.file});
+        return std::nullopt;
+    }
+    return std::pair{std::move(id), std::move(files)};
+}
+
 ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> data) {
     if (!KeyboardSettings(context_.defaults).clipboardEnabled())
         return SaveResult::disabled;
@@ -161,27 +188,18 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
         return SaveResult::tooLarge;
 
     // Decoding is the slow part and needs no lock.
-    auto reduced = reducer_.reduce(
-        data, {.maxPixel = fullPixels, .thumbPixel = thumbPixels, .fingerprint = true});
-    if (!reduced || !reduced->thumb)
+    auto reduced = reduceForHistory(data);
+    if (!reduced)
         return SaveResult::failed;
     const auto& fp = reduced->fingerprint;
 
-    // The files are written under the lock, so a clear that empties the
-    // history (and removes the folder) cannot slip in between the files and
-    // their row.
     std::lock_guard lock(mutex_);
-    auto folder = imageFolder();
-    if (!folder || !ensureOpenLocked())
+    if (!ensureOpenLocked())
         return SaveResult::failed;
-    std::string id = crypto::newUUID();
-    Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string()};
-    if (!writeNewPrivateFile(files.file, reduced->full.bytes))
+    auto written = writeFilesLocked(*reduced);
+    if (!written)
         return SaveResult::failed;
-    if (!writeNewPrivateFile(files.thumb, reduced->thumb->bytes)) {
-        removeFiles({files.file});
-        return SaveResult::failed;
-    }
+    const auto& [id, files] = *written;
     bool duplicate = false;
     bool stored =
         insertLocked(id, files, reduced->full.width, reduced->full.height,
@@ -252,12 +270,12 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
     return true;
 }
 
-void ImageClipStore::tombstoneLocked(const std::string& condition, double now) {
+bool ImageClipStore::tombstoneLocked(const std::string& condition, double now) {
     // Without a sync key nothing was ever shared, so there is nothing to retract.
     if (!context_.defaults.data(prefkey::clipSyncKey))
-        return;
-    db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, at)\nSELECT rid, " + sql::number(now) +
-             " FROM media WHERE rid IS NOT NULL AND (" + condition + ")");
+        return true;
+    return db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, at)\nSELECT rid, " +
+                    sql::number(now) + " FROM media WHERE rid IS NOT NULL AND (" + condition + ")");
 }
 
 std::vector<std::string> ImageClipStore::deleteRowsLocked(const std::string& condition,

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "store/ImageReducer.h"
@@ -92,6 +93,73 @@ public:
     // The image folder, created (0700) when asked for.
     std::optional<std::filesystem::path> imageFolder() const;
 
+    // ---- sync bookkeeping ----
+    // What the cloud sync exchanges with the other devices. A locally
+    // captured image's record name is "i_" + its lower-cased id; a remote
+    // image is known first by its metadata (kept in sync_pending) and becomes
+    // a row once its bytes are downloaded.
+
+    // An image record as the sync engine sends and receives it.
+    struct SyncImage {
+        std::string rid;
+        double created = 0;
+        double modified = 0;
+        double mm = 0;  // last change of pin, category or label; 0 = never
+        bool pinned = false;
+        std::optional<std::string> category = std::nullopt;
+        std::optional<std::string> label = std::nullopt;
+        std::int64_t width = 0;
+        std::int64_t height = 0;
+        std::optional<Bytes> fp = std::nullopt;  // 32-byte fingerprint
+        std::optional<Bytes> ck = std::nullopt;  // the server's system fields of the record
+        std::string file = {};  // full-size file, for uploads; empty for received records
+        bool operator==(const SyncImage&) const = default;
+    };
+
+    enum class ApplyResult {
+        unchanged,
+        changed,    // the history changed
+        needsData,  // remembered; its bytes must be downloaded (syncPendingDownloads)
+    };
+
+    struct PendingBatch {
+        std::vector<SyncImage> images;        // dirty rows, newest first
+        std::vector<std::string> tombstones;  // record names to delete on the server
+    };
+
+    static constexpr double tombstoneLifetime = 30 * 24 * 3600.0;
+    // A remote picture is taken for a local one when captured this close in
+    // time, of the same size and less than `sameRemoteImageDistance` bits
+    // apart (looser than `sameImageDistance`: two devices encode differently).
+    static constexpr double sameCaptureWindow = 1800.0;
+    static constexpr std::int64_t sameRemoteImageDistance = 17;
+
+    // Also drops tombstones older than `tombstoneLifetime`.
+    PendingBatch syncPending(int limit);
+    // Keeps `ck` (when given) and clears `dirty` unless the row changed again
+    // after `modified`, the time of the uploaded version.
+    void syncMarkSent(const std::string& rid, double modified, const std::optional<Bytes>& ck);
+    // The server no longer has the record `ck` points to: the next upload saves a new one.
+    void syncForgetTag(const std::string& rid);
+    void syncRemoveTombstone(const std::string& key);
+    // Record names whose bytes are still to be fetched, pinned ones first.
+    std::vector<std::string> syncPendingDownloads(int limit);
+    // The record is gone from the server or carries no image.
+    void syncDropPending(const std::string& rid);
+    // Stores the downloaded image of a pending record as a clean row; false
+    // when nothing is pending under `rid`, the bytes are not a readable image,
+    // a row with that name already exists, or writing failed.
+    bool syncStoreDownloaded(const std::string& rid, std::span<const std::uint8_t> data);
+    // A deletion from another device; rows with unsent local changes stay.
+    // True when a row was deleted.
+    bool syncApplyDeletion(const std::string& rid);
+    // Takes in a record's metadata (never its bytes).
+    ApplyResult syncApply(const SyncImage& record);
+    // Everything is uploaded afresh as new records (the sync key changed).
+    void syncPrepareFullUpload();
+    // The server's copy is gone (zone deleted or reset): same reset.
+    void syncForgetServerState();
+
 private:
     struct Files {
         std::string file;
@@ -99,6 +167,14 @@ private:
     };
 
     bool ensureOpenLocked();
+    // The full-size JPEG, its thumbnail and the fingerprint of a picture, as
+    // stored; none when it cannot be read. Slow: call it without the lock.
+    std::optional<ImageCodec::Reduced> reduceForHistory(std::span<const std::uint8_t> data);
+    // Writes a reduced picture's two files under a new id; none (and no
+    // files left) on failure.
+    std::optional<std::pair<std::string, Files>> writeFilesLocked(
+        const ImageCodec::Reduced& reduced);
+    static void removeFiles(const std::vector<std::string>& paths);
     bool insertLocked(const std::string& id, const Files& files, std::int64_t width,
                       std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
                       double now, bool& duplicate);
@@ -107,10 +183,17 @@ private:
     void trimLocked(double now, std::vector<std::string>& doomedFiles);
     void expireLocked(double now, std::vector<std::string>& doomedFiles);
     std::vector<std::string> deleteRowsLocked(const std::string& condition, double now);
-    void tombstoneLocked(const std::string& condition, double now);
+    // True when written or not needed (no sync key).
+    bool tombstoneLocked(const std::string& condition, double now);
     std::string keptByAgeSQL(double now) const;
     template <typename Edit>
     void editLocked(Edit&& edit);
+    // Sync helpers (ImageClipStoreSync.cpp); none means a statement failed.
+    std::optional<ApplyResult> applyLocked(const SyncImage& record, double now);
+    std::optional<ApplyResult> applyMetadataLocked(const SyncImage& record);
+    // Retracts a remote record that will never be stored here.
+    bool refuseRecordLocked(const std::string& rid, double now);
+    void resetServerStateLocked();
 
     StoreContext context_;
     ImageReducer& reducer_;

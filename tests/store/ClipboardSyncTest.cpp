@@ -1,0 +1,269 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "store/ClipboardStore.h"
+#include "store/PrefKeys.h"
+#include "tests/fakes/SqlRows.h"
+#include "tests/fakes/StoreFixture.h"
+
+namespace zettly {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Bytes = ClipboardStore::Bytes;
+using SyncItem = ClipboardStore::SyncItem;
+using SyncCategory = ClipboardStore::SyncCategory;
+using test::Row;
+
+const Bytes kKey(32, 0x5a);
+const Bytes kTag{0xab};
+constexpr double kDay = 24 * 60 * 60;
+
+std::string rid(const std::string& text) {
+    return *ClipboardStore::recordName(text, kKey);
+}
+// Times are compared as whole seconds; the clock moves by whole seconds here.
+std::string whole(double t) {
+    return std::to_string(static_cast<long long>(t));
+}
+
+struct ClipboardSync : ::testing::Test {
+    ClipboardSync() {
+        env.defaults.setData(prefkey::clipSyncKey, kKey);
+        store.didChangeLocally = [this] { ++notified; };
+    }
+    // A plain text from another device, copied there at `created`.
+    SyncItem remote(const std::string& text, double created) {
+        return SyncItem{rid(text), text, "text", created, created, 0, false, {}, {}, kTag};
+    }
+    // Each local copy is a minute newer than the one before.
+    std::string add(const std::string& text) {
+        env.clock.advance(60);
+        store.insert(text);
+        return sql("SELECT id FROM items WHERE text = '" + text + "'").at(0).at(0);
+    }
+    std::vector<Row> sql(const std::string& query) {
+        return test::rows(*store.databasePath(), query);
+    }
+    std::vector<Row> tombstones() {
+        return sql("SELECT key, kind, CAST(at AS INTEGER) FROM sync_tombstones ORDER BY key");
+    }
+    double now() const { return env.clock.now(); }
+
+    test::StoreEnvironment env;
+    ClipboardStore store{env.context()};
+    int notified = 0;
+};
+
+TEST_F(ClipboardSync, PendingNamesRowsCopiedBeforeTheKeyAndGivesTheNewestWithinTheLimit) {
+    env.defaults.remove(prefkey::clipSyncKey);
+    add("old");
+    add("mid");
+    add("new");
+    auto work = store.createCategory("Work");
+    sql("INSERT INTO sync_tombstones VALUES('month', 'item', " + whole(now() - 31 * kDay) +
+        "), ('week', 'category', " + whole(now() - 7 * kDay) + ")");
+    EXPECT_THAT(store.syncPending(10).items, IsEmpty());
+
+    env.defaults.setData(prefkey::clipSyncKey, kKey);
+    auto pending = store.syncPending(2);
+    ASSERT_EQ(pending.items.size(), 2u);
+    EXPECT_EQ(pending.items[0],
+              (SyncItem{rid("new"), "new", "text", now(), now(), 0, false, {}, {}, std::nullopt}));
+    EXPECT_EQ(pending.items[1].rid, rid("mid"));
+    EXPECT_THAT(pending.categories,
+                ElementsAre(SyncCategory{work->id, "Work", 1, now(), now(), std::nullopt}));
+    EXPECT_THAT(pending.tombstones,
+                ElementsAre(ClipboardStore::SyncTombstone{"week", "category", now() - 7 * kDay}));
+    EXPECT_THAT(sql("SELECT text FROM items WHERE rid IS NULL"), IsEmpty());
+    EXPECT_THAT(store.syncPending(-1).items, IsEmpty());
+
+    store.syncRemoveTombstone("week");
+    EXPECT_THAT(store.syncPending(10).tombstones, IsEmpty());
+}
+
+TEST_F(ClipboardSync, AConfirmedSendKeepsTheServerDataButRowsChangedMeanwhileStayDirty) {
+    add("a");
+    add("b");
+    auto work = store.createCategory("Work");
+    auto sent = store.syncPending(10);
+    env.clock.advance(5);
+    store.insert("a");
+    store.renameCategory(work->id, "Job");
+    for (const SyncItem& item : sent.items)
+        store.syncMarkSentItem(item.rid, item.modified, kTag);
+    store.syncMarkSentCategory(work->id, sent.categories.at(0).modified, kTag);
+    EXPECT_THAT(sql("SELECT text, hex(ck), dirty FROM items ORDER BY text"),
+                ElementsAre(Row{"a", "AB", "1"}, Row{"b", "AB", "0"}));
+    EXPECT_THAT(sql("SELECT hex(ck), dirty FROM categories"), ElementsAre(Row{"AB", "1"}));
+
+    store.syncForgetItemTag(rid("b"));
+    store.syncForgetCategoryTag(work->id);
+    store.syncMarkSentItem(rid("a"), now(), std::nullopt);
+    EXPECT_THAT(sql("SELECT text, ck, dirty FROM items ORDER BY text"),
+                ElementsAre(Row{"a", "NULL", "0"}, Row{"b", "NULL", "0"}));
+    EXPECT_THAT(sql("SELECT ck, dirty FROM categories"), ElementsAre(Row{"NULL", "1"}));
+}
+
+TEST_F(ClipboardSync, ANewRemoteItemIsStoredCleanAndCountsAgainstTheHistoryLimit) {
+    env.defaults.setInteger(prefkey::clipboardLimit, 1);
+    add("here");
+    SyncItem item = remote("there", now() + 1);
+    item.type = "code";
+    item.label = "note";
+    item.mm = item.modified = now() + 2;
+    EXPECT_TRUE(store.syncApply(item));
+    EXPECT_THAT(sql("SELECT text, type, CAST(created AS INTEGER), CAST(modified AS INTEGER), "
+                    "CAST(mm AS INTEGER), pinned, label, dirty, hex(ck), rid FROM items"),
+                ElementsAre(Row{"there", "code", whole(now() + 1), whole(now() + 2),
+                                whole(now() + 2), "0", "note", "0", "AB", rid("there")}));
+    EXPECT_THAT(tombstones(), ElementsAre(Row{rid("here"), "item", whole(now())}));
+}
+
+TEST_F(ClipboardSync, ATextKnownUnderAnotherNameIsMergedIntoItsRowAndTakesTheReceivedName) {
+    env.defaults.remove(prefkey::clipSyncKey);
+    add("shared");
+    double copied = now();
+    sql("UPDATE items SET dirty = 0");
+    SyncItem item = remote("shared", copied - 100);
+    item.rid = "c_phone";
+    item.pinned = true;
+    item.label = "work";
+    item.mm = item.modified = copied - 50;
+    // The label arrives; the later local copy time stays and must go up.
+    EXPECT_TRUE(store.syncApply(item));
+    EXPECT_THAT(sql("SELECT rid, pinned, label, CAST(created AS INTEGER), CAST(modified AS "
+                    "INTEGER), CAST(mm AS INTEGER), dirty, hex(ck) FROM items"),
+                ElementsAre(Row{"c_phone", "1", "work", whole(copied), whole(copied),
+                                whole(copied - 50), "1", "AB"}));
+    EXPECT_FALSE(store.syncApply(item));
+}
+
+TEST_F(ClipboardSync, AnUnsentLocalEditSurvivesAnOlderRemoteCopyAndIsCleanOnceTheServerHasIt) {
+    std::string id = add("x");
+    double copied = now();
+    env.clock.advance(10);
+    store.setLabel(id, "mine");
+    SyncItem item = remote("x", copied);
+    item.label = "theirs";
+    item.mm = item.modified = copied + 5;
+    EXPECT_FALSE(store.syncApply(item));
+    EXPECT_THAT(sql("SELECT label, dirty, hex(ck) FROM items"),
+                ElementsAre(Row{"mine", "1", "AB"}));
+
+    item.label = "mine";
+    item.mm = item.modified = now();
+    EXPECT_FALSE(store.syncApply(item));
+    EXPECT_THAT(sql("SELECT label, dirty FROM items"), ElementsAre(Row{"mine", "0"}));
+}
+
+TEST_F(ClipboardSync, DeletedOrExpiredEntriesAreNotBroughtBackByCopiesThatAreNotNewer) {
+    store.deleteItem(add("x"));
+    double deleted = now();
+    SyncItem item = remote("x", deleted - 60);
+    item.modified = deleted;
+    EXPECT_FALSE(store.syncApply(item));
+    EXPECT_THAT(sql("SELECT text FROM items"), IsEmpty());
+    item.modified = deleted + 1;
+    EXPECT_TRUE(store.syncApply(item));
+    EXPECT_THAT(tombstones(), IsEmpty());
+
+    // Older than the retention: dropped with a tombstone, unless the user kept it.
+    EXPECT_FALSE(store.syncApply(remote("old", now() - 31 * kDay)));
+    SyncItem pinned = remote("pinned", now() - 31 * kDay);
+    pinned.pinned = true;
+    EXPECT_TRUE(store.syncApply(pinned));
+    EXPECT_THAT(sql("SELECT text FROM items ORDER BY text"), ElementsAre(Row{"pinned"}, Row{"x"}));
+    EXPECT_THAT(tombstones(), ElementsAre(Row{rid("old"), "item", whole(now())}));
+}
+
+TEST_F(ClipboardSync, ARemoteCategoryReplacesTheLocalOneOnlyWhenNewer) {
+    double made = now();
+    SyncCategory work{"C1", "Work", 2, made, made, kTag};
+    EXPECT_TRUE(store.syncApply(work));
+    env.clock.advance(10);
+    store.renameCategory("C1", "Job");
+    work.name = "Office";
+    work.modified = now();
+    work.ck = Bytes{0xcd};
+    EXPECT_FALSE(store.syncApply(work));
+    EXPECT_THAT(sql("SELECT name, sort, dirty, hex(ck) FROM categories"),
+                ElementsAre(Row{"Job", "2.0", "1", "CD"}));
+
+    work.modified = now() + 1;
+    work.sort = 5;
+    work.created = 0;
+    EXPECT_TRUE(store.syncApply(work));
+    EXPECT_THAT(sql("SELECT name, sort, CAST(created AS INTEGER), dirty FROM categories"),
+                ElementsAre(Row{"Office", "5.0", whole(made), "0"}));
+
+    env.clock.advance(10);
+    store.deleteCategory("C1");
+    work.modified = now();
+    EXPECT_FALSE(store.syncApply(work));
+    EXPECT_THAT(store.categories(), IsEmpty());
+}
+
+TEST_F(ClipboardSync, RemoteDeletionsSpareWhatChangedHereAndWasNotSentYet) {
+    std::string filed = add("filed");
+    add("sent");
+    store.deleteItem(add("gone"));
+    store.syncApply(SyncCategory{"C1", "Work", 1, now(), now(), kTag});
+    store.setCategory(filed, "C1");
+    auto local = store.createCategory("Local");
+    sql("UPDATE items SET dirty = 0 WHERE text = 'sent'");
+
+    EXPECT_FALSE(store.syncApplyDeletion(rid("filed"), false));
+    EXPECT_TRUE(store.syncApplyDeletion(rid("sent"), false));
+    EXPECT_FALSE(store.syncApplyDeletion(rid("gone"), false));
+    EXPECT_THAT(tombstones(), IsEmpty());
+    EXPECT_FALSE(store.syncApplyDeletion(local->id, true));
+
+    // Its rows leave it but stay pinned, and have nothing new to send.
+    sql("UPDATE items SET dirty = 0");
+    EXPECT_TRUE(store.syncApplyDeletion("C1", true));
+    EXPECT_THAT(store.categories(), ElementsAre(*local));
+    EXPECT_THAT(sql("SELECT text, pinned, category, dirty FROM items"),
+                ElementsAre(Row{"filed", "1", "NULL", "0"}));
+}
+
+TEST_F(ClipboardSync, ANewKeyRenamesEveryRowAndEverythingIsSentAgain) {
+    add("a");
+    add("b");
+    store.createCategory("Work");
+    store.deleteItem(add("c"));
+    sql("UPDATE items SET dirty = 0, ck = X'AB', modified = NULL;"
+        "UPDATE categories SET dirty = 0, ck = X'AB', modified = NULL");
+    std::vector<Row> before = sql("SELECT * FROM items");
+    EXPECT_FALSE(store.syncPrepareFullUpload(Bytes(16, 1)));
+    EXPECT_EQ(sql("SELECT * FROM items"), before);
+
+    const Bytes key(32, 0x11);
+    EXPECT_TRUE(store.syncPrepareFullUpload(key));
+    auto named = [&](const std::string& text) { return *ClipboardStore::recordName(text, key); };
+    EXPECT_THAT(sql("SELECT rid, dirty, ck, modified = created FROM items ORDER BY text"),
+                ElementsAre(Row{named("a"), "1", "NULL", "1"}, Row{named("b"), "1", "NULL", "1"}));
+    EXPECT_THAT(sql("SELECT dirty, ck, modified = created FROM categories"),
+                ElementsAre(Row{"1", "NULL", "1"}));
+    EXPECT_THAT(tombstones(), IsEmpty());
+
+    sql("UPDATE items SET dirty = 0, ck = X'AB'; UPDATE categories SET dirty = 0, ck = X'AB'");
+    store.syncForgetServerState();
+    EXPECT_THAT(sql("SELECT dirty, ck FROM items UNION ALL SELECT dirty, ck FROM categories"),
+                ElementsAre(Row{"1", "NULL"}, Row{"1", "NULL"}, Row{"1", "NULL"}));
+}
+
+TEST_F(ClipboardSync, NothingTakenInFromTheCloudSchedulesAnotherSync) {
+    EXPECT_TRUE(store.syncApply(remote("x", now())));
+    EXPECT_TRUE(store.syncApply(SyncCategory{"C1", "Work", 1, now(), now(), kTag}));
+    EXPECT_TRUE(store.syncApplyDeletion(rid("x"), false));
+    EXPECT_TRUE(store.syncApplyDeletion("C1", true));
+    store.syncPending(10);
+    EXPECT_TRUE(store.syncPrepareFullUpload(kKey));
+    store.syncForgetServerState();
+    EXPECT_EQ(notified, 0);
+}
+
+}  // namespace
+}  // namespace zettly

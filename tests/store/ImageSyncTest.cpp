@@ -1,0 +1,254 @@
+#include <filesystem>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "store/ImageClipStore.h"
+#include "tests/fakes/SqlRows.h"
+#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
+
+namespace zettly {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Apply = ImageClipStore::ApplyResult;
+using SyncImage = ImageClipStore::SyncImage;
+using test::Bytes;
+using test::Row;
+
+Bytes numbered(int n) {  // sizes differ, so no two are taken for one picture
+    return test::png(20 + n, 20, test::solid({200, 100, 50}));
+}
+SyncImage remote(const std::string& rid, double created) {
+    return {.rid = rid, .created = created, .modified = created, .width = 40, .height = 30};
+}
+
+class ImageSync : public ::testing::Test {
+protected:
+    test::StoreEnvironment env;
+    ImageClipStore store{env.context()};
+
+    std::vector<Row> sql(const std::string& query) {
+        return test::rows(env.library() / "clipmedia.sqlite", query);
+    }
+    Row row(const std::string& rid, const std::string& columns) {
+        auto found = sql("SELECT " + columns + " FROM media WHERE rid = '" + rid + "'");
+        return found.empty() ? Row{} : found[0];
+    }
+    std::size_t files() const {
+        fs::path folder = env.library() / "clipmedia";
+        return fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
+    }
+    // Captures a picture a second after the last one and gives it as it would be uploaded.
+    SyncImage capture(const Bytes& picture) {
+        env.clock.advance(1);
+        EXPECT_EQ(store.save(picture), ImageClipStore::SaveResult::saved);
+        return store.syncPending(1).images.at(0);
+    }
+};
+
+TEST_F(ImageSync, ARemoteImageWaitsForItsBytesPinnedFirstAndThenBecomesACleanRowOfItsRecord) {
+    double t = env.clock.now();
+    SyncImage photo = remote("i_photo", t - 10);
+    photo.pinned = true;
+    photo.label = "receipt";
+    photo.mm = t - 3;
+    photo.fp = Bytes(32, 0xAB);
+    photo.ck = Bytes{1, 2, 3};
+    SyncImage plain = remote("i_plain", t - 5);  // from a client that sent no size or fingerprint
+    plain.width = plain.height = 0;
+    EXPECT_EQ(store.syncApply(photo), Apply::needsData);
+    EXPECT_EQ(store.syncApply(plain), Apply::needsData);
+    EXPECT_EQ(store.syncApply(remote("i_dropped", t - 1)), Apply::needsData);
+    EXPECT_THAT(store.syncPendingDownloads(24), ElementsAre("i_photo", "i_dropped", "i_plain"));
+    EXPECT_THAT(store.syncPendingDownloads(1), ElementsAre("i_photo"));
+    store.syncDropPending("i_dropped");
+
+    // Sent reduced: the row keeps the size and fingerprint of the sender's file.
+    Bytes jpeg = test::jpeg(48, 36, test::gradient(48));
+    EXPECT_FALSE(store.syncStoreDownloaded("i_photo", Bytes(5000, 0x5A)));
+    EXPECT_FALSE(store.syncStoreDownloaded("i_unknown", jpeg));
+    EXPECT_EQ(files(), 0u);
+    ASSERT_TRUE(store.syncStoreDownloaded("i_photo", jpeg));
+    std::string fp;
+    for (int n = 0; n < 32; ++n)
+        fp += "AB";
+    EXPECT_EQ(row("i_photo",
+                  "w, h, CAST(created AS INTEGER), pinned, label, dirty, hex(ck), hex(fp), "
+                  "CAST(mm AS INTEGER)"),
+              (Row{"40", "30", std::to_string(std::int64_t(t - 10)), "1", "receipt", "0", "010203",
+                   fp, std::to_string(std::int64_t(t - 3))}));
+    auto item = store.fetchAll().at(0);
+    EXPECT_TRUE(fs::exists(item.file) && fs::exists(item.thumb));
+    EXPECT_EQ(item.bytes, static_cast<std::int64_t>(fs::file_size(item.file)));
+    EXPECT_FALSE(store.syncStoreDownloaded("i_photo", jpeg));  // no longer pending
+    ASSERT_TRUE(store.syncStoreDownloaded("i_plain", jpeg));
+    EXPECT_EQ(row("i_plain", "w, h, length(fp)"), (Row{"48", "36", "32"}));
+    EXPECT_THAT(store.syncPendingDownloads(24), IsEmpty());
+
+    // A name that somehow is both pending and stored never gets a second row or stray files.
+    sql("INSERT INTO sync_pending(rid, created, modified, pinned, w, h) "
+        "VALUES('i_photo', 1, 1, 0, 40, 30)");
+    EXPECT_FALSE(store.syncStoreDownloaded("i_photo", jpeg));
+    EXPECT_THAT(sql("SELECT COUNT(*) FROM media"), ElementsAre(Row{"2"}));
+    EXPECT_EQ(files(), 4u);
+    EXPECT_THAT(store.syncPendingDownloads(24), IsEmpty());
+}
+
+TEST_F(ImageSync, TheSamePictureFromTwoDevicesEndsUpAsOneRowUnderTheNameThatSortsFirst) {
+    env.defaults.setData("clipSyncKey", Bytes(32, 7));
+    SyncImage local = capture(test::png(170, 160, test::gradient(170)));
+    ASSERT_TRUE(local.fp && local.ck == std::nullopt);
+    auto copy = [&](const std::string& rid, int flippedBits, double later) {
+        SyncImage other = local;
+        other.rid = rid;
+        other.created += later;
+        other.modified = other.created;
+        other.file.clear();
+        for (int bit = 0; bit < flippedBits; ++bit)
+            (*other.fp)[bit / 8] ^= std::uint8_t(1 << (bit % 8));
+        return other;
+    };
+    // Too different, or captured too far apart: another picture.
+    EXPECT_EQ(store.syncApply(copy("i_-far", 17, 0)), Apply::needsData);
+    EXPECT_EQ(store.syncApply(copy("i_-late", 0, 1800)), Apply::needsData);
+
+    // Not uploaded yet, the local name gives way even to one that sorts later.
+    SyncImage phone = copy("i_zy", 16, -1799);
+    phone.label = "from phone";
+    phone.mm = phone.modified;
+    phone.ck = Bytes{9};
+    EXPECT_EQ(store.syncApply(phone), Apply::changed);
+    EXPECT_THAT(sql("SELECT rid, label, hex(ck), dirty FROM media"),
+                ElementsAre(Row{"i_zy", "from phone", "09", "1"}));
+    EXPECT_THAT(sql("SELECT key FROM sync_tombstones"), ElementsAre(Row{local.rid}));
+
+    // Now uploaded, the local name wins over one that sorts later, but not over one before it.
+    EXPECT_EQ(store.syncApply(copy("i_zz", 0, 0)), Apply::unchanged);
+    EXPECT_EQ(row("i_zy", "label"), Row{"from phone"});
+    EXPECT_EQ(store.syncApply(copy("i_-a", 0, 0)), Apply::changed);  // '-' sorts before hex digits
+    EXPECT_THAT(sql("SELECT rid FROM media"), ElementsAre(Row{"i_-a"}));
+    EXPECT_THAT(sql("SELECT key FROM sync_tombstones ORDER BY key"),
+                ElementsAre(Row{local.rid}, Row{"i_zy"}, Row{"i_zz"}));
+}
+
+TEST_F(ImageSync, ARemoteEditOfAKnownImageIsMergedAndTheRowAlwaysTakesTheServersTag) {
+    SyncImage sent = capture(numbered(1));  // not yet uploaded
+    SyncImage relabelled = sent;
+    relabelled.label = "invoice";
+    relabelled.mm = sent.modified + 5;
+    relabelled.ck = Bytes{2};
+    EXPECT_EQ(store.syncApply(relabelled), Apply::changed);
+    EXPECT_EQ(row(sent.rid, "label, dirty, hex(ck)"), (Row{"invoice", "0", "02"}));
+
+    // Pinned here after an older remote relabelling: ours wins and still has to go up.
+    env.clock.advance(10);
+    std::string id = store.fetchAll().at(0).id;
+    store.setPinned(id, true);
+    SyncImage stale = relabelled;
+    stale.label = "old";
+    stale.mm += 1;
+    stale.ck = Bytes{3};
+    EXPECT_EQ(store.syncApply(stale), Apply::unchanged);
+    EXPECT_EQ(row(sent.rid, "label, pinned, dirty, hex(ck)"), (Row{"invoice", "1", "1", "03"}));
+}
+
+TEST_F(ImageSync, DeletedExpiredAndCrowdedOutRecordsAreRetractedInsteadOfDownloaded) {
+    double t = env.clock.now();
+    std::string at = std::to_string(std::int64_t(t));
+    ASSERT_THAT(store.syncPendingDownloads(1), IsEmpty());  // opens the database
+    sql("INSERT INTO sync_tombstones VALUES('i_gone', " + at + ")");
+    SyncImage gone = remote("i_gone", t - 100);
+    gone.modified = t;
+    EXPECT_EQ(store.syncApply(gone), Apply::unchanged);
+    gone.modified = t + 1;  // saved again after our deletion
+    EXPECT_EQ(store.syncApply(gone), Apply::needsData);
+
+    env.defaults.setInteger("clipboardRetentionMinutes", 60);
+    SyncImage old = remote("i_old", t - 3601);
+    old.label = "kept";
+    EXPECT_EQ(store.syncApply(old), Apply::needsData);
+    old.label.reset();
+    EXPECT_EQ(store.syncApply(old), Apply::unchanged);
+    EXPECT_THAT(store.syncPendingDownloads(24), ElementsAre("i_gone"));
+
+    // Fifteen unpinned images, and an older pinned one that does not count.
+    for (int n = 1; n <= 16; ++n)
+        sql("INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned) VALUES('r" +
+            std::to_string(n) + "', '', '', 1, 1, 1, " + std::to_string(t - 3000 + n) + ", " +
+            (n == 1 ? "1" : "0") + ")");
+    double oldest = t - 3000 + 2;
+    EXPECT_EQ(store.syncApply(remote("i_crowded", oldest)), Apply::unchanged);
+    EXPECT_EQ(store.syncApply(remote("i_newer", oldest + 0.5)), Apply::needsData);
+    SyncImage pinned = remote("i_pinned", oldest - 100);
+    pinned.pinned = true;
+    SyncImage filed = remote("i_filed", oldest - 100);
+    filed.category = "work";
+    EXPECT_EQ(store.syncApply(pinned), Apply::needsData);
+    EXPECT_EQ(store.syncApply(filed), Apply::needsData);
+    EXPECT_THAT(sql("SELECT key, CAST(at AS INTEGER) FROM sync_tombstones ORDER BY key"),
+                ElementsAre(Row{"i_crowded", at}, Row{"i_old", at}));
+}
+
+TEST_F(ImageSync, ARemoteDeletionRemovesCleanRowsButSparesOnesWithUnsentEdits) {
+    SyncImage clean = capture(numbered(1));
+    SyncImage edited = capture(numbered(2));
+    for (const SyncImage& image : {clean, edited}) {
+        store.syncMarkSent(image.rid, image.modified, Bytes{1});
+        sql("INSERT INTO sync_pending(rid, created, modified, pinned, w, h) VALUES('" + image.rid +
+            "', 1, 1, 0, 1, 1); INSERT INTO sync_tombstones VALUES('" + image.rid + "', 1)");
+    }
+    store.setLabel(store.fetchAll().at(0).id, "mine");
+
+    EXPECT_TRUE(store.syncApplyDeletion(clean.rid));
+    EXPECT_FALSE(fs::exists(clean.file));
+    EXPECT_FALSE(store.syncApplyDeletion(edited.rid));
+    EXPECT_FALSE(store.syncApplyDeletion("i_unknown"));
+    EXPECT_THAT(sql("SELECT rid, label FROM media"), ElementsAre(Row{edited.rid, "mine"}));
+    EXPECT_EQ(files(), 2u);
+    EXPECT_THAT(sql("SELECT rid FROM sync_pending UNION ALL SELECT key FROM sync_tombstones"),
+                IsEmpty());
+}
+
+TEST_F(ImageSync, UploadsListDirtyRowsNewestFirstAndARowEditedDuringItsUploadStaysDirty) {
+    env.defaults.setData("clipSyncKey", Bytes(32, 7));
+    SyncImage a = capture(numbered(1));
+    SyncImage b = capture(numbered(2));
+    store.deleteItem(store.fetchAll().at(0).id);  // b
+    SyncImage c = capture(numbered(3));
+    sql("INSERT INTO sync_tombstones VALUES('i_ancient', " +
+        std::to_string(env.clock.now() - ImageClipStore::tombstoneLifetime - 1) + ")");
+
+    auto batch = store.syncPending(8);
+    ASSERT_EQ(batch.images.size(), 2u);
+    EXPECT_EQ(batch.images[0], c);
+    EXPECT_EQ(batch.images[1].rid, a.rid);
+    EXPECT_THAT(batch.tombstones, ElementsAre(b.rid));
+    EXPECT_EQ(store.syncPending(1).images.size(), 1u);
+
+    store.syncMarkSent(a.rid, a.modified, Bytes{1});
+    env.clock.advance(1);
+    store.setLabel(store.fetchAll().at(0).id, "edited meanwhile");  // c
+    store.syncMarkSent(c.rid, c.modified, Bytes{2});
+    store.syncMarkSent(a.rid, a.modified, std::nullopt);
+    EXPECT_THAT(sql("SELECT rid, dirty, hex(ck) FROM media ORDER BY created"),
+                ElementsAre(Row{a.rid, "0", "01"}, Row{c.rid, "1", "02"}));
+
+    // Both resets make every row a dirty, untagged row again and forget pending downloads.
+    for (auto reset :
+         {&ImageClipStore::syncPrepareFullUpload, &ImageClipStore::syncForgetServerState}) {
+        store.syncMarkSent(a.rid, a.modified, Bytes{1});
+        store.syncApply(remote("i_pending", env.clock.now()));
+        (store.*reset)();
+        EXPECT_THAT(sql("SELECT dirty, ck FROM media"),
+                    ElementsAre(Row{"1", "NULL"}, Row{"1", "NULL"}));
+        EXPECT_THAT(store.syncPendingDownloads(8), IsEmpty());
+    }
+}
+
+}  // namespace
+}  // namespace zettly
