@@ -345,10 +345,16 @@ public:
         listPainted_ = false;
     }
     void disarm() { then_ = nullptr; }
+    // When the list was painted, while asked to keep them.
+    std::optional<std::vector<double>> listPaints;
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override {
-        if (!then_ || event->type() != QEvent::Paint)
+        if (event->type() != QEvent::Paint)
+            return false;
+        if (listPaints && watched == &list_)
+            listPaints->push_back(nowMs());
+        if (!then_)
             return false;
         listPainted_ = listPainted_ || watched == &list_;
         if (!checkQueued_) {
@@ -387,6 +393,8 @@ private:
 class KeyPresser {
 public:
     explicit KeyPresser(std::unique_ptr<XcbConnection> x11) : x11_(std::move(x11)) {
+        if (!x11_)
+            throw std::runtime_error("no second connection to the X server");
         xcb_connection_t* c = x11_->get();
         const xcb_query_extension_reply_t* xtest = xcb_get_extension_data(c, &xcb_test_id);
         if (!xtest || !xtest->present)
@@ -449,8 +457,7 @@ int main(int argc, char** argv) {
             QElapsedTimer filling;
             filling.start();
             fill(folder, defaults);
-            std::printf("history written in %.1f s to %s\n", double(filling.elapsed()) / 1000,
-                        folder.dir.c_str());
+            std::printf("history written in %.1f s\n", double(filling.elapsed()) / 1000);
         }
 
         // ---- wired as the application does it ----
@@ -528,22 +535,24 @@ int main(int argc, char** argv) {
             settle(settleMs);
         };
 
-        const Opening cold = open();
         // The screenshots on the first screen are decoded off the main
-        // thread and painted as they arrive; the last of them is the moment
-        // the window is complete.
-        int thumbnailLoads = 0;
-        double thumbnailsAt = 0;
-        {
-            auto connection = QObject::connect(
-                &window.list()->thumbnails(), &ThumbnailCache::loaded, &frames, [&] {
-                    ++thumbnailLoads;
-                    frames.arm([&](double at) { thumbnailsAt = at; });
-                });
-            settle(1000);
-            QObject::disconnect(connection);
-            frames.disarm();
+        // thread and painted as they arrive; the list's paint after the last
+        // of them is the moment the window is complete.
+        std::vector<double> thumbnailLoads;
+        auto counting = QObject::connect(&window.list()->thumbnails(), &ThumbnailCache::loaded,
+                                         &frames, [&] { thumbnailLoads.push_back(nowMs()); });
+        frames.listPaints.emplace();
+        const Opening cold = open();
+        settle(1000);
+        QObject::disconnect(counting);
+        std::optional<double> thumbnailsAt;
+        if (!thumbnailLoads.empty()) {
+            auto after = std::find_if(frames.listPaints->begin(), frames.listPaints->end(),
+                                      [&](double at) { return at >= thumbnailLoads.back(); });
+            if (after != frames.listPaints->end())
+                thumbnailsAt = *after;
         }
+        frames.listPaints.reset();
         const std::size_t shown = controller.model().entries().size();
         const std::size_t total = controller.model().all().size();
         close();
@@ -592,10 +601,10 @@ int main(int argc, char** argv) {
         printSingle("handler -> first frame", cold.handlerToFrame);
         printSingle("hot key -> first frame", cold.hotKeyToFrame, hotKeyToFrameTarget);
         printSingle("  of which toggle() (opens the window)", cold.toggle);
-        if (thumbnailLoads && thumbnailsAt)
-            std::printf("  %-40s %8.2f   (%d screenshots on the first screen)\n",
-                        "hot key -> their thumbnails painted", thumbnailsAt - cold.pressedAt,
-                        thumbnailLoads);
+        if (thumbnailsAt)
+            std::printf("  %-40s %8.2f   (%zu screenshots on the first screen)\n",
+                        "hot key -> their thumbnails painted", *thumbnailsAt - cold.pressedAt,
+                        thumbnailLoads.size());
         else
             std::printf("  no screenshot thumbnail was loaded for the first screen\n");
         std::printf("warm openings (%d, after %d warm-ups, %d ms apart):\n", openings, warmUps,
