@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <limits>
 
 namespace zettly {
 
@@ -17,6 +18,29 @@ struct SyncPace {
         static SyncPace pace;
         return pace;
     }
+};
+
+// The cadence timer's rule. It ticks every 5 s; a tick starts a sync when 4 s
+// have passed since the last one while the window is open or a local change
+// is recent, else when 29 s have: every tick, or every sixth.
+class SyncCadence {
+public:
+    static constexpr double tickInterval = 5;
+    static constexpr double tickTolerance = 1;
+    static constexpr double fastInterval = 4;
+    static constexpr double slowInterval = 29;
+
+    // True when this tick should sync; it then counts as the last poll.
+    bool due(const SyncPace& pace, double now) {
+        double interval = pace.menuOpen || now < pace.fastUntil ? fastInterval : slowInterval;
+        if (now - lastPoll_ < interval)
+            return false;
+        lastPoll_ = now;
+        return true;
+    }
+
+private:
+    double lastPoll_ = -std::numeric_limits<double>::infinity();
 };
 
 }  // namespace zettly
