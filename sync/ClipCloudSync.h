@@ -1,0 +1,158 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/CloudDatabase.h"
+
+namespace zettly {
+
+class Clock;
+class ClipboardStore;
+class Defaults;
+class Executor;
+class ImageClipStore;
+class Log;
+class MainQueue;
+
+// Keeps the text history, its categories, the image history and the chip
+// order in step with the user's other devices through one record zone of
+// their private cloud database. The companion keyboard app's clients use
+// the same zone and records, so layouts and names are shared with them.
+//
+// A pass ensures the zone and the shared sync key, takes in what the other
+// devices changed, sends what changed here, and leaves its outcome in the
+// defaults for the settings ("clipSyncLastError" or "clipSyncLastAt"). Only
+// one pass runs at a time; requests that arrive meanwhile, and batches that
+// left work behind, make the running call go round again, at most four times.
+//
+//   ClipCloudSync sync({&container, texts, images, defaults, clock, log, main, background},
+//                      ClipCloudSync::Role::mac);
+//   texts.didChangeLocally = [&] { main.post([&] { sync.syncSoon("local", 1.5); }); };
+//   sync.didChange = [&] { window.reload(); };
+class ClipCloudSync {
+public:
+    enum class Role { app, keyboard, mac };  // raw values "app", "keyboard", "mac"
+
+    struct Dependencies {
+        CloudContainer*
+            container;  // none: no backend configured; the account counts as unavailable
+        ClipboardStore& texts;
+        ImageClipStore& images;
+        Defaults& defaults;
+        const Clock& clock;
+        Log& log;
+        MainQueue& mainQueue;  // debounce timers and the didChange callback
+        Executor& background;  // where debounced and background syncs run (blocking cloud calls)
+    };
+
+    static constexpr std::string_view zoneName = "Clipboard";
+    static constexpr std::string_view subscriptionID = "clipboard-zone";
+    // "clipSyncLastError" while no account (or no backend) is available.
+    static constexpr std::string_view syncOffStatus = "Sync is off";
+    static constexpr int maxPasses = 4;
+    static constexpr double accountCheckInterval = 600;
+
+    explicit ClipCloudSync(Dependencies dependencies, Role role = Role::app);
+    ClipCloudSync(const ClipCloudSync&) = delete;
+    ClipCloudSync& operator=(const ClipCloudSync&) = delete;
+
+    void setRole(Role role);
+    Role role() const;
+    static std::string_view rawValue(Role role);
+
+    // Debounced: after `delay` seconds on the main queue, the newest request
+    // runs sync() on the background executor. A negative or non-finite delay
+    // counts as none.
+    void syncSoon(std::string reason, double delay);
+    // Runs sync() on the background executor now.
+    void syncInBackground(std::string reason);
+    // Blocking; single flight, at most four passes; true when local data
+    // changed. Any thread but the main one. The reason is for the caller's
+    // own diagnostics only.
+    bool sync(const std::string& reason);
+    // Blocking; deletes the zone and resets server state (key dropped); the
+    // error when the zone could not be deleted (nothing local changes then).
+    CloudResult<> deleteCloudCopy();
+
+    // Called on the main queue after a sync changed local data (the app
+    // reloads an open window). Set before the first sync.
+    std::function<void()> didChange;
+
+private:
+    using Bytes = std::vector<std::uint8_t>;
+
+    // What an upload step left behind.
+    struct SendOutcome {
+        bool more = false;                   // a batch was full, or a record asks to be sent again
+        std::optional<std::string> failure;  // "CloudKit <code>" of the first record that failed
+    };
+
+    // The engine is shared with the companion keyboard app, and so is the
+    // prefix its lines are found by.
+    static constexpr std::string_view logPrefix = "[Ovrin] ClipSync: ";
+    // How a cloud error reads in "clipSyncLastError": "CloudKit 4".
+    static std::string statusText(const CloudError& error);
+
+    static constexpr std::int64_t textBatch = 150;
+    int imageBatch() const;
+    int downloadBatch() const;
+
+    bool enabled() const;
+    // One pass of every step; true when local data changed, also when a
+    // later step failed.
+    bool runOnce();
+    // Ends a pass that met `error`: decides between a reset, a re-run and a
+    // reported failure.
+    void handleFailure(const CloudError& error);
+    void requestRerun();
+    void noteChange(bool changed);
+    CloudResult<> checkAccount(CloudContainer& container);
+
+    // Zone, key and server state (ClipCloudSync.cpp).
+    CloudResult<> ensureZone(CloudDatabase& db);
+    CloudResult<> ensureKey(CloudDatabase& db);
+    CloudResult<std::optional<Bytes>> fetchKeyRecord(CloudDatabase& db);
+    CloudResult<> adoptKey(const Bytes& key);
+    void resetServerState(bool dropKey);
+    void forgetPrefsServerState();
+
+    // The exchange of changes (ClipExchange.cpp). The steps record what they
+    // changed locally through noteChange().
+    CloudResult<> fetchChanges(CloudDatabase& db);
+    CloudResult<> takeRemoteKey(const CloudRecord& record);
+    CloudResult<SendOutcome> sendChanges(CloudDatabase& db);
+    CloudResult<SendOutcome> sendImages(CloudDatabase& db);
+    CloudResult<> downloadImages(CloudDatabase& db);
+    CloudResult<SendOutcome> sendPrefs(CloudDatabase& db);
+    bool applyPrefs(const CloudRecord& record);
+    bool adoptRemoteOrderIfNewer();
+
+    CloudContainer* container_;
+    ClipboardStore& texts_;
+    ImageClipStore& images_;
+    Defaults& defaults_;
+    const Clock& clock_;
+    Log& log_;
+    MainQueue& mainQueue_;
+    Executor& background_;
+    std::atomic<Role> role_;
+
+    std::mutex lock_;  // guards the three fields below; never held across a cloud call
+    bool running_ = false;
+    bool rerun_ = false;
+    std::uint64_t debounceGeneration_ = 0;
+
+    // Only touched by the pass in flight. The distant past at first, so the
+    // first pass after launch always asks who is signed in.
+    double userCheckedAt_;
+    bool localChanged_ = false;
+};
+
+}  // namespace zettly

@@ -1,0 +1,373 @@
+// The steps of a sync pass that move records: taking in the zone's changes,
+// sending dirty texts, categories, images and deletions, fetching image
+// bytes, and keeping the chip order in step.
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <utility>
+
+#include "platform/Log.h"
+#include "store/ClipPrefs.h"
+#include "store/ClipboardStore.h"
+#include "store/Defaults.h"
+#include "store/ImageClipStore.h"
+#include "store/PrefKeys.h"
+#include "sync/ClipCloudSync.h"
+#include "sync/ClipRecords.h"
+
+namespace zettly {
+
+namespace {
+
+// Deleting a record the server does not have any more is done as well.
+bool deletionDone(const CloudResult<>& result) {
+    return result || result.error().code == CloudErrorCode::unknownItem;
+}
+
+// Where a too large image is reduced on its way up.
+std::filesystem::path scratchFolder() {
+    std::error_code error;
+    auto folder = std::filesystem::temp_directory_path(error);
+    return error ? std::filesystem::path("/tmp") : folder;
+}
+
+// One request's worth of saves and deletions, with what each record stands
+// for locally.
+template <typename Sent>
+struct Batch {
+    std::vector<CloudRecord> saves;
+    std::map<std::string, Sent> sent;  // by record name
+    std::vector<CloudRecordID> deletes;
+    std::map<std::string, std::string> tombstoneOf;  // record name to tombstone key
+    // Deleted and then copied again: the new copy's save answers for the
+    // deletion, so the two never meet in one request.
+    std::map<std::string, std::string> supersededTombstone;
+
+    void save(CloudRecord record, Sent what) {
+        sent.emplace(record.recordName, std::move(what));
+        saves.push_back(std::move(record));
+    }
+    void remove(const std::string& recordName, const std::string& tombstone) {
+        if (sent.contains(recordName))
+            supersededTombstone.emplace(recordName, tombstone);
+        else if (tombstoneOf.emplace(recordName, tombstone).second)
+            deletes.push_back(ClipRecords::id(recordName));
+    }
+    bool empty() const { return saves.empty() && deletes.empty(); }
+};
+
+}  // namespace
+
+CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
+    const std::string zone(zoneName);
+    Bytes token = defaults_.data(prefkey::syncToken).value_or(Bytes{});
+    for (;;) {
+        auto page = db.zoneChanges(zone, token, ClipRecords::changeKeys());
+        if (!page)
+            return page.error();
+        const CloudZoneChanges& changes = page.value();
+        for (const auto& [id, result] : changes.modified) {
+            if (!result)
+                continue;
+            const CloudRecord& record = result.value();
+            const std::string& type = record.recordType;
+            if (type == ClipRecords::itemType) {
+                if (auto item = ClipRecords::item(record))
+                    noteChange(texts_.syncApply(*item));
+            } else if (type == ClipRecords::categoryType) {
+                if (auto category = ClipRecords::category(record))
+                    noteChange(texts_.syncApply(*category));
+            } else if (type == ClipRecords::imageType) {
+                if (auto image = ClipRecords::image(record))
+                    noteChange(images_.syncApply(*image) == ImageClipStore::ApplyResult::changed);
+            } else if (type == ClipRecords::prefsType) {
+                noteChange(applyPrefs(record));
+            } else if (type == ClipRecords::keyType) {
+                if (auto taken = takeRemoteKey(record); !taken)
+                    return taken;
+            }
+        }
+        for (const auto& deletion : changes.deleted) {
+            const std::string& name = deletion.id.recordName;
+            if (deletion.recordType == ClipRecords::itemType) {
+                noteChange(texts_.syncApplyDeletion(name, false));
+            } else if (deletion.recordType == ClipRecords::categoryType &&
+                       name.starts_with(ClipRecords::categoryPrefix)) {
+                noteChange(texts_.syncApplyDeletion(name.substr(ClipRecords::categoryPrefix.size()),
+                                                    true));
+            } else if (deletion.recordType == ClipRecords::imageType) {
+                noteChange(images_.syncApplyDeletion(name));
+            }
+        }
+        // Stored after every page, so a pass that fails later does not
+        // fetch again what was already taken in.
+        defaults_.setData(prefkey::syncToken, changes.token);
+        // A server that promises more without moving on would keep the
+        // pass here forever; the next pass asks again.
+        if (!changes.moreComing || changes.token == token)
+            return {};
+        token = changes.token;
+    }
+}
+
+CloudResult<> ClipCloudSync::takeRemoteKey(const CloudRecord& record) {
+    auto remote = ClipRecords::key(record);
+    auto local = defaults_.data(prefkey::clipSyncKey);
+    if (!remote || !local || *local == *remote)
+        return {};
+    // Another device replaced the key (it re-created the zone): its key
+    // names the records now, and the chip order record is a new one too.
+    forgetPrefsServerState();
+    return adoptKey(*remote);
+}
+
+CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase& db) {
+    struct Sent {
+        bool isCategory = false;
+        std::string key;  // the item's rid or the category's id
+        double modified = 0;
+    };
+    auto pending = texts_.syncPending(textBatch);
+    if (pending.empty())
+        return SendOutcome{};
+
+    Batch<Sent> batch;
+    for (const auto& item : pending.items)
+        batch.save(ClipRecords::record(item), Sent{false, item.rid, item.modified});
+    for (const auto& category : pending.categories)
+        batch.save(ClipRecords::record(category), Sent{true, category.id, category.modified});
+    for (const auto& tombstone : pending.tombstones)
+        batch.remove(tombstone.kind == "category" ? ClipRecords::categoryRecordName(tombstone.key)
+                                                  : tombstone.key,
+                     tombstone.key);
+
+    auto answer = db.modifyRecords(batch.saves, batch.deletes,
+                                   CloudSavePolicy::ifServerRecordUnchanged, false);
+    if (!answer)
+        return answer.error();
+
+    SendOutcome outcome;
+    outcome.more = pending.items.size() >= static_cast<std::size_t>(textBatch) ||
+                   pending.tombstones.size() >= static_cast<std::size_t>(textBatch);
+    for (const auto& [id, result] : answer.value().saved) {
+        auto found = batch.sent.find(id.recordName);
+        if (found == batch.sent.end())
+            continue;
+        const Sent& sent = found->second;
+        if (result) {
+            auto ck = ClipRecords::systemFields(result.value());
+            if (sent.isCategory)
+                texts_.syncMarkSentCategory(sent.key, sent.modified, ck);
+            else
+                texts_.syncMarkSentItem(sent.key, sent.modified, ck);
+            if (auto superseded = batch.supersededTombstone.find(id.recordName);
+                superseded != batch.supersededTombstone.end())
+                texts_.syncRemoveTombstone(superseded->second);
+            continue;
+        }
+        const CloudError& error = result.error();
+        if (error.code == CloudErrorCode::unknownItem) {
+            // The saved copy was deleted on the server: save a new one.
+            if (sent.isCategory)
+                texts_.syncForgetCategoryTag(sent.key);
+            else
+                texts_.syncForgetItemTag(sent.key);
+            outcome.more = true;
+        } else if (error.code == CloudErrorCode::serverRecordChanged) {
+            // Another device saved first: merge its copy; what stays dirty
+            // goes up again in the next pass, over the server's version.
+            if (error.serverRecord) {
+                if (sent.isCategory) {
+                    if (auto category = ClipRecords::category(*error.serverRecord))
+                        noteChange(texts_.syncApply(*category));
+                } else if (auto item = ClipRecords::item(*error.serverRecord)) {
+                    noteChange(texts_.syncApply(*item));
+                }
+            }
+            outcome.more = true;
+        } else if (!outcome.failure) {
+            log_.line(std::string(logPrefix) + "save failed " + id.recordName.substr(0, 10) + ": " +
+                      error.description);
+            outcome.failure = statusText(error);
+        }
+    }
+    // Other failures keep the tombstone for the next pass.
+    for (const auto& [id, result] : answer.value().deleted) {
+        auto tombstone = batch.tombstoneOf.find(id.recordName);
+        if (tombstone != batch.tombstoneOf.end() && deletionDone(result))
+            texts_.syncRemoveTombstone(tombstone->second);
+    }
+    return outcome;
+}
+
+CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase& db) {
+    struct Sent {
+        double modified = 0;
+    };
+    const int limit = imageBatch();
+    auto pending = images_.syncPending(limit);
+    if (pending.images.empty() && pending.tombstones.empty())
+        return SendOutcome{};
+
+    Batch<Sent> batch;
+    const auto scratch = scratchFolder();
+    for (const auto& image : pending.images) {
+        auto built = ClipRecords::record(image, images_, scratch);
+        if (built.record) {
+            batch.save(std::move(*built.record), Sent{image.modified});
+        } else if (built.tooLarge) {
+            // It will never fit; taken off the queue so that it is not
+            // reduced again on every pass, until the user changes it.
+            images_.syncMarkSent(image.rid, image.modified, std::nullopt);
+        }
+        // Otherwise the file could not be read now: it stays dirty.
+    }
+    for (const auto& tombstone : pending.tombstones)
+        batch.remove(tombstone, tombstone);
+
+    SendOutcome outcome;
+    outcome.more = pending.images.size() >= static_cast<std::size_t>(limit) ||
+                   pending.tombstones.size() >= static_cast<std::size_t>(limit);
+    if (batch.empty())
+        return outcome;
+    auto answer = db.modifyRecords(batch.saves, batch.deletes,
+                                   CloudSavePolicy::ifServerRecordUnchanged, false);
+    if (!answer)
+        return answer.error();
+
+    for (const auto& [id, result] : answer.value().saved) {
+        auto found = batch.sent.find(id.recordName);
+        if (found == batch.sent.end())
+            continue;
+        const std::string& rid = id.recordName;
+        if (result) {
+            images_.syncMarkSent(rid, found->second.modified,
+                                 ClipRecords::systemFields(result.value()));
+            if (auto superseded = batch.supersededTombstone.find(rid);
+                superseded != batch.supersededTombstone.end())
+                images_.syncRemoveTombstone(superseded->second);
+            continue;
+        }
+        const CloudError& error = result.error();
+        if (error.code == CloudErrorCode::unknownItem) {
+            images_.syncForgetTag(rid);
+            outcome.more = true;
+        } else if (error.code == CloudErrorCode::serverRecordChanged) {
+            if (error.serverRecord) {
+                if (auto image = ClipRecords::image(*error.serverRecord))
+                    noteChange(images_.syncApply(*image) == ImageClipStore::ApplyResult::changed);
+            }
+            outcome.more = true;
+        } else if (!outcome.failure) {
+            log_.line(std::string(logPrefix) + "image save failed: " + error.description);
+            outcome.failure = statusText(error);
+        }
+    }
+    for (const auto& [id, result] : answer.value().deleted) {
+        auto tombstone = batch.tombstoneOf.find(id.recordName);
+        if (tombstone != batch.tombstoneOf.end() && deletionDone(result))
+            images_.syncRemoveTombstone(tombstone->second);
+    }
+    return outcome;
+}
+
+CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
+    auto rids = images_.syncPendingDownloads(downloadBatch());
+    if (rids.empty())
+        return {};
+    std::vector<CloudRecordID> ids;
+    for (const auto& rid : rids)
+        ids.push_back(ClipRecords::id(rid));
+    auto fetched = db.fetchRecords(ids, std::vector<std::string>{"data"});
+    if (!fetched)
+        return fetched.error();
+    for (const auto& [id, result] : fetched.value()) {
+        if (result) {
+            if (auto data = ClipRecords::imageData(result.value()))
+                noteChange(images_.syncStoreDownloaded(id.recordName, *data));
+            else
+                images_.syncDropPending(id.recordName);
+        } else if (result.error().code == CloudErrorCode::unknownItem) {
+            images_.syncDropPending(id.recordName);
+        }
+    }
+    return {};
+}
+
+CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendPrefs(CloudDatabase& db) {
+    if (!KeyboardSettings(defaults_).clipboardChipOrderSync())
+        return SendOutcome{};
+    if (adoptRemoteOrderIfNewer()) {
+        noteChange(true);
+        return SendOutcome{};
+    }
+    if (!defaults_.boolValue(prefkey::syncOrderDirty))
+        return SendOutcome{};
+
+    ClipRecords::ChipOrder order{
+        defaults_.stringArray(prefkey::clipboardChipOrder).value_or(std::vector<std::string>{}),
+        defaults_.doubleValue(prefkey::syncOrderModified)};
+    CloudRecord record = ClipRecords::prefsRecord(order, defaults_.data(prefkey::syncOrderCK));
+    auto answer = db.modifyRecords({record}, {}, CloudSavePolicy::ifServerRecordUnchanged, true);
+    if (!answer)
+        return answer.error();
+    if (answer.value().saved.size() != 1)
+        return CloudError(CloudErrorCode::serverRejectedRequest,
+                          "The server answered for another number of records than sent");
+    const auto& result = answer.value().saved.front().result;
+    if (result) {
+        defaults_.setData(prefkey::syncOrderCK, result.value().systemFields);
+        defaults_.setStringArray(prefkey::syncOrderRemote, order.order);
+        defaults_.setDouble(prefkey::syncOrderRemoteModified, order.modified);
+        // The user may have arranged the chips again during the save.
+        if (defaults_.doubleValue(prefkey::syncOrderModified) == order.modified)
+            defaults_.setBool(prefkey::syncOrderDirty, false);
+        return SendOutcome{};
+    }
+
+    const CloudError& error = result.error();
+    log_.line(std::string(logPrefix) + "order save failed: " + error.description);
+    SendOutcome outcome;
+    if (error.code == CloudErrorCode::serverRecordChanged && error.serverRecord) {
+        // The newer order wins; when ours is, it goes up over theirs next pass.
+        noteChange(applyPrefs(*error.serverRecord));
+        outcome.more = true;
+    } else if (error.code == CloudErrorCode::unknownItem) {
+        defaults_.remove(prefkey::syncOrderCK);
+        outcome.more = true;
+    } else {
+        outcome.failure = statusText(error);
+    }
+    return outcome;
+}
+
+bool ClipCloudSync::applyPrefs(const CloudRecord& record) {
+    // The server's version is what the next save must replace, even when
+    // its order cannot be read.
+    if (auto ck = ClipRecords::systemFields(record))
+        defaults_.setData(prefkey::syncOrderCK, *ck);
+    auto order = ClipRecords::chipOrder(record);
+    if (!order)
+        return false;
+    defaults_.setStringArray(prefkey::syncOrderRemote, order->order);
+    defaults_.setDouble(prefkey::syncOrderRemoteModified, order->modified);
+    return adoptRemoteOrderIfNewer();
+}
+
+bool ClipCloudSync::adoptRemoteOrderIfNewer() {
+    if (!KeyboardSettings(defaults_).clipboardChipOrderSync())
+        return false;
+    auto remote = defaults_.stringArray(prefkey::syncOrderRemote);
+    if (!remote)
+        return false;
+    double remoteModified = defaults_.doubleValue(prefkey::syncOrderRemoteModified);
+    // On equal times the local order stays.
+    if (!(defaults_.doubleValue(prefkey::syncOrderModified) < remoteModified))
+        return false;
+    defaults_.setStringArray(prefkey::clipboardChipOrder, *remote);
+    defaults_.setDouble(prefkey::syncOrderModified, remoteModified);
+    defaults_.setBool(prefkey::syncOrderDirty, false);
+    return true;
+}
+
+}  // namespace zettly

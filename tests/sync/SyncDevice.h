@@ -1,0 +1,152 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/InMemoryCloud.h"
+#include "store/ClipboardStore.h"
+#include "store/ImageClipStore.h"
+#include "store/PrefKeys.h"
+#include "sync/ClipCloudSync.h"
+#include "tests/fakes/ManualMainQueue.h"
+#include "tests/fakes/StoreFixture.h"
+
+namespace zettly::test {
+
+// A device's view of the in-memory server with a few seams for tests: it
+// counts passes (each starts with the account status) and user checks,
+// remembers the token every change fetch started from, and can run
+// something just before a save or fail a chosen change fetch, which is how
+// another device's save lands in the middle of a pass.
+class HookedContainer final : public CloudContainer, private CloudDatabase {
+public:
+    explicit HookedContainer(std::unique_ptr<InMemoryContainer> device)
+        : inner(std::move(device)) {}
+
+    CloudResult<CloudAccountStatus> accountStatus() override {
+        ++passes;
+        return inner->accountStatus();
+    }
+    CloudResult<std::string> userRecordName() override {
+        ++userChecks;
+        return inner->userRecordName();
+    }
+    CloudDatabase& privateDatabase() override { return *this; }
+    void setPushHandler(std::function<void(const std::string&)> handler) override {
+        inner->setPushHandler(std::move(handler));
+    }
+
+    std::unique_ptr<InMemoryContainer> inner;
+    int passes = 0;
+    int userChecks = 0;
+    std::vector<CloudBytes> fetchedSince;
+    std::function<void()> beforeNextSave;  // used up by the save it precedes
+    std::function<std::optional<CloudError>()> beforeFetch;
+
+private:
+    CloudDatabase& db() { return inner->privateDatabase(); }
+    CloudResult<> saveZones(const std::vector<std::string>& names) override {
+        return db().saveZones(names);
+    }
+    CloudResult<> deleteZones(const std::vector<std::string>& names) override {
+        return db().deleteZones(names);
+    }
+    CloudResult<> saveSubscription(const CloudSubscription& subscription) override {
+        return db().saveSubscription(subscription);
+    }
+    CloudResult<std::vector<CloudPerRecord<CloudRecord>>> fetchRecords(
+        const std::vector<CloudRecordID>& ids, const CloudDesiredKeys& keys) override {
+        return db().fetchRecords(ids, keys);
+    }
+    CloudResult<CloudModifyResults> modifyRecords(const std::vector<CloudRecord>& saves,
+                                                  const std::vector<CloudRecordID>& deletes,
+                                                  CloudSavePolicy policy, bool atomic) override {
+        if (auto hook = std::exchange(beforeNextSave, nullptr))
+            hook();
+        return db().modifyRecords(saves, deletes, policy, atomic);
+    }
+    CloudResult<CloudZoneChanges> zoneChanges(const std::string& zone, const CloudBytes& since,
+                                              const CloudDesiredKeys& keys,
+                                              std::size_t limit) override {
+        fetchedSince.push_back(since);
+        if (beforeFetch) {
+            if (auto failure = beforeFetch())
+                return *failure;
+        }
+        return db().zoneChanges(zone, since, keys, limit);
+    }
+};
+
+// One device: its own folder, defaults, clock, stores, main queue and
+// background executor, and a sync engine (role mac, sync switched on) over
+// the shared server.
+struct SyncDevice {
+    using Role = ClipCloudSync::Role;
+
+    SyncDevice(InMemoryCloud& server, const std::string& user, Role role = Role::mac)
+        : cloud(server.container(user)) {
+        env.defaults.setBool(prefkey::clipboardCloudSync, true);
+        env.defaults.setInteger(prefkey::clipboardLimit, 1000);
+        engine.setRole(role);
+        engine.didChange = [this] { ++changesPosted; };
+    }
+
+    std::string copy(const std::string& text) {
+        texts.insert(text);
+        return idOf(text);
+    }
+    std::string idOf(const std::string& text) {
+        for (const auto& item : texts.fetch(1000, 0))
+            if (item.text == text)
+                return item.id;
+        return {};
+    }
+    bool sync() { return engine.sync("test"); }
+    // How many didChange calls reached the main queue.
+    int posted() {
+        main.runPending();
+        return changesPosted;
+    }
+
+    // The history as the user sees it, in a form two devices can compare:
+    // "text [pinned] #category @label", sorted, then the categories.
+    std::vector<std::string> contents() {
+        std::vector<std::string> lines;
+        for (const auto& item : texts.fetch(1000, 0)) {
+            std::string line = item.text + (item.pinned ? " [pinned]" : "");
+            for (const auto& category : texts.categories())
+                if (item.category == category.id)
+                    line += " #" + category.name;
+            if (item.label)
+                line += " @" + *item.label;
+            lines.push_back(line);
+        }
+        std::sort(lines.begin(), lines.end());
+        for (const auto& category : texts.categories())
+            lines.push_back("category " + category.name);
+        return lines;
+    }
+    std::optional<std::vector<std::uint8_t>> key() {
+        return env.defaults.data(prefkey::clipSyncKey);
+    }
+    std::optional<std::string> lastError() {
+        return env.defaults.string(prefkey::clipSyncLastError);
+    }
+
+    StoreEnvironment env;
+    ClipboardStore texts{env.context()};
+    ImageClipStore images{env.context()};
+    ManualMainQueue main{env.clock};
+    ManualExecutor background;
+    HookedContainer cloud;
+    ClipCloudSync engine{
+        {&cloud, texts, images, env.defaults, env.clock, env.log, main, background}};
+    int changesPosted = 0;
+};
+
+}  // namespace zettly::test
