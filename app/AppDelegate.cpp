@@ -31,11 +31,18 @@ AppDelegate::AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults,
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    // Every local change keeps sync in its quick pace for two minutes.
-    MainQueue& queue = mainQueue_;
-    texts_.didChangeLocally = [&queue] {
-        queue.post([] {
+    // No sync backend is configured yet: the engine then reports sync as off
+    // and does nothing else.
+    sync_ = std::make_unique<ClipCloudSync>(
+        ClipCloudSync::Dependencies{nullptr, texts_, images_, defaults_, SystemClock::instance(),
+                                    StderrLog::instance(), mainQueue_, syncExecutor_},
+        ClipCloudSync::Role::mac);
+    // Every local change keeps sync in its quick pace for two minutes and
+    // asks for a sync once a burst of changes is over.
+    texts_.didChangeLocally = [this] {
+        mainQueue_.post([this] {
             SyncPace::shared().fastUntil = SystemClock::instance().now() + SyncPace::fastWindow;
+            sync_->syncSoon("local", 1.5);
         });
     };
 
@@ -54,6 +61,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     popup_->onQuit = [] { QCoreApplication::quit(); };
     window_->pasteAutomatically = [this] { return ClipPrefs(defaults_).pasteAutomatically(); };
     window_->setController(popup_.get());
+    popup_->onOpened = [this] { sync_->syncInBackground("window"); };
+    sync_->didChange = [this] { popup_->cloudDidChange(); };
     registerHotKey();
 
     buildTrayMenu();
@@ -63,6 +72,13 @@ void AppDelegate::applicationDidFinishLaunching() {
     });
     updateIcon();
     tray_.show();
+
+    pollTimer_ =
+        mainQueue_.repeating(SyncCadence::tickInterval, SyncCadence::tickTolerance, [this] {
+            if (cadence_.due(SyncPace::shared(), SystemClock::instance().now()))
+                sync_->syncInBackground("timer");
+        });
+    sync_->syncInBackground("launch");
 }
 
 void AppDelegate::buildTrayMenu() {

@@ -17,6 +17,8 @@
 #include "platform/linux/XkbKeyboardLayout.h"
 #include "popup/PopupController.h"
 #include "popup/ui/PopupWindow.h"
+#include "sync/ClipCloudSync.h"
+#include "sync/SyncPace.h"
 
 namespace zettly {
 
@@ -45,6 +47,7 @@ public:
 
     PasteboardMonitor& monitor() { return *monitor_; }
     PopupController& popup() { return *popup_; }
+    ClipCloudSync& cloudSync() { return *sync_; }
 
     // Registers the stored shortcut (again, after the settings changed it).
     void registerHotKey();
@@ -68,6 +71,12 @@ private:
     std::unique_ptr<PopupWindow> window_;
     std::unique_ptr<PopupController> popup_;
     std::unique_ptr<X11HotKey> hotKey_;
+    std::unique_ptr<ClipCloudSync> sync_;
+    std::unique_ptr<Timer> pollTimer_;
+    SyncCadence cadence_;
+    // Declared after sync_ so that it goes first: its thread finishes the
+    // pass in flight while the engine still exists.
+    SerialExecutor syncExecutor_;
     QSystemTrayIcon tray_;
     QMenu trayMenu_;
     QAction* pauseAction_ = nullptr;
