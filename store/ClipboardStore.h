@@ -186,6 +186,16 @@ public:
     // Confirms a send of the version with this `modified`: the server data is
     // kept, and the row is clean unless it changed again meanwhile.
     void syncMarkSentItem(const std::string& rid, double modified, const std::optional<Bytes>& ck);
+    // One confirmed send of an item, for syncMarkSentItems().
+    struct SyncSent {
+        std::string rid;
+        double modified = 0;
+        std::optional<Bytes> ck;
+        bool operator==(const SyncSent&) const = default;
+    };
+    // syncMarkSentItem() for a whole answer at once, in one transaction. A
+    // row the database refuses stays dirty and is simply sent again.
+    void syncMarkSentItems(const std::vector<SyncSent>& sent);
     void syncMarkSentCategory(const std::string& id, double modified,
                               const std::optional<Bytes>& ck);
     // The server no longer knows the record: the next send makes a new one.
@@ -195,6 +205,11 @@ public:
     // Takes in a record from the cloud, merged with the local copy. True
     // when the local history changed (the history window must refresh).
     bool syncApply(const SyncItem& item);
+    // syncApply() for each item in order, in one transaction, with the
+    // history's limit applied once after all of them: the same rows and
+    // deletions as taking them in one by one. One result per item; all
+    // false, with nothing changed, when the database refuses the batch.
+    std::vector<bool> syncApplyItems(const std::vector<SyncItem>& items);
     bool syncApply(const SyncCategory& category);
     // A deletion from the cloud. Rows and categories with unsent local
     // changes survive it. True when something was deleted.
@@ -216,6 +231,18 @@ private:
     void expireLocked(double now);
     void tombstoneLocked(std::string_view condition, double now);
     bool fillRecordNamesLocked(const Bytes& key);
+    // The row work of syncApply(item) inside the caller's transaction,
+    // without the trim. Sets `inserted` when a new row was added (the
+    // history's limit must then be applied); false from a failed statement
+    // means the transaction must not be committed.
+    struct ApplyOutcome {
+        bool ok = false;
+        bool changed = false;
+        bool inserted = false;
+    };
+    ApplyOutcome syncApplyLocked(const SyncItem& item, double now);
+    bool syncMarkSentItemLocked(const std::string& rid, double modified,
+                                const std::optional<Bytes>& ck);
     std::optional<Bytes> syncKey() const;
     std::int64_t retentionMinutes() const;
     std::string liveSQL(double now) const;

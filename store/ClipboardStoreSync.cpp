@@ -128,16 +128,39 @@ ClipboardStore::SyncPending ClipboardStore::syncPending(std::int64_t limit) {
     return out;
 }
 
+bool ClipboardStore::syncMarkSentItemLocked(const std::string& rid, double modified,
+                                            const std::optional<Bytes>& ck) {
+    // The row stays dirty when it changed after the snapshot that was sent.
+    sql::CachedStatement update = db_.cached(
+        "UPDATE items SET ck = ?, dirty = CASE WHEN COALESCE(modified, created) = ? THEN 0 "
+        "ELSE dirty END WHERE rid = ?");
+    update->bind(1, ck);
+    update->bind(2, modified);
+    update->bind(3, rid);
+    return update->run();
+}
+
 void ClipboardStore::syncMarkSentItem(const std::string& rid, double modified,
                                       const std::optional<Bytes>& ck) {
     std::lock_guard lock(mutex_);
+    if (ensureOpenLocked())
+        syncMarkSentItemLocked(rid, modified, ck);
+}
+
+void ClipboardStore::syncMarkSentItems(const std::vector<SyncSent>& sent) {
+    if (sent.empty())
+        return;
+    std::lock_guard lock(mutex_);
     if (!ensureOpenLocked())
         return;
-    // The row stays dirty when it changed after the snapshot that was sent.
-    sql::run(db_,
-             "UPDATE items SET ck = ?, dirty = CASE WHEN COALESCE(modified, created) = ? THEN 0 "
-             "ELSE dirty END WHERE rid = ?",
-             ck, modified, rid);
+    // A first upload confirms thousands of rows; one commit (one journal and
+    // its syncs) for all of them instead of one each.
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun())
+        return;
+    for (const auto& one : sent)
+        syncMarkSentItemLocked(one.rid, one.modified, one.ck);
+    tx.commit();
 }
 
 void ClipboardStore::syncMarkSentCategory(const std::string& id, double modified,
@@ -169,17 +192,18 @@ void ClipboardStore::syncRemoveTombstone(const std::string& key) {
         sql::run(db_, "DELETE FROM sync_tombstones WHERE key = ?", key);
 }
 
-bool ClipboardStore::syncApply(const SyncItem& item) {
+namespace {
+
+bool acceptable(const ClipboardStore::SyncItem& item) {
     // Nothing the capture side could have stored either.
-    if (item.rid.empty() || item.text.size() > maxTextBytes)
-        return false;
-    std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked())
-        return false;
-    double now = context_.clock.now();
-    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
-    if (!tx.begun() || !passTombstone(db_, item.rid, item.modified))
-        return false;
+    return !item.rid.empty() && item.text.size() <= ClipboardStore::maxTextBytes;
+}
+
+}  // namespace
+
+ClipboardStore::ApplyOutcome ClipboardStore::syncApplyLocked(const SyncItem& item, double now) {
+    if (!passTombstone(db_, item.rid, item.modified))
+        return {};
 
     // An old entry from a device that was off for weeks is not brought back
     // to life here; the tombstone tells the other devices to drop it too.
@@ -187,12 +211,11 @@ bool ClipboardStore::syncApply(const SyncItem& item) {
     double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
     if (!keptByUser && item.created < cutoff) {
         std::string key = sql::quote(item.rid);
-        if (db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, kind, at) VALUES(" + key +
-                     ", 'item', " + sql::number(now) + ")") &&
-            db_.exec("DELETE FROM items WHERE rid = " + key +
-                     " AND dirty = 0 AND pinned = 0 AND category IS NULL AND label IS NULL"))
-            tx.commit();
-        return false;
+        bool ok = db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, kind, at) VALUES(" + key +
+                           ", 'item', " + sql::number(now) + ")") &&
+                  db_.exec("DELETE FROM items WHERE rid = " + key +
+                           " AND dirty = 0 AND pinned = 0 AND category IS NULL AND label IS NULL");
+        return {.ok = ok};
     }
 
     // The same text copied on this device before the key was shared has
@@ -228,10 +251,10 @@ bool ClipboardStore::syncApply(const SyncItem& item) {
             "hash = ?",
             item.type, side.created, side.pinned, side.category, side.label, side.modified, side.mm,
             merged.needsUpload, item.ck, item.rid, h);
-        return stored && tx.commit() && merged.localChanged;
+        return {.ok = stored, .changed = merged.localChanged};
     }
     if (rc != SQLITE_DONE)
-        return false;
+        return {};
     local = {};
 
     bool stored = sql::run(
@@ -240,11 +263,63 @@ bool ClipboardStore::syncApply(const SyncItem& item) {
         "dirty, ck, rid, mm)\nVALUES(?,?,?,?,?,?,?,?,?,0,?,?,?)",
         crypto::newUUID(), item.text, h, item.type, item.created, item.pinned, item.category,
         item.label, item.modified, item.ck, item.rid, item.mm);
-    if (!stored)
+    return {.ok = stored, .changed = stored, .inserted = stored};
+}
+
+bool ClipboardStore::syncApply(const SyncItem& item) {
+    if (!acceptable(item))
+        return false;
+    std::lock_guard lock(mutex_);
+    if (!ensureOpenLocked())
+        return false;
+    double now = context_.clock.now();
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun())
+        return false;
+    ApplyOutcome outcome = syncApplyLocked(item, now);
+    if (!outcome.ok)
         return false;
     // A received row counts against the history's limit like a copied one.
-    trimLocked(now);
-    return tx.commit();
+    if (outcome.inserted)
+        trimLocked(now);
+    return tx.commit() && outcome.changed;
+}
+
+std::vector<bool> ClipboardStore::syncApplyItems(const std::vector<SyncItem>& items) {
+    std::vector<bool> results(items.size(), false);
+    if (items.empty())
+        return results;
+    std::lock_guard lock(mutex_);
+    if (!ensureOpenLocked())
+        return results;
+    double now = context_.clock.now();
+    // A page of a first download holds hundreds of records: one commit for
+    // all of them, and one trim. The trim keeps the newest unpinned rows and
+    // rows only get added here, so a row an early trim would cut is cut by
+    // the last one too: the same rows and tombstones as trimming each time.
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun())
+        return results;
+    bool anyInserted = false;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (!acceptable(items[i]))
+            continue;
+        // Each item is all or nothing on its own, as when taken in singly: a
+        // refused one leaves no half-made row and does not undo the others.
+        if (!db_.cached("SAVEPOINT sync_item")->run())
+            continue;
+        ApplyOutcome outcome = syncApplyLocked(items[i], now);
+        if (!outcome.ok)
+            db_.cached("ROLLBACK TO sync_item")->run();
+        db_.cached("RELEASE sync_item")->run();
+        results[i] = outcome.ok && outcome.changed;
+        anyInserted = anyInserted || (outcome.ok && outcome.inserted);
+    }
+    if (anyInserted)
+        trimLocked(now);
+    if (!tx.commit())
+        return std::vector<bool>(items.size(), false);
+    return results;
 }
 
 bool ClipboardStore::syncApply(const SyncCategory& category) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "platform/Log.h"
 #include "store/ClipPrefs.h"
@@ -66,6 +67,17 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
         if (!page)
             return page.error();
         const CloudZoneChanges& changes = page.value();
+        // Runs of texts are taken in together (one commit for a whole page
+        // of a first download); any other record first lets the texts before
+        // it land, so the page's order still holds.
+        std::vector<ClipboardStore::SyncItem> items;
+        auto applyItems = [&] {
+            if (items.empty())
+                return;
+            for (bool changed : texts_.syncApplyItems(items))
+                noteChange(changed);
+            items.clear();
+        };
         for (const auto& [id, result] : changes.modified) {
             if (!result)
                 continue;
@@ -73,8 +85,11 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
             const std::string& type = record.recordType;
             if (type == ClipRecords::itemType) {
                 if (auto item = ClipRecords::item(record))
-                    noteChange(texts_.syncApply(*item));
-            } else if (type == ClipRecords::categoryType) {
+                    items.push_back(std::move(*item));
+                continue;
+            }
+            applyItems();
+            if (type == ClipRecords::categoryType) {
                 if (auto category = ClipRecords::category(record))
                     noteChange(texts_.syncApply(*category));
             } else if (type == ClipRecords::imageType) {
@@ -87,6 +102,7 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
                     return taken;
             }
         }
+        applyItems();
         for (const auto& deletion : changes.deleted) {
             const std::string& name = deletion.id.recordName;
             if (deletion.recordType == ClipRecords::itemType) {
@@ -149,17 +165,26 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase
     SendOutcome outcome;
     outcome.more = pending.items.size() >= static_cast<std::size_t>(textBatch) ||
                    pending.tombstones.size() >= static_cast<std::size_t>(textBatch);
+    // Confirmed together, in one commit, before anything below can change
+    // the rows again.
+    std::vector<ClipboardStore::SyncSent> sentItems;
+    for (const auto& [id, result] : answer.value().saved) {
+        auto found = batch.sent.find(id.recordName);
+        if (result && found != batch.sent.end() && !found->second.isCategory)
+            sentItems.push_back(
+                ClipboardStore::SyncSent{found->second.key, found->second.modified,
+                                         ClipRecords::systemFields(result.value())});
+    }
+    texts_.syncMarkSentItems(sentItems);
     for (const auto& [id, result] : answer.value().saved) {
         auto found = batch.sent.find(id.recordName);
         if (found == batch.sent.end())
             continue;
         const Sent& sent = found->second;
         if (result) {
-            auto ck = ClipRecords::systemFields(result.value());
             if (sent.isCategory)
-                texts_.syncMarkSentCategory(sent.key, sent.modified, ck);
-            else
-                texts_.syncMarkSentItem(sent.key, sent.modified, ck);
+                texts_.syncMarkSentCategory(sent.key, sent.modified,
+                                            ClipRecords::systemFields(result.value()));
             if (auto superseded = batch.supersededTombstone.find(id.recordName);
                 superseded != batch.supersededTombstone.end())
                 texts_.syncRemoveTombstone(superseded->second);

@@ -91,8 +91,10 @@ TEST_F(ClipboardSync, AConfirmedSendKeepsTheServerDataButRowsChangedMeanwhileSta
     env.clock.advance(5);
     store.insert("a");
     store.renameCategory(work->id, "Job");
+    std::vector<ClipboardStore::SyncSent> confirmed;
     for (const SyncItem& item : sent.items)
-        store.syncMarkSentItem(item.rid, item.modified, kTag);
+        confirmed.push_back({item.rid, item.modified, kTag});
+    store.syncMarkSentItems(confirmed);
     store.syncMarkSentCategory(work->id, sent.categories.at(0).modified, kTag);
     EXPECT_THAT(sql("SELECT text, hex(ck), dirty FROM items ORDER BY text"),
                 ElementsAre(Row{"a", "AB", "1"}, Row{"b", "AB", "0"}));
@@ -119,6 +121,38 @@ TEST_F(ClipboardSync, ANewRemoteItemIsStoredCleanAndCountsAgainstTheHistoryLimit
                 ElementsAre(Row{"there", "code", whole(now() + 1), whole(now() + 2),
                                 whole(now() + 2), "0", "note", "0", "AB", rid("there")}));
     EXPECT_THAT(tombstones(), ElementsAre(Row{rid("here"), "item", whole(now())}));
+}
+
+TEST_F(ClipboardSync, ABatchLargerThanTheHistoryLimitEndsWithTheSameRowsAsTakingItemsInOneByOne) {
+    env.defaults.setInteger(prefkey::clipboardLimit, 2);
+    add("here");
+    SyncItem pinned = remote("pinned", now() - 10);
+    pinned.pinned = true;
+    SyncItem unnamed = remote("unnamed", now() + 9);
+    unnamed.rid.clear();
+    // Out of order, as a page may bring them; the refused one spoils nothing.
+    std::vector<SyncItem> batch{remote("r3", now() + 3), remote("r1", now() + 1), pinned, unnamed,
+                                remote("r4", now() + 4), remote("r2", now() + 2)};
+    EXPECT_THAT(store.syncApplyItems(batch), ElementsAre(true, true, true, false, true, true));
+
+    test::StoreEnvironment single;
+    single.defaults.setInteger(prefkey::clipboardLimit, 2);
+    single.defaults.setData(prefkey::clipSyncKey, kKey);
+    single.clock.set(now());
+    ClipboardStore one(single.context());
+    one.insert("here");
+    for (const SyncItem& item : batch)
+        one.syncApply(item);
+
+    const std::string kept = "SELECT text FROM items ORDER BY created DESC";
+    EXPECT_THAT(sql(kept), ElementsAre(Row{"r4"}, Row{"r3"}, Row{"pinned"}));
+    EXPECT_EQ(test::rows(*one.databasePath(), kept), sql(kept));
+    EXPECT_THAT(tombstones(), ElementsAre(Row{rid("here"), "item", whole(now())},
+                                          Row{rid("r1"), "item", whole(now())},
+                                          Row{rid("r2"), "item", whole(now())}));
+    EXPECT_EQ(test::rows(*one.databasePath(),
+                         "SELECT key, kind, CAST(at AS INTEGER) FROM sync_tombstones ORDER BY key"),
+              tombstones());
 }
 
 TEST_F(ClipboardSync, ATextKnownUnderAnotherNameIsMergedIntoItsRowAndTakesTheReceivedName) {
