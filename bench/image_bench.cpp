@@ -16,6 +16,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchSupport.h"
 #include "platform/Clock.h"
 #include "platform/Log.h"
 #include "store/Crypto.h"
@@ -27,12 +28,9 @@ namespace fs = std::filesystem;
 using namespace zettly;
 using Bytes = std::vector<std::uint8_t>;
 
-namespace {
+using namespace zettly::bench;
 
-class QuietLog final : public Log {
-public:
-    void line(std::string_view) override {}
-};
+namespace {
 
 // ---- inputs -------------------------------------------------------------
 

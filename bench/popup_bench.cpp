@@ -14,6 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchSupport.h"
 #include "platform/Clock.h"
 #include "platform/Log.h"
 #include "popup/PopupModel.h"
@@ -27,20 +28,9 @@
 namespace fs = std::filesystem;
 using namespace zettly;
 
+using namespace zettly::bench;
+
 namespace {
-
-class SteppingClock final : public Clock {
-public:
-    double now() const override { return t_ += 0.001; }
-
-private:
-    mutable std::atomic<double> t_{1'731'670'000.0};
-};
-
-class QuietLog final : public Log {
-public:
-    void line(std::string_view) override {}
-};
 
 // A deterministic stream of words: mostly plain English, some capitalised,
 // and in every fourth text some accented and Cyrillic words, so that the

@@ -14,6 +14,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench/BenchSupport.h"
 #include "platform/Clock.h"
 #include "platform/Log.h"
 #include "store/ClipboardStore.h"
@@ -27,6 +28,8 @@ using namespace zettly;
 
 // SQLite is a shared library, so its calls to fsync and fdatasync bind to
 // these definitions in the executable; they count and pass through.
+using namespace zettly::bench;
+
 namespace {
 std::atomic<long> syncCalls{0};
 }
@@ -44,19 +47,6 @@ extern "C" int fdatasync(int fd) {
 }
 
 namespace {
-
-class SteppingClock final : public Clock {
-public:
-    double now() const override { return t_ += 0.001; }
-
-private:
-    mutable std::atomic<double> t_{1'731'670'000.0};
-};
-
-class QuietLog final : public Log {
-public:
-    void line(std::string_view) override {}
-};
 
 std::string sampleText(long n) {
     return "Meeting notes #" + std::to_string(n) +

@@ -19,47 +19,42 @@ using SyncImage = ImageClipStore::SyncImage;
 
 namespace {
 
-std::optional<double> number(const CloudFields& fields, std::string_view key) {
+const CloudValue* field(const CloudFields& fields, std::string_view key) {
     auto found = fields.find(key);
-    if (found == fields.end())
-        return std::nullopt;
-    if (auto* real = std::get_if<double>(&found->second))
-        return *real;
-    if (auto* whole = std::get_if<std::int64_t>(&found->second))
-        return static_cast<double>(*whole);
+    return found == fields.end() ? nullptr : &found->second;
+}
+
+// The field when it holds exactly a T; none when missing or of another kind.
+template <typename T>
+std::optional<T> exactly(const CloudFields& fields, std::string_view key) {
+    const CloudValue* value = field(fields, key);
+    if (const T* typed = value ? std::get_if<T>(value) : nullptr)
+        return *typed;
     return std::nullopt;
 }
 
+std::optional<double> number(const CloudFields& fields, std::string_view key) {
+    if (auto whole = exactly<std::int64_t>(fields, key))
+        return static_cast<double>(*whole);
+    return exactly<double>(fields, key);
+}
+
 std::optional<std::int64_t> integer(const CloudFields& fields, std::string_view key) {
-    auto found = fields.find(key);
-    if (found == fields.end())
-        return std::nullopt;
-    if (auto* whole = std::get_if<std::int64_t>(&found->second))
-        return *whole;
+    if (auto whole = exactly<std::int64_t>(fields, key))
+        return whole;
     // Pixel sizes are far inside the range where a double is exact; anything
     // else (NaN, huge values) is no size at all.
-    if (auto* real = std::get_if<double>(&found->second);
-        real && *real >= 0 && *real <= 4'294'967'296.0)
+    if (auto real = exactly<double>(fields, key); real && *real >= 0 && *real <= 4'294'967'296.0)
         return static_cast<std::int64_t>(*real);
     return std::nullopt;
 }
 
 std::optional<std::string> text(const CloudFields& fields, std::string_view key) {
-    auto found = fields.find(key);
-    if (found == fields.end())
-        return std::nullopt;
-    if (auto* value = std::get_if<std::string>(&found->second))
-        return *value;
-    return std::nullopt;
+    return exactly<std::string>(fields, key);
 }
 
 std::optional<ClipRecords::Bytes> bytes(const CloudFields& fields, std::string_view key) {
-    auto found = fields.find(key);
-    if (found == fields.end())
-        return std::nullopt;
-    if (auto* value = std::get_if<CloudBytes>(&found->second))
-        return *value;
-    return std::nullopt;
+    return exactly<CloudBytes>(fields, key);
 }
 
 void setOptional(CloudFields& fields, const std::string& key,
