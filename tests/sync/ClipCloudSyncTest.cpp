@@ -43,9 +43,23 @@ struct CloudSync : ::testing::Test {
             .value_or(std::vector<std::string>{});
     }
 
+    // Whatever a scenario did, two more rounds leave both devices with the
+    // same history, metadata and chip order.
+    void TearDown() override {
+        if (!expectConvergence || HasFatalFailure())
+            return;
+        for (int round = 0; round < 2; ++round) {
+            a.sync();
+            b.sync();
+        }
+        EXPECT_EQ(a.contents(), b.contents()) << "the devices did not converge";
+        EXPECT_EQ(chipOrder(a), chipOrder(b));
+    }
+
     InMemoryCloud server;
     SyncDevice a{server, "ann"};
     SyncDevice b{server, "ann"};
+    bool expectConvergence = true;
 };
 
 TEST_F(CloudSync, TheFirstDeviceMakesTheKeyTheSecondAdoptsItAndEditsConvergeBothWays) {
@@ -98,6 +112,82 @@ TEST_F(CloudSync, TheFirstDeviceMakesTheKeyTheSecondAdoptsItAndEditsConvergeBoth
     const int posted = b.posted();
     EXPECT_FALSE(b.sync()) << "nothing new arrived";
     EXPECT_EQ(b.posted(), posted);
+}
+
+TEST_F(CloudSync, TheLaterMetadataChangeWinsWhicheverDeviceSyncsFirst) {
+    std::string id = a.copy("shared");
+    a.sync();
+    b.sync();
+
+    advance(10);
+    a.texts.setPinned(id, true);
+    a.texts.saveChipOrder({"url", "pinned"});
+    advance(10);
+    b.texts.setLabel(b.idOf("shared"), "later");
+    b.texts.saveChipOrder({"pinned", "image"});
+    b.sync();
+    a.sync();
+    b.sync();
+    // Pin, category and label travel as one block stamped with its time:
+    // b's later block replaces a's pin along with everything else.
+    EXPECT_THAT(a.contents(), ElementsAre("shared @later"));
+    EXPECT_THAT(chipOrder(a), ElementsAre("pinned", "image"));
+
+    advance(10);
+    a.texts.setPinned(id, true);
+    a.sync();
+    b.sync();
+    EXPECT_THAT(b.contents(), ElementsAre("shared [pinned] @later"));
+}
+
+TEST_F(CloudSync, ADeletionRemovesTheRowElsewhereUnlessItWasChangedThereSince) {
+    a.copy("gone");
+    a.copy("edited on b");
+    a.sync();
+    b.sync();
+
+    advance(5);
+    a.texts.deleteItem(a.idOf("gone"));
+    a.texts.deleteItem(a.idOf("edited on b"));
+    advance(5);
+    b.texts.setLabel(b.idOf("edited on b"), "keep");
+    a.sync();
+    b.sync();
+    EXPECT_THAT(b.contents(), ElementsAre("edited on b @keep"));
+    a.sync();
+    EXPECT_THAT(a.contents(), ElementsAre("edited on b @keep")) << "b's edit brought it back";
+    EXPECT_EQ(count("ClipItem"), 1u);
+}
+
+TEST_F(CloudSync, TheSameScreenshotOnBothDevicesEndsAsOneImageUnderOneName) {
+    const auto shot = test::png(64, 48, test::gradient(64));
+    ASSERT_EQ(a.images.save(shot), ImageClipStore::SaveResult::saved);
+    advance(3);
+    ASSERT_EQ(b.images.save(shot), ImageClipStore::SaveResult::saved);
+    b.images.setLabel(b.images.fetchAll().at(0).id, "dashboard");
+    ASSERT_NE(a.contents(), b.contents());
+
+    a.sync();
+    b.sync();
+    a.sync();
+    EXPECT_THAT(b.contents(), ElementsAre(::testing::EndsWith(" 64x48 @dashboard")));
+    EXPECT_EQ(a.contents(), b.contents());
+    EXPECT_EQ(count("ClipImage"), 1u);
+}
+
+TEST_F(CloudSync, AnExpiredTokenFetchesEverythingAgainWithinTheSameCall) {
+    a.copy("one");
+    a.copy("two");
+    a.sync();
+    b.sync();
+    b.cloud.inner->failNext(CloudOperation::zoneChanges, CloudError(Code::changeTokenExpired));
+    b.cloud.fetchedSince.clear();
+    b.sync();
+    ASSERT_EQ(b.cloud.fetchedSince.size(), 2u);
+    EXPECT_FALSE(b.cloud.fetchedSince[0].empty());
+    EXPECT_TRUE(b.cloud.fetchedSince[1].empty());
+    EXPECT_FALSE(b.lastError());
+    EXPECT_THAT(b.contents(), ElementsAre("one", "two"));
 }
 
 TEST_F(CloudSync, TwoDevicesMakingTheKeyAtOnceBothEndWithTheOneSavedFirst) {
@@ -216,6 +306,7 @@ TEST_F(CloudSync, AZoneTheUserDeletedIsRecreatedAndRefilledWithinOneSyncCall) {
 }
 
 TEST_F(CloudSync, WithoutAnAccountABackendOrTheSwitchNothingButTheStatusHappens) {
+    expectConvergence = false;  // neither device syncs
     a.copy("private");
     a.cloud.inner->setAccountStatus(CloudAccountStatus::noAccount);
     EXPECT_FALSE(a.sync());

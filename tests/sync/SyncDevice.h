@@ -14,6 +14,7 @@
 #include "store/PrefKeys.h"
 #include "sync/ClipCloudSync.h"
 #include "tests/fakes/ManualMainQueue.h"
+#include "tests/fakes/SqlRows.h"
 #include "tests/fakes/StoreFixture.h"
 
 namespace zettly::test {
@@ -114,7 +115,8 @@ struct SyncDevice {
     }
 
     // The history as the user sees it, in a form two devices can compare:
-    // "text [pinned] #category @label", sorted, then the categories.
+    // "text [pinned] #category @label" and "image <name> WxH [pinned] @label",
+    // sorted, then the categories in their order.
     std::vector<std::string> contents() {
         std::vector<std::string> lines;
         for (const auto& item : texts.fetch(1000, 0)) {
@@ -126,6 +128,12 @@ struct SyncDevice {
                 line += " @" + *item.label;
             lines.push_back(line);
         }
+        // Images are compared by record name: each device has its own ids.
+        for (const auto& row :
+             rows(env.library() / "clipmedia.sqlite",
+                  "SELECT rid, w || 'x' || h, pinned, ifnull(label, '') FROM media"))
+            lines.push_back("image " + row[0] + " " + row[1] + (row[2] == "1" ? " [pinned]" : "") +
+                            (row[3].empty() ? "" : " @" + row[3]));
         std::sort(lines.begin(), lines.end());
         for (const auto& category : texts.categories())
             lines.push_back("category " + category.name);
