@@ -32,6 +32,22 @@ UBool withinDeadline(const void* context, int32_t) {
     return std::chrono::steady_clock::now() < static_cast<const Deadline*>(context)->end;
 }
 
+// A user pattern as capture compiles it: no flags, so case-sensitive, "^"
+// and "$" at the ends of the whole text, "." not across a line break. The
+// pattern's bytes must outlive the result (ICU keeps a shallow view of them).
+struct CompiledPattern {
+    std::unique_ptr<UText, decltype(&utext_close)> source{nullptr, utext_close};
+    std::unique_ptr<URegularExpression, decltype(&uregex_close)> regex{nullptr, uregex_close};
+};
+
+CompiledPattern compilePattern(std::string_view pattern, UErrorCode& status, UParseError& where) {
+    CompiledPattern compiled;
+    compiled.source.reset(
+        utext_openUTF8(nullptr, pattern.data(), static_cast<int64_t>(pattern.size()), &status));
+    compiled.regex.reset(uregex_openUText(compiled.source.get(), 0, &where, &status));
+    return compiled;
+}
+
 }  // namespace
 
 const std::vector<std::string>& PasteboardMonitor::builtInIgnoredApps() {
@@ -176,21 +192,18 @@ bool PasteboardMonitor::matchesAnyPattern(std::string_view text,
     for (const std::string& pattern : patterns) {
         status = U_ZERO_ERROR;
         UParseError where{};
-        std::unique_ptr<UText, decltype(&utext_close)> source(
-            utext_openUTF8(nullptr, pattern.data(), static_cast<int64_t>(pattern.size()), &status),
-            utext_close);
-        std::unique_ptr<URegularExpression, decltype(&uregex_close)> regex(
-            uregex_openUText(source.get(), 0, &where, &status), uregex_close);
+        CompiledPattern compiled = compilePattern(pattern, status, where);
+        URegularExpression* regex = compiled.regex.get();
         if (U_FAILURE(status))
             continue;  // an invalid pattern is skipped
         Deadline deadline{std::chrono::steady_clock::now() +
                           std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                               std::chrono::duration<double>(timeLimit))};
-        uregex_setMatchCallback(regex.get(), withinDeadline, &deadline, &status);
-        uregex_setUText(regex.get(), subject.get(), &status);
+        uregex_setMatchCallback(regex, withinDeadline, &deadline, &status);
+        uregex_setUText(regex, subject.get(), &status);
         if (U_FAILURE(status))
             continue;
-        bool found = uregex_find(regex.get(), 0, &status);
+        bool found = uregex_find(regex, 0, &status);
         if (U_FAILURE(status)) {
             // Too slow or too deep (a pattern like (a+)+$ on a long text):
             // not saving is the safe answer, and the user learns which one.
@@ -202,6 +215,16 @@ bool PasteboardMonitor::matchesAnyPattern(std::string_view text,
             return true;
     }
     return false;
+}
+
+std::optional<PasteboardMonitor::PatternError> PasteboardMonitor::patternError(
+    std::string_view pattern) {
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError where{};
+    CompiledPattern compiled = compilePattern(pattern, status, where);
+    if (U_SUCCESS(status))
+        return std::nullopt;
+    return PatternError{u_errorName(status), where.line, where.offset};
 }
 
 }  // namespace zettly

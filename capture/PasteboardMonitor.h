@@ -96,6 +96,17 @@ public:
     static bool matchesAnyPattern(std::string_view text, const std::vector<std::string>& patterns,
                                   Log& log, double timeLimit = patternTimeLimit);
 
+    // Why capture would skip a pattern, none when it compiles. `code` is
+    // ICU's error name ("U_REGEX_MISSING_CLOSE_BRACKET"); `line` and
+    // `offset` place it (1-based line, character within it; -1 when ICU
+    // names no place). The settings check what the user types with it.
+    struct PatternError {
+        std::string code;
+        int line = -1;
+        int offset = -1;
+    };
+    static std::optional<PatternError> patternError(std::string_view pattern);
+
 private:
     void captureImage(std::vector<std::string> const& types);
 

@@ -35,19 +35,19 @@ struct SettingsContext {
     KeyboardLayout* layout = nullptr;  // key names in the recorder; US names without it
 
     // The shortcut was recorded and stored: register it again.
-    std::function<void()> hotKeyChanged;
-    std::function<PasteSupport()> pasteSupport;
-    std::function<std::vector<RunningApp>()> runningApps;
+    std::function<void()> hotKeyChanged = {};
+    std::function<PasteSupport()> pasteSupport = {};
+    std::function<std::vector<RunningApp>()> runningApps = {};
     // The sync switch or the chip-order switch changed: sync soon.
-    std::function<void()> syncSettingsChanged;
+    std::function<void()> syncSettingsChanged = {};
     // Deletes the cloud copy off the main thread and calls `done` on the
     // main thread with an error message, or none on success.
     std::function<void(std::function<void(std::optional<std::string> error)> done)>
-        deleteCloudCopy;
+        deleteCloudCopy = {};
     // The autostart folder ($XDG_CONFIG_HOME/autostart by default) and the
     // command the login entry starts.
-    std::string autostartDir;
-    std::string executablePath;
+    std::string autostartDir = {};
+    std::string executablePath = {};
 };
 
 }  // namespace zettly

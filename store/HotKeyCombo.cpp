@@ -11,10 +11,12 @@ namespace {
 
 // Keys that type nothing, or whitespace, are named rather than shown.
 constexpr std::pair<std::uint32_t, const char*> namedKeys[] = {
-    {36, "Return"}, {51, "Backspace"}, {53, "Esc"},  {76, "Enter"}, {123, "Left"},
-    {124, "Right"}, {125, "Down"},     {126, "Up"},  {122, "F1"},   {120, "F2"},
-    {99, "F3"},     {118, "F4"},       {96, "F5"},   {97, "F6"},    {98, "F7"},
-    {100, "F8"},    {101, "F9"},       {109, "F10"}, {103, "F11"},  {111, "F12"},
+    {36, "Return"},     {51, "Backspace"}, {53, "Esc"},   {76, "Enter"}, {123, "Left"},
+    {124, "Right"},     {125, "Down"},     {126, "Up"},   {122, "F1"},   {120, "F2"},
+    {99, "F3"},         {118, "F4"},       {96, "F5"},    {97, "F6"},    {98, "F7"},
+    {100, "F8"},        {101, "F9"},       {109, "F10"},  {103, "F11"},  {111, "F12"},
+    {48, "Tab"},        {117, "Delete"},   {115, "Home"}, {119, "End"},  {116, "Page Up"},
+    {121, "Page Down"}, {114, "Insert"},
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/linux/X11Workspace.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -26,6 +27,21 @@ std::optional<xcb_window_t> topLevelOf(XcbConnection& x, xcb_window_t window) {
         window = tree->parent;
     }
     return std::nullopt;
+}
+
+// WM_NAME of type STRING is Latin-1; every byte is its own code point.
+std::string latin1ToUtf8(const std::string& latin1) {
+    std::string out;
+    out.reserve(latin1.size());
+    for (unsigned char c : latin1) {
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        }
+    }
+    return out;
 }
 
 }  // namespace
@@ -82,6 +98,29 @@ std::optional<std::string> X11Workspace::applicationId(XcbConnection& x, xcb_win
         }
     }
     return std::nullopt;
+}
+
+std::vector<X11Workspace::ClientWindow> X11Workspace::clientWindows(XcbConnection& x) {
+    std::vector<ClientWindow> windows;
+    // Room for 16384 windows, far beyond any desktop.
+    auto list = x.property(x.root(), x.atom("_NET_CLIENT_LIST"), XCB_ATOM_WINDOW, 65536);
+    if (!list)
+        return windows;
+    xcb_atom_t utf8 = x.atom("UTF8_STRING");
+    for (std::size_t at = 0; at + 4 <= list->size(); at += 4) {
+        xcb_window_t window = XCB_WINDOW_NONE;
+        std::memcpy(&window, list->data() + at, 4);
+        auto appId = applicationId(x, window);
+        if (!appId)
+            continue;  // gone meanwhile, or an app that names itself nowhere
+        std::string title;
+        if (auto name = x.property(window, x.atom("_NET_WM_NAME"), utf8); name && !name->empty())
+            title = *name;
+        else if (auto legacy = x.property(window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING))
+            title = latin1ToUtf8(*legacy);
+        windows.push_back(ClientWindow{window, std::move(*appId), std::move(title)});
+    }
+    return windows;
 }
 
 std::optional<std::string> X11Workspace::frontmostApplicationId() {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "platform/Pasteboard.h"
 #include "platform/linux/XcbConnection.h"
 
@@ -20,6 +23,18 @@ public:
     static std::optional<xcb_window_t> activeWindow(XcbConnection& connection);
     // The id of the application that owns a top-level window, as above.
     static std::optional<std::string> applicationId(XcbConnection& connection, xcb_window_t window);
+
+    // A top-level window of a running application, as the window manager
+    // lists it, with its application's id (as above) and its title.
+    struct ClientWindow {
+        xcb_window_t window = XCB_WINDOW_NONE;
+        std::string appId;
+        std::string title;
+    };
+    // The window manager's _NET_CLIENT_LIST in its order (oldest first),
+    // without windows whose application cannot be named. Empty without a
+    // window manager that keeps the list.
+    static std::vector<ClientWindow> clientWindows(XcbConnection& connection);
 
     // Reads "name=" of the [Application] group of a .flatpak-info file.
     static std::optional<std::string> flatpakId(const std::string& info);

@@ -59,6 +59,7 @@ TEST(HotKeyCombo, KeyNamesCoverKeysThatTypeNothingAndUpperCaseTheRest) {
     EXPECT_EQ(HotKeyCombo::keyName(keycode::keypadEnter, layout), "Enter");
     EXPECT_EQ(HotKeyCombo::keyName(keycode::deleteKey, layout), "Backspace");
     EXPECT_EQ(HotKeyCombo::keyName(keycode::escape, layout), "Esc");
+    EXPECT_EQ(HotKeyCombo::keyName(keycode::tab, layout), "Tab") << "not the tab character";
     EXPECT_EQ(HotKeyCombo::keyName(keycode::space, layout, "Espace"), "Espace");
     EXPECT_EQ(HotKeyCombo::keyName(123, layout), "Left");
     EXPECT_EQ(HotKeyCombo::keyName(109, layout), "F10");

@@ -1,0 +1,99 @@
+#include "settings/SettingsWindow.h"
+
+#include <QKeyEvent>
+#include <QKeySequence>
+#include <QShortcut>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include "settings/AboutPage.h"
+#include "settings/CategoriesPage.h"
+#include "settings/GeneralPage.h"
+#include "settings/IgnorePage.h"
+#include "settings/StoragePage.h"
+#include "settings/SyncPage.h"
+
+namespace zettly {
+
+SettingsWindow::SettingsWindow(SettingsContext context, QWidget* parent)
+    : QWidget(parent, Qt::Window), context_(std::move(context)), tabs_(new QTabWidget(this)) {
+    //: Title of the settings window.
+    setWindowTitle(tr("Zettly Settings"));
+    setWindowIcon(QIcon::fromTheme(QStringLiteral("org.zettly.Zettly")));
+    setObjectName(QStringLiteral("ZettlySettings"));
+
+    general_ = new GeneralPage(context_);
+    categories_ = new CategoriesPage(context_);
+    storage_ = new StoragePage(context_);
+    ignore_ = new IgnorePage(context_);
+    sync_ = new SyncPage(context_);
+    about_ = new AboutPage(context_);
+    //: Settings tab: shortcut, window, pasting, launch at login.
+    tabs_->addTab(general_, tr("General"));
+    //: Settings tab: the user's categories of clipboard items.
+    tabs_->addTab(categories_, tr("Categories"));
+    //: Settings tab: how much history is kept and for how long.
+    tabs_->addTab(storage_, tr("Storage"));
+    //: Settings tab: applications and text patterns whose copies are not saved.
+    tabs_->addTab(ignore_, tr("Ignore"));
+    //: Settings tab: syncing the history between the user's devices.
+    tabs_->addTab(sync_, tr("Sync"));
+    //: Settings tab: version, links and licences.
+    tabs_->addTab(about_, tr("About"));
+    tabs_->setDocumentMode(true);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(8, 8, 8, 8);
+    layout->addWidget(tabs_);
+    resize(560, 480);
+
+    // Ctrl+W and Escape close it, as in other small utility windows.
+    for (const QKeySequence& keys :
+         {QKeySequence(QKeySequence::Close), QKeySequence(Qt::Key_Escape)})
+        connect(new QShortcut(keys, this), &QShortcut::activated, this, &QWidget::close);
+}
+
+SettingsWindow::~SettingsWindow() = default;
+
+void SettingsWindow::open(Tab tab) {
+    reloadAll();
+    tabs_->setCurrentIndex(static_cast<int>(tab));
+    if (isMinimized())
+        setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
+    raise();
+    activateWindow();
+}
+
+void SettingsWindow::cloudDidChange() {
+    if (!isVisible())
+        return;
+    categories_->reload();
+    sync_->reload();
+}
+
+SettingsWindow::Tab SettingsWindow::currentTab() const {
+    return static_cast<Tab>(tabs_->currentIndex());
+}
+
+bool SettingsWindow::event(QEvent* event) {
+    // Coming back after deleting or renaming a category from the history
+    // window's chips shows the list as it is now. The other pages keep what
+    // the user may be in the middle of typing.
+    if (event->type() == QEvent::WindowActivate) {
+        categories_->reload();
+        sync_->reload();
+    }
+    return QWidget::event(event);
+}
+
+void SettingsWindow::reloadAll() {
+    general_->reload();
+    categories_->reload();
+    storage_->reload();
+    ignore_->reload();
+    sync_->reload();
+    about_->reload();
+}
+
+}  // namespace zettly

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QWidget>
+#include <array>
+
+#include "settings/SettingsContext.h"
+
+class QTabWidget;
+
+namespace zettly {
+
+class AboutPage;
+class CategoriesPage;
+class GeneralPage;
+class IgnorePage;
+class StoragePage;
+class SyncPage;
+
+// The settings: one ordinary window with a tab per area. Every control
+// writes its preference at once, so there is nothing to apply or cancel and
+// the rest of the app sees a change at its next read.
+class SettingsWindow final : public QWidget {
+    Q_OBJECT
+public:
+    enum class Tab { general, categories, storage, ignore, sync, about };
+
+    explicit SettingsWindow(SettingsContext context, QWidget* parent = nullptr);
+    ~SettingsWindow() override;
+
+    // Shows the window on `tab` with fresh contents and brings it to the
+    // front, also when it was already open behind other windows.
+    void open(Tab tab);
+    // Sync changed the history or its status: pages that show them re-read.
+    void cloudDidChange();
+    Tab currentTab() const;
+
+protected:
+    bool event(QEvent* event) override;
+
+private:
+    void reloadAll();
+
+    SettingsContext context_;
+    QTabWidget* tabs_;
+    GeneralPage* general_;
+    CategoriesPage* categories_;
+    StoragePage* storage_;
+    IgnorePage* ignore_;
+    SyncPage* sync_;
+    AboutPage* about_;
+};
+
+}  // namespace zettly

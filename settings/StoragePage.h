@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QString>
+#include <QWidget>
+#include <cstdint>
+
+class QCheckBox;
+class QComboBox;
+class QPushButton;
+
+namespace zettly {
+
+struct SettingsContext;
+
+// Settings › Storage: how many items and for how long the history keeps
+// them, whether images are saved, clearing at quit and now. Every change is
+// stored at once.
+class StoragePage : public QWidget {
+    Q_OBJECT
+public:
+    explicit StoragePage(SettingsContext& context, QWidget* parent = nullptr);
+
+    // Shows the stored preferences as they are now.
+    void reload();
+
+    static constexpr std::int64_t limits[] = {50, 100, 200, 500};
+    static constexpr std::int64_t retentions[] = {5, 15, 30, 60, 1440, 10080, 43200};  // minutes
+
+    // "200 items".
+    static QString limitLabel(std::int64_t items);
+    // A retention in the largest unit that reads naturally: minutes below an
+    // hour, days for one day and 30 days, weeks for one week, hours for
+    // everything else from an hour on ("1.5 hours" for 90 minutes).
+    static QString retentionLabel(std::int64_t minutes);
+
+    QComboBox* limitPicker() const { return limit_; }
+    QComboBox* retentionPicker() const { return retention_; }
+    QCheckBox* saveImagesSwitch() const { return saveImages_; }
+    QCheckBox* clearOnQuitSwitch() const { return clearOnQuit_; }
+    QPushButton* clearButton() const { return clear_; }
+
+private:
+    void clearHistory();
+
+    SettingsContext& context_;
+    QComboBox* limit_;
+    QComboBox* retention_;
+    QCheckBox* saveImages_;
+    QCheckBox* clearOnQuit_;
+    QPushButton* clear_;
+};
+
+}  // namespace zettly

@@ -1,0 +1,201 @@
+#include "settings/SyncPage.h"
+
+#include <QCheckBox>
+#include <QDateTime>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QPointer>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <cmath>
+
+#include "popup/ui/Dialogs.h"
+#include "popup/ui/Look.h"
+#include "popup/ui/Texts.h"
+#include "store/ClipPrefs.h"
+#include "store/Defaults.h"
+#include "store/PrefKeys.h"
+
+namespace zettly {
+namespace {
+
+QLabel* noteLabel(const QString& text, QWidget* parent) {
+    auto* label = new QLabel(text, parent);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::PlainText);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, look::secondaryText(palette));
+    label->setPalette(palette);
+    return label;
+}
+
+double nowInSeconds() {
+    return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
+}
+
+}  // namespace
+
+SyncPage::SyncPage(SettingsContext& context, QWidget* parent) : QWidget(parent), context_(context) {
+    auto* layout = new QVBoxLayout(this);
+
+    //: Settings › Sync: switch that turns syncing the clipboard history between devices on.
+    syncSwitch_ = new QCheckBox(tr("Sync the clipboard history with your other devices"), this);
+    syncSwitch_->setObjectName(QStringLiteral("syncSwitch"));
+    layout->addWidget(syncSwitch_);
+    //: Settings › Sync: what the sync switch covers.
+    layout->addWidget(noteLabel(
+        tr("Texts, images, pins, names and categories travel between your devices."), this));
+
+    //: Settings › Sync: switch that also syncs the order of the filter chips of the history
+    //: window; only available while sync is on.
+    chipOrderSwitch_ = new QCheckBox(tr("Sync the order of the filters too"), this);
+    chipOrderSwitch_->setObjectName(QStringLiteral("chipOrderSwitch"));
+    layout->addWidget(chipOrderSwitch_);
+
+    status_ = new QLabel(this);
+    status_->setObjectName(QStringLiteral("syncStatus"));
+    status_->setWordWrap(true);
+    status_->setTextFormat(Qt::PlainText);
+    status_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addSpacing(8);
+    layout->addWidget(status_);
+
+    //: Settings › Sync: title of the section with the action that deletes the server copy.
+    auto* cloud = new QGroupBox(tr("Cloud Copy"), this);
+    cloud->setObjectName(QStringLiteral("cloudCopyBox"));
+    auto* cloudLayout = new QVBoxLayout(cloud);
+    //: Settings › Sync: explains the "Delete Cloud Copy…" button.
+    cloudLayout->addWidget(noteLabel(tr("Removes everything Zettly keeps on the sync server. The "
+                                        "history on your devices stays."),
+                                     cloud));
+    auto* row = new QHBoxLayout;
+    //: Settings › Sync: button that deletes the synced copy of the history on the server (asks
+    //: first).
+    deleteButton_ = new QPushButton(tr("Delete Cloud Copy…"), cloud);
+    deleteButton_->setObjectName(QStringLiteral("deleteCloudCopyButton"));
+    deleteResult_ = new QLabel(cloud);
+    deleteResult_->setObjectName(QStringLiteral("deleteCloudCopyResult"));
+    deleteResult_->setWordWrap(true);
+    deleteResult_->setTextFormat(Qt::PlainText);
+    row->addWidget(deleteButton_);
+    row->addWidget(deleteResult_, 1);
+    cloudLayout->addLayout(row);
+    layout->addWidget(cloud);
+    // Without the hook (no sync backend in this build) there is nothing to delete.
+    cloud->setVisible(static_cast<bool>(context_.deleteCloudCopy));
+    layout->addStretch(1);
+
+    connect(syncSwitch_, &QCheckBox::toggled, this, [this](bool on) { setSync(on); });
+    connect(chipOrderSwitch_, &QCheckBox::toggled, this, [this](bool on) { setChipOrderSync(on); });
+    connect(deleteButton_, &QPushButton::clicked, this, [this] { deleteCloudCopy(); });
+
+    statusTimer_ = new QTimer(this);
+    statusTimer_->setInterval(30 * 1000);
+    connect(statusTimer_, &QTimer::timeout, this, [this] { showStatus(); });
+    statusTimer_->start();
+
+    reload();
+}
+
+void SyncPage::reload() {
+    const bool sync = ClipPrefs(context_.defaults).clipboardCloudSync();
+    {
+        // Reading is not changing: no write and no sync for it.
+        const QSignalBlocker quietSync(syncSwitch_);
+        const QSignalBlocker quietOrder(chipOrderSwitch_);
+        syncSwitch_->setChecked(sync);
+        chipOrderSwitch_->setChecked(KeyboardSettings(context_.defaults).clipboardChipOrderSync());
+    }
+    chipOrderSwitch_->setEnabled(sync);
+    deleteButton_->setEnabled(!deleting_);
+    showStatus();
+}
+
+void SyncPage::setSync(bool on) {
+    context_.defaults.setBool(prefkey::clipboardCloudSync, on);
+    chipOrderSwitch_->setEnabled(on);
+    if (context_.syncSettingsChanged)
+        context_.syncSettingsChanged();
+}
+
+void SyncPage::setChipOrderSync(bool on) {
+    context_.defaults.setBool(prefkey::clipboardChipOrderSync, on);
+    if (context_.syncSettingsChanged)
+        context_.syncSettingsChanged();
+}
+
+void SyncPage::showStatus() {
+    status_->setText(statusText(context_.defaults, nowInSeconds()));
+}
+
+QString SyncPage::statusText(const Defaults& defaults, double now) {
+    if (std::optional<std::string> error = defaults.string(prefkey::clipSyncLastError);
+        error && !error->empty())
+        return QString::fromStdString(*error);
+    const double at = defaults.doubleValue(prefkey::clipSyncLastAt);
+    if (at > 0)
+        //: Settings › Sync: status line; %1 is when the last sync ended, like "5 minutes ago" or
+        //: a date and time.
+        return tr("Last synced: %1").arg(relativeTime(at, now));
+    //: Settings › Sync: status line before the first successful sync.
+    return tr("Not synced yet");
+}
+
+QString SyncPage::relativeTime(double at, double now) {
+    const double ago = now - at;
+    // A time ahead of this computer's clock (another device's clock, a
+    // corrected clock) has no sensible "ago"; the date says it plainly.
+    if (ago >= 0 && ago < 60)
+        //: Settings › Sync: when the last sync ended, less than a minute ago.
+        return tr("just now");
+    if (ago >= 0 && ago < 3600)
+        //: Settings › Sync: when the last sync ended, in whole minutes.
+        return tr("%n minutes ago", "", static_cast<int>(std::floor(ago / 60)));
+    if (ago >= 0 && ago < 24 * 3600)
+        //: Settings › Sync: when the last sync ended, in whole hours.
+        return tr("%n hours ago", "", static_cast<int>(std::floor(ago / 3600)));
+    const QDateTime when = QDateTime::fromMSecsSinceEpoch(static_cast<qint64>(at * 1000));
+    return QLocale().toString(when, QLocale::ShortFormat);
+}
+
+void SyncPage::deleteCloudCopy() {
+    if (!context_.deleteCloudCopy || deleting_)
+        return;
+    //: Settings › Sync: confirmation title before deleting the server copy of the history.
+    const QString title = tr("Delete the cloud copy of your clipboard history?");
+    //: Settings › Sync: confirmation text before deleting the server copy of the history.
+    const QString detail =
+        tr("The history on this computer and on your other devices stays. "
+           "The copy on the sync server is removed for all your devices. While "
+           "sync is on, the next sync uploads this computer's history again.");
+    if (!dialogs::confirm(this, title, detail,
+                          QString::fromStdString(translatedPopupTexts().deleteButton)))
+        return;
+    deleting_ = true;
+    deleteButton_->setEnabled(false);
+    //: Settings › Sync: shown while the server copy is being deleted.
+    deleteResult_->setText(tr("Deleting the cloud copy…"));
+    // The answer may come after the settings window has been closed.
+    context_.deleteCloudCopy([page = QPointer<SyncPage>(this)](std::optional<std::string> error) {
+        if (page)
+            page->finishDelete(error);
+    });
+}
+
+void SyncPage::finishDelete(const std::optional<std::string>& error) {
+    deleting_ = false;
+    deleteButton_->setEnabled(true);
+    if (error)
+        //: Settings › Sync: the server copy could not be deleted; %1 is the reason.
+        deleteResult_->setText(
+            tr("The cloud copy could not be deleted: %1").arg(QString::fromStdString(*error)));
+    else
+        //: Settings › Sync: the server copy was deleted.
+        deleteResult_->setText(tr("The cloud copy was deleted."));
+    showStatus();
+}
+
+}  // namespace zettly

@@ -1,0 +1,303 @@
+#include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+#include <QtTest/QTest>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "settings/Autostart.h"
+#include "settings/GeneralPage.h"
+#include "settings/SettingsContext.h"
+#include "settings/ShortcutRecorder.h"
+#include "settings/StoragePage.h"
+#include "store/ClipPrefs.h"
+#include "store/ClipboardStore.h"
+#include "store/ImageClipStore.h"
+#include "store/PrefKeys.h"
+#include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
+
+namespace zettly {
+namespace {
+
+// Picks an entry the way a keyboard user does, so the picker's own
+// "activated" path runs rather than a programmatic index change.
+void pick(QComboBox* picker, const QString& text) {
+    const int target = picker->findText(text);
+    ASSERT_GE(target, 0) << "no entry " << text.toStdString();
+    while (picker->currentIndex() < target)
+        QTest::keyClick(picker, Qt::Key_Down);
+    while (picker->currentIndex() > target)
+        QTest::keyClick(picker, Qt::Key_Up);
+}
+
+QStringList entries(const QComboBox* picker) {
+    QStringList texts;
+    for (int i = 0; i < picker->count(); ++i)
+        texts << picker->itemText(i);
+    return texts;
+}
+
+// Answers the next confirmation with the button of this text.
+void answerNextDialog(const QString& button) {
+    QTimer::singleShot(0, [button] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        ASSERT_NE(box, nullptr);
+        for (QAbstractButton* candidate : box->buttons())
+            if (candidate->text() == button) {
+                candidate->click();
+                return;
+            }
+        ADD_FAILURE() << "no button " << button.toStdString();
+        box->reject();
+    });
+}
+
+class SettingsPagesTest : public ::testing::Test {
+protected:
+    test::StoreEnvironment env;
+    ClipboardStore texts{env.context()};
+    ImageClipStore images{env.context()};
+    int hotKeyChanges = 0;
+    PasteSupport support = PasteSupport::available;
+    SettingsContext context{
+        .defaults = env.defaults,
+        .texts = texts,
+        .images = images,
+        .layout = nullptr,
+        .hotKeyChanged = [this] { ++hotKeyChanges; },
+        .pasteSupport = [this] { return support; },
+        .runningApps = {},
+        .syncSettingsChanged = {},
+        .deleteCloudCopy = {},
+        .autostartDir = (env.dir / "config/autostart").string(),
+        .executablePath = "/usr/bin/zettly",
+    };
+    ClipPrefs prefs{env.defaults};
+};
+
+TEST(StoragePageLabels, RetentionReadsInMinutesHoursDaysOrWeeksAsTheValueSuggests) {
+    EXPECT_EQ(StoragePage::retentionLabel(1), "1 minute");
+    EXPECT_EQ(StoragePage::retentionLabel(5), "5 minutes");
+    EXPECT_EQ(StoragePage::retentionLabel(59), "59 minutes");
+    EXPECT_EQ(StoragePage::retentionLabel(60), "1 hour");
+    EXPECT_EQ(StoragePage::retentionLabel(90), "1.5 hours");
+    EXPECT_EQ(StoragePage::retentionLabel(1440), "1 day");
+    // Only one day and thirty days read as days; two days are 48 hours.
+    EXPECT_EQ(StoragePage::retentionLabel(2880), "48 hours");
+    EXPECT_EQ(StoragePage::retentionLabel(10080), "1 week");
+    EXPECT_EQ(StoragePage::retentionLabel(20160), "336 hours");
+    EXPECT_EQ(StoragePage::retentionLabel(43200), "30 days");
+}
+
+TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesSetElsewhere) {
+    StoragePage page(context);
+    EXPECT_EQ(page.limitPicker()->currentText(), "200 items");
+    EXPECT_EQ(page.retentionPicker()->currentText(), "30 days");
+    EXPECT_EQ(entries(page.limitPicker()),
+              QStringList({"50 items", "100 items", "200 items", "500 items"}));
+    EXPECT_TRUE(page.saveImagesSwitch()->isChecked());
+    EXPECT_FALSE(page.clearOnQuitSwitch()->isChecked());
+
+    pick(page.limitPicker(), "500 items");
+    pick(page.retentionPicker(), "15 minutes");
+    QTest::keyClick(page.saveImagesSwitch(), Qt::Key_Space);
+    QTest::keyClick(page.clearOnQuitSwitch(), Qt::Key_Space);
+    EXPECT_EQ(env.defaults.integer(prefkey::clipboardLimit), 500);
+    EXPECT_EQ(env.defaults.integer(prefkey::clipboardRetentionMinutes), 15);
+    EXPECT_EQ(env.defaults.boolObject(prefkey::saveImages), false);
+    EXPECT_EQ(env.defaults.boolObject(prefkey::clearOnQuit), true);
+
+    // Values written by hand are honoured: they get an entry in order.
+    env.defaults.setInteger(prefkey::clipboardLimit, 300);
+    env.defaults.setInteger(prefkey::clipboardRetentionMinutes, 90);
+    env.defaults.setBool(prefkey::saveImages, true);
+    page.reload();
+    EXPECT_EQ(entries(page.limitPicker()),
+              QStringList({"50 items", "100 items", "200 items", "300 items", "500 items"}));
+    EXPECT_EQ(page.limitPicker()->currentText(), "300 items");
+    EXPECT_EQ(page.retentionPicker()->currentText(), "1.5 hours");
+    EXPECT_EQ(page.retentionPicker()->currentIndex(), 4);  // between 1 hour and 1 day
+    EXPECT_TRUE(page.saveImagesSwitch()->isChecked());
+    // Reloading alone never writes the shown value back.
+    EXPECT_EQ(env.defaults.integer(prefkey::clipboardRetentionMinutes), 90);
+}
+
+TEST_F(SettingsPagesTest, ClearHistoryAsksFirstAndKeepsPinnedTextsAndImages) {
+    test::start();
+    texts.insert("kept because pinned");
+    env.clock.advance(1);
+    texts.insert("cleared");
+    for (const auto& item : texts.fetch(10, 0))
+        if (item.text == "kept because pinned")
+            texts.setPinned(item.id, true);
+    ASSERT_EQ(images.save(test::png(64, 64, test::solid({10, 200, 10}))),
+              ImageClipStore::SaveResult::saved);
+    StoragePage page(context);
+
+    answerNextDialog("Cancel");
+    page.clearButton()->click();
+    EXPECT_EQ(texts.fetch(10, 0).size(), 2u);
+    EXPECT_EQ(images.fetchAll().size(), 1u);
+
+    answerNextDialog("Clear");
+    page.clearButton()->click();
+    const auto left = texts.fetch(10, 0);
+    ASSERT_EQ(left.size(), 1u);
+    EXPECT_EQ(left[0].text, "kept because pinned");
+    EXPECT_TRUE(images.fetchAll().empty());
+}
+
+TEST_F(SettingsPagesTest, GeneralPickersAndPasteSwitchStoreEachChangeAndShowValuesSetElsewhere) {
+    GeneralPage page(context);
+    EXPECT_FALSE(page.pasteSwitch()->isChecked());
+    EXPECT_EQ(page.previewPicker()->currentText(), "After 1.5 s");
+    EXPECT_EQ(page.positionPicker()->currentText(), "At the pointer");
+
+    QTest::keyClick(page.pasteSwitch(), Qt::Key_Space);
+    pick(page.previewPicker(), "Only with Super+Space or Ctrl+Y");
+    pick(page.positionPicker(), "In the center of the screen");
+    EXPECT_TRUE(prefs.pasteAutomatically());
+    EXPECT_EQ(env.defaults.doubleObject(prefkey::previewDelay), 0.0);
+    EXPECT_EQ(env.defaults.string(prefkey::popupPosition), "center");
+    pick(page.previewPicker(), "After 3 s");
+    EXPECT_EQ(env.defaults.doubleObject(prefkey::previewDelay), 3.0);
+
+    env.defaults.setDouble(prefkey::previewDelay, 2.25);
+    env.defaults.setString(prefkey::popupPosition, "CENTER");  // not "center": the pointer
+    env.defaults.setBool(prefkey::pasteAutomatically, false);
+    page.reload();
+    EXPECT_EQ(entries(page.previewPicker()),
+              QStringList({"Only with Super+Space or Ctrl+Y", "After 0.5 s", "After 1.5 s",
+                           "After 2.25 s", "After 3 s"}));
+    EXPECT_EQ(page.previewPicker()->currentText(), "After 2.25 s");
+    EXPECT_EQ(page.positionPicker()->currentText(), "At the pointer");
+    EXPECT_FALSE(page.pasteSwitch()->isChecked());
+
+    // The history window opens no preview on its own for a negative delay.
+    env.defaults.setDouble(prefkey::previewDelay, -1);
+    page.reload();
+    EXPECT_EQ(page.previewPicker()->currentText(), "Only with Super+Space or Ctrl+Y");
+    EXPECT_EQ(page.previewPicker()->count(), 4);
+}
+
+TEST_F(SettingsPagesTest, PasteNoteExplainsWhatBlocksPastingAndDisappearsOnceItWorks) {
+    support = PasteSupport::wayland;
+    GeneralPage page(context);
+    EXPECT_FALSE(page.pasteNote()->isHidden());
+    EXPECT_TRUE(page.pasteNote()->text().contains("Xorg"));
+
+    support = PasteSupport::noXTest;
+    page.reload();
+    EXPECT_FALSE(page.pasteNote()->isHidden());
+    EXPECT_TRUE(page.pasteNote()->text().contains("XTEST"));
+
+    support = PasteSupport::available;
+    page.reload();
+    EXPECT_TRUE(page.pasteNote()->isHidden());
+}
+
+TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscapeKeepsTheOldOne) {
+    ShortcutRecorder recorder(context);
+    QPushButton* button = recorder.recordButton();
+    EXPECT_EQ(button->text(), "Alt+V");
+    EXPECT_FALSE(recorder.resetButton()->isEnabled());
+
+    QTest::mouseClick(button, Qt::LeftButton);
+    ASSERT_TRUE(recorder.isRecording());
+    EXPECT_EQ(button->text(), "Press a shortcut\u2026");
+    QTest::keyClick(button, Qt::Key_K);
+    QTest::keyClick(button, Qt::Key_K, Qt::ShiftModifier);
+    QTest::keyClick(button, Qt::Key_Space);  // would click the button if it got through
+    EXPECT_TRUE(recorder.isRecording());
+    QTest::keyClick(button, Qt::Key_Escape);
+    EXPECT_FALSE(recorder.isRecording());
+    EXPECT_EQ(button->text(), "Alt+V");
+    EXPECT_FALSE(env.defaults.contains(prefkey::hotKeyCode));
+    EXPECT_EQ(hotKeyChanges, 0);
+
+    QTest::mouseClick(button, Qt::LeftButton);
+    // Ctrl and Shift arrive as presses of their own on the way to the key,
+    // from X11 with their key codes (left Ctrl is 37, left Shift 50).
+    QKeyEvent ctrl(QEvent::KeyPress, Qt::Key_Control, Qt::ControlModifier, 37, 0xffe3, 0);
+    QApplication::sendEvent(button, &ctrl);
+    QKeyEvent shift(QEvent::KeyPress, Qt::Key_Shift, Qt::ControlModifier | Qt::ShiftModifier, 50,
+                    0xffe1, 0);
+    QApplication::sendEvent(button, &shift);
+    EXPECT_TRUE(recorder.isRecording());
+    QTest::keyClick(button, Qt::Key_K, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_FALSE(recorder.isRecording());
+    EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{keycode::k, HotKeyCombo::command | HotKeyCombo::shift}));
+    EXPECT_EQ(button->text(), "Ctrl+Shift+K");
+    EXPECT_EQ(hotKeyChanges, 1);
+
+    ASSERT_TRUE(recorder.resetButton()->isEnabled());
+    QTest::mouseClick(recorder.resetButton(), Qt::LeftButton);
+    EXPECT_TRUE(env.defaults.contains(prefkey::hotKeyCode));
+    EXPECT_EQ(prefs.hotKey(), HotKeyCombo{});
+    EXPECT_EQ(button->text(), "Alt+V");
+    EXPECT_EQ(hotKeyChanges, 2);
+}
+
+TEST_F(SettingsPagesTest, RecorderStopsWithoutAChangeWhenTheKeyboardGoesElsewhere) {
+    QWidget window;
+    ShortcutRecorder recorder(context, &window);
+    auto* elsewhere = new QLineEdit(&window);
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+
+    QTest::mouseClick(recorder.recordButton(), Qt::LeftButton);
+    ASSERT_TRUE(recorder.isRecording());
+    elsewhere->setFocus();
+    EXPECT_FALSE(recorder.isRecording());
+    EXPECT_EQ(recorder.recordButton()->text(), "Alt+V");
+    // Keys reach the rest of the window again.
+    QTest::keyClicks(elsewhere, "ok");
+    EXPECT_EQ(elsewhere->text(), "ok");
+    EXPECT_EQ(hotKeyChanges, 0);
+}
+
+TEST_F(SettingsPagesTest, LaunchAtLoginWritesTheEntryAndShowsWhatTheDesktopWillReallyDo) {
+    GeneralPage page(context);
+    QCheckBox* launch = page.launchAtLoginSwitch();
+    ASSERT_NE(launch, nullptr);
+    EXPECT_FALSE(launch->isChecked());
+
+    QTest::keyClick(launch, Qt::Key_Space);
+    EXPECT_TRUE(launch->isChecked());
+    EXPECT_TRUE(autostart::isEnabled(context.autostartDir));
+    EXPECT_TRUE(page.launchError()->isHidden());
+
+    // Switched off elsewhere (a desktop's own autostart settings).
+    std::filesystem::remove(autostart::entryPath(context.autostartDir));
+    page.reload();
+    EXPECT_FALSE(launch->isChecked());
+
+    // A file where the folder should be: the folder cannot be made.
+    const auto blocked = env.dir / "blocked";
+    std::ofstream(blocked) << "not a folder";
+    context.autostartDir = (blocked / "autostart").string();
+    QTest::keyClick(launch, Qt::Key_Space);
+    EXPECT_FALSE(launch->isChecked());
+    EXPECT_FALSE(page.launchError()->isHidden());
+    EXPECT_TRUE(page.launchError()->text().contains(QString::fromStdString(blocked.string())));
+}
+
+}  // namespace
+}  // namespace zettly
+
+int main(int argc, char** argv) {
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
