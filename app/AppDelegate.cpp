@@ -1,8 +1,14 @@
 #include "app/AppDelegate.h"
 
 #include <QApplication>
+#include <QDesktopServices>
 #include <QGuiApplication>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QScreen>
+#include <QUrl>
+#include <cstdlib>
+#include <filesystem>
 
 #include "app/TrayIcons.h"
 #include "platform/Clock.h"
@@ -26,7 +32,9 @@ AppDelegate::AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults,
       pasteboard_(*x11_),
       workspace_(*x11_),
       desktop_(*x11_, std::string(AppIdentifier)),
-      layout_(*x11_) {}
+      layout_(*x11_),
+      updater_(ZETTLY_VERSION, defaults, mainQueue_, SystemClock::instance(),
+               StderrLog::instance()) {}
 
 AppDelegate::~AppDelegate() = default;
 
@@ -59,10 +67,17 @@ void AppDelegate::applicationDidFinishLaunching() {
         &chipTitle);
     popup_->texts = translatedPopupTexts();
     popup_->onQuit = [] { QCoreApplication::quit(); };
+    popup_->onOpenSettings = [this] { openSettings(SettingsWindow::Tab::general); };
+    popup_->onShowAbout = [this] { openSettings(SettingsWindow::Tab::about); };
+    popup_->onCheckForUpdates = [this] { updater_.checkForUpdates(); };
     window_->pasteAutomatically = [this] { return ClipPrefs(defaults_).pasteAutomatically(); };
     window_->setController(popup_.get());
     popup_->onOpened = [this] { sync_->syncInBackground("window"); };
-    sync_->didChange = [this] { popup_->cloudDidChange(); };
+    sync_->didChange = [this] {
+        popup_->cloudDidChange();
+        if (settings_)
+            settings_->cloudDidChange();
+    };
     registerHotKey();
 
     buildTrayMenu();
@@ -79,6 +94,115 @@ void AppDelegate::applicationDidFinishLaunching() {
                 sync_->syncInBackground("timer");
         });
     sync_->syncInBackground("launch");
+
+    // A background check that finds a release only marks it (tool tip, dot,
+    // the history window's update row); the user decides when to look.
+    updater_.notice().onChange = [this] {
+        updateIcon();
+        const auto& version = updater_.notice().version();
+        window_->setUpdateVersion(version ? std::optional(QString::fromStdString(*version))
+                                          : std::nullopt);
+    };
+    updater_.onUserCheckResult = [this](const UpdateCheckResult& result) {
+        showUpdateResult(result);
+    };
+    updater_.start();
+}
+
+void AppDelegate::showUpdateResult(const UpdateCheckResult& result) {
+    QMessageBox box;
+    box.setIcon(QMessageBox::Information);
+    //: Title of the dialog that answers "Check for Updates…".
+    box.setWindowTitle(tr("Software Update"));
+    QPushButton* download = nullptr;
+    QPushButton* notes = nullptr;
+    using Kind = UpdateCheckResult::Kind;
+    switch (result.kind) {
+        case Kind::newer:
+            //: Update dialog. %1 is the new version number, e.g. 1.0.2.
+            box.setText(tr("Zettly %1 is available.").arg(QString::fromStdString(result.version)));
+            //: Update dialog: the version the user runs now. %1 is a version number.
+            box.setInformativeText(tr("You have version %1.").arg(QStringLiteral(ZETTLY_VERSION)));
+            if (!result.downloadUrl.empty())
+                //: Update dialog button that opens the download in the browser.
+                download = box.addButton(tr("Download"), QMessageBox::AcceptRole);
+            if (!result.releaseNotesUrl.empty())
+                //: Update dialog button that opens the release notes in the browser.
+                notes = box.addButton(tr("Release Notes"), QMessageBox::HelpRole);
+            //: Update dialog button that closes it without downloading.
+            box.addButton(tr("Later"), QMessageBox::RejectRole);
+            break;
+        case Kind::upToDate:
+            //: Update dialog when no newer version exists.
+            box.setText(tr("You\u2019re up to date."));
+            //: Update dialog. %1 is the version number the user runs.
+            box.setInformativeText(tr("Zettly %1 is the newest version.").arg(ZETTLY_VERSION));
+            break;
+        case Kind::failed:
+            box.setIcon(QMessageBox::Warning);
+            //: Update dialog when the update feed could not be read.
+            box.setText(tr("Zettly could not check for updates."));
+            box.setInformativeText(QString::fromStdString(result.error));
+            break;
+        case Kind::notConfigured:
+            //: Update dialog when this build has no update feed (e.g. installed from a
+            //: distribution, which brings updates itself).
+            box.setText(tr("Update checks are not set up for this copy of Zettly."));
+            //: Update dialog: where updates come from instead.
+            box.setInformativeText(tr("Updates come with your system's software updates."));
+            break;
+    }
+    box.exec();
+    if (box.clickedButton() && box.clickedButton() == download)
+        QDesktopServices::openUrl(QUrl(QString::fromStdString(result.downloadUrl)));
+    else if (box.clickedButton() && box.clickedButton() == notes)
+        QDesktopServices::openUrl(QUrl(QString::fromStdString(result.releaseNotesUrl)));
+    updater_.finishUpdateSession();
+}
+
+SettingsContext AppDelegate::settingsContext() {
+    SettingsContext context{.defaults = defaults_, .texts = texts_, .images = images_};
+    context.layout = &layout_;
+    context.hotKeyChanged = [this] { registerHotKey(); };
+    context.pasteSupport = [this] {
+        // Under XWayland our synthetic keys reach only other X11 windows.
+        if (qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
+            qEnvironmentVariableIsSet("WAYLAND_DISPLAY"))
+            return PasteSupport::wayland;
+        return desktop_.canSendKeys() ? PasteSupport::available : PasteSupport::noXTest;
+    };
+    context.runningApps = [this] {
+        std::vector<RunningApp> apps;
+        for (auto& window : X11Workspace::clientWindows(*x11_))
+            if (window.appId != AppIdentifier)
+                apps.push_back({std::move(window.appId), std::move(window.title)});
+        return apps;
+    };
+    context.syncSettingsChanged = [this] { sync_->syncSoon("settings", 0.5); };
+    context.deleteCloudCopy = [this](std::function<void(std::optional<std::string>)> done) {
+        syncExecutor_.run([this, done = std::move(done)] {
+            auto result = sync_->deleteCloudCopy();
+            std::optional<std::string> error;
+            if (!result)
+                error = result.error().description;
+            mainQueue_.post([done, error] { done(error); });
+        });
+    };
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    const char* home = std::getenv("HOME");
+    if (config && *config == '/')
+        context.autostartDir = std::string(config) + "/autostart";
+    else if (home && *home)
+        context.autostartDir = std::string(home) + "/.config/autostart";
+    std::error_code error;
+    context.executablePath = std::filesystem::read_symlink("/proc/self/exe", error).string();
+    return context;
+}
+
+void AppDelegate::openSettings(SettingsWindow::Tab tab) {
+    if (!settings_)
+        settings_ = std::make_unique<SettingsWindow>(settingsContext());
+    settings_->open(tab);
 }
 
 void AppDelegate::buildTrayMenu() {
@@ -91,6 +215,18 @@ void AppDelegate::buildTrayMenu() {
         tr("Skip Next Copy"));
     connect(skipAction_, &QAction::triggered, this,
             [this] { statusClicked(Qt::AltModifier | Qt::ShiftModifier); });
+    trayMenu_.addSeparator();
+    //: Tray menu item that opens the settings window.
+    connect(trayMenu_.addAction(tr("Settings\u2026")), &QAction::triggered, this,
+            [this] { openSettings(SettingsWindow::Tab::general); });
+    if (updater_.configured())
+        //: Tray menu item.
+        updatesAction_ = trayMenu_.addAction(tr("Check for Updates\u2026"));
+    else
+        //: Tray menu item, greyed out, when this build has no update feed.
+        updatesAction_ = trayMenu_.addAction(tr("Updates Not Set Up"));
+    updatesAction_->setEnabled(updater_.configured());
+    connect(updatesAction_, &QAction::triggered, this, [this] { updater_.checkForUpdates(); });
     trayMenu_.addSeparator();
     //: Tray menu item that quits the application.
     connect(trayMenu_.addAction(tr("Quit Zettly")), &QAction::triggered, qApp,
@@ -138,19 +274,26 @@ void AppDelegate::registerHotKey() {
 void AppDelegate::updateIcon() {
     bool paused = monitor_ && monitor_->paused;
     bool skip = monitor_ && monitor_->skipNext;
+    const auto& update = updater_.notice().version();
     tray_.setIcon(trayIcon(paused ? TrayState::paused
                            : skip ? TrayState::skipNext
-                                  : TrayState::normal));
-    tray_.setToolTip(paused ?
-                            //: Tooltip of the tray icon while saving is paused.
-                         tr("Zettly is paused. Alt-click to resume.")
-                            : QStringLiteral("Zettly"));
-    pauseAction_->setText(
-        paused ?
-               //: Tray menu item that resumes saving copies.
-            tr("Resume Capture")
-               //: Tray menu item that pauses saving copies (Alt-click does the same).
-               : tr("Pause Capture"));
+                                  : TrayState::normal,
+                           update && !paused));
+    if (paused)
+        //: Tooltip of the tray icon while saving is paused.
+        tray_.setToolTip(tr("Zettly is paused. Alt-click to resume."));
+    else if (update)
+        //: Tooltip of the tray icon when a new version was found. %1 is the version number,
+        //: e.g. 1.0.2.
+        tray_.setToolTip(tr("Zettly %1 is available.").arg(QString::fromStdString(*update)));
+    else
+        tray_.setToolTip(QStringLiteral("Zettly"));
+    if (paused)
+        //: Tray menu item that resumes saving copies.
+        pauseAction_->setText(tr("Resume Capture"));
+    else
+        //: Tray menu item that pauses saving copies (Alt-click does the same).
+        pauseAction_->setText(tr("Pause Capture"));
     skipAction_->setEnabled(!skip);
 }
 

@@ -8,6 +8,7 @@
 
 #include "capture/PasteboardMonitor.h"
 #include "platform/SerialExecutor.h"
+#include "platform/linux/AppcastUpdater.h"
 #include "platform/linux/QtMainQueue.h"
 #include "platform/linux/X11Desktop.h"
 #include "platform/linux/X11HotKey.h"
@@ -17,6 +18,7 @@
 #include "platform/linux/XkbKeyboardLayout.h"
 #include "popup/PopupController.h"
 #include "popup/ui/PopupWindow.h"
+#include "settings/SettingsWindow.h"
 #include "sync/ClipCloudSync.h"
 #include "sync/SyncPace.h"
 
@@ -51,9 +53,14 @@ public:
 
     // Registers the stored shortcut (again, after the settings changed it).
     void registerHotKey();
+    // Made on first use: most sessions never open it.
+    void openSettings(SettingsWindow::Tab tab);
+    SettingsWindow* settingsWindow() const { return settings_.get(); }
 
 private:
     void buildTrayMenu();
+    SettingsContext settingsContext();
+    void showUpdateResult(const UpdateCheckResult& result);
     // Under the tray icon when the panel tells where it is.
     std::optional<popupgeometry::Anchor> trayAnchor() const;
 
@@ -72,6 +79,8 @@ private:
     std::unique_ptr<PopupController> popup_;
     std::unique_ptr<X11HotKey> hotKey_;
     std::unique_ptr<ClipCloudSync> sync_;
+    std::unique_ptr<SettingsWindow> settings_;
+    AppcastUpdater updater_;
     std::unique_ptr<Timer> pollTimer_;
     SyncCadence cadence_;
     // Declared after sync_ so that it goes first: its thread finishes the
@@ -81,6 +90,7 @@ private:
     QMenu trayMenu_;
     QAction* pauseAction_ = nullptr;
     QAction* skipAction_ = nullptr;
+    QAction* updatesAction_ = nullptr;
 };
 
 }  // namespace zettly

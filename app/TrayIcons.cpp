@@ -1,57 +1,65 @@
 #include "app/TrayIcons.h"
 
 #include <QPainter>
-#include <QPainterPath>
 #include <QPixmap>
+#include <QSvgRenderer>
+#include <algorithm>
+#include <cstdio>
 
 namespace zettly {
 
 namespace {
 
-QPixmap draw(TrayState state, int size) {
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter p(&pixmap);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.scale(size / 32.0, size / 32.0);
-
-    // A clipboard: mid-tone board (readable on light and dark panels) with a
-    // white sheet and a clip at the top.
-    QColor board = state == TrayState::paused ? QColor(0x8a, 0x8a, 0x8a) : QColor(0x3b, 0x82, 0xd6);
-    p.setPen(Qt::NoPen);
-    p.setBrush(board);
-    p.drawRoundedRect(QRectF(5, 4, 22, 26), 4, 4);
-    p.setBrush(Qt::white);
-    p.drawRoundedRect(QRectF(8.5, 8, 15, 19), 1.5, 1.5);
-    p.setBrush(board.darker(135));
-    p.drawRoundedRect(QRectF(11, 2, 10, 6), 2, 2);
-
-    p.setBrush(board);
-    if (state == TrayState::paused) {
-        p.drawRect(QRectF(12, 12, 3, 11));
-        p.drawRect(QRectF(17, 12, 3, 11));
-    } else if (state == TrayState::skipNext) {
-        // Skip forward: a triangle against a bar.
-        QPainterPath arrow;
-        arrow.moveTo(11, 12);
-        arrow.lineTo(18.5, 17.5);
-        arrow.lineTo(11, 23);
-        arrow.closeSubpath();
-        p.drawPath(arrow);
-        p.drawRect(QRectF(19, 12, 2.5, 11));
-    } else {
-        for (double y : {12.0, 16.5, 21.0})
-            p.drawRect(QRectF(11, y, y == 21.0 ? 7 : 10, 2));
+QString resourceFor(TrayState state) {
+    switch (state) {
+        case TrayState::paused:
+            return QStringLiteral(":/icons/tray/tray-paused.svg");
+        case TrayState::skipNext:
+            return QStringLiteral(":/icons/tray/tray-skip-next.svg");
+        case TrayState::normal:
+            break;
     }
-    return pixmap;
+    return QStringLiteral(":/icons/tray/tray-normal.svg");
+}
+
+// Red with a white ring: the ring keeps the dot apart from the board on a
+// dark panel, the red alone carries it on a light one.
+void drawUpdateDot(QPainter& p, int size) {
+    double radius = size * 0.2;
+    double ring = std::max(1.0, size / 16.0);
+    QPointF centre(size - radius - ring, radius + ring);
+    p.setPen(Qt::NoPen);
+    p.setBrush(Qt::white);
+    p.drawEllipse(centre, radius + ring, radius + ring);
+    p.setBrush(QColor(0xe0, 0x1b, 0x24));
+    p.drawEllipse(centre, radius, radius);
 }
 
 }  // namespace
 
-QIcon trayIcon(TrayState state) {
+QIcon trayIcon(TrayState state, bool updateAvailable) {
+    QSvgRenderer renderer(resourceFor(state));
+    if (!renderer.isValid()) {
+        // Only a broken build gets here; an empty tray slot would leave no
+        // way to reach the app, so borrow the theme's clipboard icon.
+        std::fprintf(stderr, "[Zettly] tray icon %s is missing from the build\n",
+                     qPrintable(resourceFor(state)));
+        return QIcon::fromTheme(QStringLiteral("edit-paste"));
+    }
     QIcon icon;
-    for (int size : {16, 22, 24, 32, 48, 64, 128})
-        icon.addPixmap(draw(state, size));
+    // Panels ask for 16 to 24 pixels (twice that on HiDPI screens); the
+    // larger ones serve menus and the XEmbed fallback.
+    for (int size : {16, 22, 24, 32, 44, 48, 64, 128}) {
+        QPixmap pixmap(size, size);
+        pixmap.fill(Qt::transparent);
+        QPainter p(&pixmap);
+        p.setRenderHint(QPainter::Antialiasing);
+        renderer.render(&p, QRectF(0, 0, size, size));
+        if (updateAvailable)
+            drawUpdateDot(p, size);
+        p.end();
+        icon.addPixmap(pixmap);
+    }
     return icon;
 }
 

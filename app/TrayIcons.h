@@ -4,9 +4,10 @@
 
 namespace zettly {
 
-// The status icon in its three states, drawn in code so that it is crisp at
-// every size a panel asks for and needs no image files.
+// The status icon in its three states, rendered from the SVGs under
+// data/icons/tray (compiled in as resources) at every size a panel asks for.
+// With updateAvailable a small red dot sits in the top right corner.
 enum class TrayState { normal, paused, skipNext };
-QIcon trayIcon(TrayState state);
+QIcon trayIcon(TrayState state, bool updateAvailable = false);
 
 }  // namespace zettly

@@ -1,9 +1,11 @@
 // The zettly executable: one tray application per user session.
 #include <QApplication>
+#include <QIcon>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -12,6 +14,7 @@
 
 #include "app/AppDelegate.h"
 #include "app/SingleInstance.h"
+#include "i18n/Translations.h"
 #include "store/AppGroup.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -42,17 +45,52 @@ void quitOnSignals() {
         sigaction(signal, &action, nullptr);
 }
 
+// The image worker sits beside this executable in the build tree and in
+// libexec/zettly once installed (/usr/bin/zettly finds
+// /usr/libexec/zettly/zettly-image-worker).
+std::filesystem::path imageWorkerPath() {
+    constexpr const char* name = "zettly-image-worker";
+    std::error_code error;
+    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error) {
+        std::fprintf(stderr, "[Zettly] cannot find its own executable (%s); images are not saved\n",
+                     error.message().c_str());
+        return name;
+    }
+    std::filesystem::path bin = self.parent_path();
+    std::filesystem::path installed = (bin / ZETTLY_WORKER_DIR_FROM_BIN / name).lexically_normal();
+    for (const auto& candidate : {installed, bin / name}) {
+        if (::access(candidate.c_str(), X_OK) == 0)
+            return candidate;
+    }
+    // Every image copy then fails with the worker's start error; saying
+    // where it was looked for once makes a broken install easy to spot.
+    std::fprintf(stderr, "[Zettly] %s is neither in %s nor beside %s; images are not saved\n", name,
+                 installed.parent_path().c_str(), self.c_str());
+    return installed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     // Two heap arenas are plenty for a tray app with one background worker;
     // glibc's default (eight per core) keeps freed memory resident per thread.
     mallopt(M_ARENA_MAX, 2);
+    // Answered before Qt starts, so it works without a display (packaging
+    // checks, bug reports from a terminal).
+    if (argc == 2 && std::string_view(argv[1]) == "--version") {
+        std::printf("zettly %s\n", ZETTLY_VERSION);
+        return 0;
+    }
     // Capture, the hot key and pasting speak X11; under Wayland that is XWayland.
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "xcb");
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Zettly"));
+    QApplication::setApplicationVersion(QStringLiteral(ZETTLY_VERSION));
+    zettly::installTranslations(app, QLocale::system());
+    QApplication::setWindowIcon(
+        QIcon(QStringLiteral(":/icons/hicolor/scalable/apps/org.zettly.Zettly.svg")));
     QApplication::setDesktopFileName(
         QString::fromUtf8(zettly::AppIdentifier.data(), zettly::AppIdentifier.size()));
     QApplication::setQuitOnLastWindowClosed(false);
@@ -72,9 +110,7 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    // Images are decoded by a worker process beside this executable.
-    std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe");
-    zettly::ImageWorkerClient imageWorker(self.parent_path() / "zettly-image-worker");
+    zettly::ImageWorkerClient imageWorker(imageWorkerPath());
     zettly::ClipboardStore texts(zettly::StoreContext::standard());
     zettly::ImageClipStore images(zettly::StoreContext::standard(), imageWorker);
     zettly::AppDelegate delegate(std::move(x11), zettly::AppGroup::defaults(), texts, images);

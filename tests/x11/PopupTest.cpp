@@ -116,6 +116,20 @@ TEST_F(PopupTest, EscapeClosesTheWindowWithoutTouchingTheClipboard) {
     EXPECT_TRUE(target_.text().isEmpty());
 }
 
+TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
+    run("xdotool mousemove 420 120 key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    run("xdotool key ctrl+comma");
+    auto settingsWindow = [] {
+        return output("xdotool search --onlyvisible --name '^Zettly Settings$' 2>/dev/null");
+    };
+    ASSERT_TRUE(waitProcessing([&] { return !settingsWindow().empty(); }));
+    EXPECT_FALSE(panelVisible());
+    settle(500ms);
+    QScreen* screen = QGuiApplication::primaryScreen();
+    screen->grabWindow(std::stoul(settingsWindow())).save("settings-window.png");
+}
+
 }  // namespace
 }  // namespace zettly::test
 

@@ -1,0 +1,955 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="de" sourcelanguage="en">
+<context>
+    <name>DialogTexts</name>
+    <message>
+        <source>Save</source>
+        <extracomment>Button that saves the edited text or name. Short.</extracomment>
+        <translation>Speichern</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <extracomment>Cancel button in a dialog. Short.</extracomment>
+        <translation>Abbrechen</translation>
+    </message>
+</context>
+<context>
+    <name>HistoryTexts</name>
+    <message>
+        <source>All</source>
+        <extracomment>Filter chip in the history window: everything that is not pinned. Very short (chip).</extracomment>
+        <translation>Alle</translation>
+    </message>
+    <message>
+        <source>Pinned</source>
+        <extracomment>Filter chip in the history window: pinned items. Very short (chip).</extracomment>
+        <translation>Angeheftet</translation>
+    </message>
+    <message>
+        <source>Text</source>
+        <extracomment>Filter chip in the history window: text items (not links). Very short (chip).</extracomment>
+        <translation>Text</translation>
+    </message>
+    <message>
+        <source>Links</source>
+        <extracomment>Filter chip in the history window: web links. Very short (chip).</extracomment>
+        <translation>Links</translation>
+    </message>
+    <message>
+        <source>Images</source>
+        <extracomment>Filter chip in the history window: images. Very short (chip).</extracomment>
+        <translation>Bilder</translation>
+    </message>
+    <message>
+        <source>Edit text</source>
+        <extracomment>Dialog title for editing the text of a clipboard item.</extracomment>
+        <translation>Text bearbeiten</translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <extracomment>Dialog title for giving a clipboard item a short name (label).</extracomment>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>A short name shown above the item, like “Office address”.</source>
+        <extracomment>Message of the name dialog. Give a natural example of a name in your language, with your language&apos;s quotation marks.</extracomment>
+        <translation>Ein kurzer Name, der über dem Eintrag steht, etwa „Büroadresse“.</translation>
+    </message>
+    <message>
+        <source>This text is already in the history.</source>
+        <extracomment>Message after editing an item into text that is already in the history.</extracomment>
+        <translation>Dieser Text ist bereits im Verlauf.</translation>
+    </message>
+    <message>
+        <source>New category</source>
+        <extracomment>Placeholder or dialog title for creating a new category of clipboard items.</extracomment>
+        <translation>Neue Kategorie</translation>
+    </message>
+    <message>
+        <source>Rename category</source>
+        <extracomment>Dialog title for renaming a category.</extracomment>
+        <translation>Kategorie umbenennen</translation>
+    </message>
+    <message>
+        <source>Delete the category “%1”?</source>
+        <extracomment>Confirmation title. %1 is the category name chosen by the user. Use the quotation marks of your language.</extracomment>
+        <translation>Kategorie „%1“ löschen?</translation>
+    </message>
+    <message>
+        <source>Its items stay pinned, just without a category. With sync on, the category is deleted on your other devices too.</source>
+        <extracomment>Confirmation text when deleting a category.</extracomment>
+        <translation>Ihre Einträge bleiben angeheftet, nur ohne Kategorie. Bei eingeschalteter Synchronisierung wird die Kategorie auch auf Ihren anderen Geräten gelöscht.</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <extracomment>Delete button or menu item (removes an item or a category). Short.</extracomment>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Clear the clipboard history?</source>
+        <extracomment>Confirmation title before clearing the history.</extracomment>
+        <translation>Verlauf der Zwischenablage leeren?</translation>
+    </message>
+    <message>
+        <source>Pinned items and items in categories stay. With sync on, the history is cleared on your other devices too.</source>
+        <extracomment>Confirmation text before clearing the history.</extracomment>
+        <translation>Angeheftete Einträge und Einträge in Kategorien bleiben erhalten. Bei eingeschalteter Synchronisierung wird der Verlauf auch auf Ihren anderen Geräten geleert.</translation>
+    </message>
+    <message>
+        <source>Clear</source>
+        <extracomment>Destructive confirm button that clears the history. Short.</extracomment>
+        <translation>Leeren</translation>
+    </message>
+</context>
+<context>
+    <name>RowTexts</name>
+    <message>
+        <source>Blank text</source>
+        <extracomment>History window: shown in place of a copied text made only of spaces or line breaks.</extracomment>
+        <translation>Leerer Text</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::AboutPage</name>
+    <message>
+        <source>Version %1</source>
+        <extracomment>Settings › About: the version of the app. %1 is a version number such as 1.2.0.</extracomment>
+        <translation>Version %1</translation>
+    </message>
+    <message>
+        <source>Keeps what you copy, so you can find it and paste it again from a shortcut.</source>
+        <extracomment>Settings › About: one line saying what the app does.</extracomment>
+        <translation>Bewahrt auf, was Sie kopieren, damit Sie es wiederfinden und per Tastenkürzel erneut einfügen können.</translation>
+    </message>
+    <message>
+        <source>Website</source>
+        <extracomment>Settings › About: link to the project&apos;s web site. Short.</extracomment>
+        <translation>Website</translation>
+    </message>
+    <message>
+        <source>Source code</source>
+        <extracomment>Settings › About: link to the app&apos;s source code. Short.</extracomment>
+        <translation>Quelltext</translation>
+    </message>
+    <message>
+        <source>Report a problem</source>
+        <extracomment>Settings › About: link to where problems are reported. Short.</extracomment>
+        <translation>Problem melden</translation>
+    </message>
+    <message>
+        <source>Zettly is built with these libraries:</source>
+        <extracomment>Settings › About: heading above the list of libraries Zettly uses and their licences.</extracomment>
+        <translation>Zettly verwendet diese Bibliotheken:</translation>
+    </message>
+    <message>
+        <source>GoogleTest (BSD-3-Clause) is used only to test Zettly and is not part of it.</source>
+        <extracomment>Settings › About, at the end of the licence list: GoogleTest is only used by the developers&apos; tests. Keep the name &quot;GoogleTest&quot;.</extracomment>
+        <translation>GoogleTest (BSD-3-Clause) dient nur zum Testen von Zettly und ist nicht Teil davon.</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::AppDelegate</name>
+    <message>
+        <source>Skip Next Copy</source>
+        <extracomment>Tray menu item: do not save the next copy (Alt+Shift-click does the same).</extracomment>
+        <translation>Nächste Kopie überspringen</translation>
+    </message>
+    <message>
+        <source>Quit Zettly</source>
+        <extracomment>Tray menu item that quits the application.</extracomment>
+        <translation>Zettly beenden</translation>
+    </message>
+    <message>
+        <source>Zettly is paused. Alt-click to resume.</source>
+        <extracomment>Tooltip of the tray icon while saving is paused.</extracomment>
+        <translation>Zettly ist angehalten. Alt+Klick setzt fort.</translation>
+    </message>
+    <message>
+        <source>Resume Capture</source>
+        <extracomment>Tray menu item that resumes saving copies.</extracomment>
+        <translation>Aufzeichnung fortsetzen</translation>
+    </message>
+    <message>
+        <source>Pause Capture</source>
+        <extracomment>Tray menu item that pauses saving copies (Alt-click does the same).</extracomment>
+        <translation>Aufzeichnung anhalten</translation>
+    </message>
+    <message>
+        <source>Software Update</source>
+        <extracomment>Title of the dialog that answers &quot;Check for Updates…&quot;.</extracomment>
+        <translation>Softwareaktualisierung</translation>
+    </message>
+    <message>
+        <source>Zettly %1 is available.</source>
+        <extracomment>Update dialog. %1 is the new version number, e.g. 1.0.2.
+----------
+Tooltip of the tray icon when a new version was found. %1 is the version number, e.g. 1.0.2.</extracomment>
+        <translation>Zettly %1 ist verfügbar.</translation>
+    </message>
+    <message>
+        <source>You have version %1.</source>
+        <extracomment>Update dialog: the version the user runs now. %1 is a version number.</extracomment>
+        <translation>Installiert ist Version %1.</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <extracomment>Update dialog button that opens the download in the browser.</extracomment>
+        <translation>Herunterladen</translation>
+    </message>
+    <message>
+        <source>Release Notes</source>
+        <extracomment>Update dialog button that opens the release notes in the browser.</extracomment>
+        <translation>Versionshinweise</translation>
+    </message>
+    <message>
+        <source>Later</source>
+        <extracomment>Update dialog button that closes it without downloading.</extracomment>
+        <translation>Später</translation>
+    </message>
+    <message>
+        <source>You’re up to date.</source>
+        <extracomment>Update dialog when no newer version exists.</extracomment>
+        <translation>Sie sind auf dem neuesten Stand.</translation>
+    </message>
+    <message>
+        <source>Zettly %1 is the newest version.</source>
+        <extracomment>Update dialog. %1 is the version number the user runs.</extracomment>
+        <translation>Zettly %1 ist die neueste Version.</translation>
+    </message>
+    <message>
+        <source>Zettly could not check for updates.</source>
+        <extracomment>Update dialog when the update feed could not be read.</extracomment>
+        <translation>Zettly konnte nicht nach Updates suchen.</translation>
+    </message>
+    <message>
+        <source>Update checks are not set up for this copy of Zettly.</source>
+        <extracomment>Update dialog when this build has no update feed (e.g. installed from a distribution, which brings updates itself).</extracomment>
+        <translation>Für diese Zettly-Installation ist keine Suche nach Updates eingerichtet.</translation>
+    </message>
+    <message>
+        <source>Updates come with your system&apos;s software updates.</source>
+        <extracomment>Update dialog: where updates come from instead.</extracomment>
+        <translation>Updates kommen mit den Softwareaktualisierungen Ihres Systems.</translation>
+    </message>
+    <message>
+        <source>Settings…</source>
+        <extracomment>Tray menu item that opens the settings window.</extracomment>
+        <translation>Einstellungen…</translation>
+    </message>
+    <message>
+        <source>Check for Updates…</source>
+        <extracomment>Tray menu item.</extracomment>
+        <translation>Nach Updates suchen…</translation>
+    </message>
+    <message>
+        <source>Updates Not Set Up</source>
+        <extracomment>Tray menu item, greyed out, when this build has no update feed.</extracomment>
+        <translation>Updates nicht eingerichtet</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::AppcastUpdater</name>
+    <message>
+        <source>The update feed address is not valid: %1</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the configured update feed address is unusable. The placeholder is the address.</extracomment>
+        <translation>Die Adresse des Update-Feeds ist ungültig: %1</translation>
+    </message>
+    <message>
+        <source>The update feed must be reached over https: %1</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the update feed (or a redirect) uses plain http. The placeholder is the address.</extracomment>
+        <translation>Der Update-Feed muss über https erreichbar sein: %1</translation>
+    </message>
+    <message>
+        <source>The update feed is larger than 1 MB.</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the server sent far more than an update feed.</extracomment>
+        <translation>Der Update-Feed ist größer als 1 MB.</translation>
+    </message>
+    <message>
+        <source>The update feed is not valid XML (line %1: %2).</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the update feed could not be read. The placeholders are a line number and the XML parser&apos;s own message.</extracomment>
+        <translation>Der Update-Feed ist kein gültiges XML (Zeile %1: %2).</translation>
+    </message>
+    <message>
+        <source>The update feed lists no release.</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the update feed names no version that applies.</extracomment>
+        <translation>Der Update-Feed nennt keine Version.</translation>
+    </message>
+    <message>
+        <source>The update server did not answer in time.</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the update server stopped answering.</extracomment>
+        <translation>Der Update-Server hat nicht rechtzeitig geantwortet.</translation>
+    </message>
+    <message>
+        <source>Could not reach the update server: %1</source>
+        <extracomment>Result of &quot;Check for Updates…&quot;: the placeholder is the network error, e.g. &quot;Connection refused&quot;.</extracomment>
+        <translation>Der Update-Server ist nicht erreichbar: %1</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::CategoriesPage</name>
+    <message>
+        <source>There is already a category called “%1”.</source>
+        <extracomment>Settings › Categories: message when a new or renamed category would get a name that another category has. %1 is that category&apos;s name. Use the quotation marks of your language.</extracomment>
+        <translation>Es gibt bereits eine Kategorie namens „%1“.</translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <extracomment>Settings › Categories: column with the category names.</extracomment>
+        <translation>Name</translation>
+    </message>
+    <message>
+        <source>Items</source>
+        <extracomment>Settings › Categories: column with the number of items in each category.</extracomment>
+        <translation>Einträge</translation>
+    </message>
+    <message>
+        <source>No categories yet. Categories keep items you need again and again, like addresses or replies, together.</source>
+        <extracomment>Settings › Categories: shown when the user has no categories yet.</extracomment>
+        <translation>Noch keine Kategorien. Kategorien halten Einträge zusammen, die Sie immer wieder brauchen, etwa Adressen oder Antworten.</translation>
+    </message>
+    <message>
+        <source>Drag a category to change the order; the filters of the history window follow it. Double-click a name to rename it.</source>
+        <extracomment>Settings › Categories: hint under the list of categories.</extracomment>
+        <translation>Ziehen Sie eine Kategorie, um die Reihenfolge zu ändern; die Filter des Verlaufsfensters folgen ihr. Doppelklicken Sie auf einen Namen, um ihn umzubenennen.</translation>
+    </message>
+    <message>
+        <source>New Category…</source>
+        <extracomment>Settings › Categories: button that creates a new category (opens a name dialog).</extracomment>
+        <translation>Neue Kategorie…</translation>
+    </message>
+    <message>
+        <source>Rename</source>
+        <extracomment>Settings › Categories: button that starts renaming the selected category.</extracomment>
+        <translation>Umbenennen</translation>
+    </message>
+    <message>
+        <source>Delete…</source>
+        <extracomment>Settings › Categories: button that deletes the selected category (asks first).</extracomment>
+        <translation>Löschen…</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n items</source>
+        <extracomment>Settings › Categories: number of items in a category.</extracomment>
+        <translation>
+            <numerusform>%n Eintrag</numerusform>
+            <numerusform>%n Einträge</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>The category could not be saved.</source>
+        <extracomment>Settings › Categories: message when a new category could not be stored (e.g. the database cannot be opened).</extracomment>
+        <translation>Die Kategorie konnte nicht gespeichert werden.</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::ChipBar</name>
+    <message>
+        <source>Rename…</source>
+        <extracomment>Context menu of a category chip: rename the category.</extracomment>
+        <translation>Umbenennen…</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <extracomment>Delete button or menu item (removes an item or a category). Short.</extracomment>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>New category</source>
+        <extracomment>Placeholder or dialog title for creating a new category of clipboard items.</extracomment>
+        <translation>Neue Kategorie</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::GeneralPage</name>
+    <message>
+        <source>Open history with:</source>
+        <extracomment>Settings › General: label before the button that records the shortcut opening the history.</extracomment>
+        <translation>Verlauf öffnen mit:</translation>
+    </message>
+    <message>
+        <source>At the pointer</source>
+        <extracomment>Settings › General › where the history window opens: near the mouse pointer.</extracomment>
+        <translation>Am Mauszeiger</translation>
+    </message>
+    <message>
+        <source>In the center of the screen</source>
+        <extracomment>Settings › General › where the history window opens: centred on the screen.</extracomment>
+        <translation>In der Bildschirmmitte</translation>
+    </message>
+    <message>
+        <source>Show window:</source>
+        <extracomment>Settings › General: label before the picker of where the history window opens.</extracomment>
+        <translation>Fenster anzeigen:</translation>
+    </message>
+    <message>
+        <source>Show preview:</source>
+        <extracomment>Settings › General: label before the picker of when the full preview of an item opens.</extracomment>
+        <translation>Vorschau anzeigen:</translation>
+    </message>
+    <message>
+        <source>Paste right away</source>
+        <extracomment>Settings › General switch: choosing an item in the history also pastes it into the app that was in front.</extracomment>
+        <translation>Sofort einfügen</translation>
+    </message>
+    <message>
+        <source>Launch at login</source>
+        <extracomment>Settings › General switch: start Zettly when the user logs in to the desktop.</extracomment>
+        <translation>Bei der Anmeldung starten</translation>
+    </message>
+    <message>
+        <source>In a Wayland session, Zettly cannot type into other apps&apos; windows, so the item only goes to the clipboard. To paste right away, log out and pick an “X11” or “Xorg” session in the login screen&apos;s session menu.</source>
+        <extracomment>Settings › General, under &quot;Paste right away&quot; in a Wayland session. &quot;X11&quot; and &quot;Xorg&quot; are the names the login screen&apos;s session menu shows; keep them.</extracomment>
+        <translation>In einer Wayland-Sitzung kann Zettly nicht in die Fenster anderer Anwendungen tippen, daher landet der Eintrag nur in der Zwischenablage. Um sofort einzufügen, melden Sie sich ab und wählen Sie im Sitzungsmenü des Anmeldebildschirms eine „X11“- oder „Xorg“-Sitzung.</translation>
+    </message>
+    <message>
+        <source>This X server lacks the XTEST extension, which Zettly needs to press Ctrl+V for you, so the item only goes to the clipboard. Enable XTEST in the X server&apos;s configuration (or install the package that provides it) and start Zettly again.</source>
+        <extracomment>Settings › General, under &quot;Paste right away&quot; when the X server cannot simulate key presses. XTEST is the name of the X server extension; keep it.</extracomment>
+        <translation>Diesem X-Server fehlt die Erweiterung XTEST, mit der Zettly für Sie Strg+V drückt, daher landet der Eintrag nur in der Zwischenablage. Aktivieren Sie XTEST in der Konfiguration des X-Servers (oder installieren Sie das Paket, das sie bereitstellt) und starten Sie Zettly neu.</translation>
+    </message>
+    <message>
+        <source>After %1 s</source>
+        <extracomment>Settings › General › preview picker: the preview opens once the selection has rested this long. %1 is a number of seconds, such as 0.5. &quot;s&quot; is seconds.</extracomment>
+        <translation>Nach %1 s</translation>
+    </message>
+    <message>
+        <source>Only with Super+Space or Ctrl+Y</source>
+        <extracomment>Settings › General › preview picker: the preview opens only when the user presses one of these shortcuts in the history window.</extracomment>
+        <translation>Nur mit Super+Leertaste oder Strg+Y</translation>
+    </message>
+    <message>
+        <source>Zettly could not be set to start at login.</source>
+        <extracomment>Settings › General, under &quot;Launch at login&quot; when the login entry could not be written. The system&apos;s reason follows on the next line.</extracomment>
+        <translation>Zettly konnte nicht für den Start bei der Anmeldung eingerichtet werden.</translation>
+    </message>
+    <message>
+        <source>Zettly could not be kept from starting at login.</source>
+        <extracomment>Settings › General, under &quot;Launch at login&quot; when the login entry could not be removed. The system&apos;s reason follows on the next line.</extracomment>
+        <translation>Der Start von Zettly bei der Anmeldung konnte nicht abgeschaltet werden.</translation>
+    </message>
+    <message>
+        <source>Choosing an item also pastes it into the window you were working in. Alt+Return in the history does the other.</source>
+        <extracomment>Settings › General, under &quot;Paste right away&quot;: what the switch does, and the key that does the other thing for one pick.</extracomment>
+        <translation>Beim Auswählen wird der Eintrag auch gleich in das Fenster eingefügt, in dem Sie gearbeitet haben. Alt+Eingabetaste im Verlauf bewirkt jeweils das andere.</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::HistoryList</name>
+    <message>
+        <source>Copy something and it shows up here.</source>
+        <extracomment>History window: shown when the history is still empty.</extracomment>
+        <translation>Kopieren Sie etwas, dann erscheint es hier.</translation>
+    </message>
+    <message>
+        <source>Nothing found.</source>
+        <extracomment>History window: shown when the search or filter finds nothing.</extracomment>
+        <translation>Nichts gefunden.</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::IgnorePage</name>
+    <message>
+        <source>A “[” is not closed.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid.</extracomment>
+        <translation>Ein „[“ wird nicht geschlossen.</translation>
+    </message>
+    <message>
+        <source>The parentheses do not match.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid.</extracomment>
+        <translation>Die runden Klammern passen nicht zusammen.</translation>
+    </message>
+    <message>
+        <source>Syntax error, for example a repeat with nothing to repeat.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid (e.g. &quot;*&quot; with nothing before it).</extracomment>
+        <translation>Syntaxfehler, etwa eine Wiederholung ohne etwas davor.</translation>
+    </message>
+    <message>
+        <source>Unknown escape sequence after a backslash.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid.</extracomment>
+        <translation>Unbekannte Escape-Sequenz nach einem Backslash.</translation>
+    </message>
+    <message>
+        <source>Unknown or malformed \p{…} property.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid; p{…} names a Unicode property.</extracomment>
+        <translation>Unbekannte oder fehlerhafte Eigenschaft \p{…}.</translation>
+    </message>
+    <message>
+        <source>The repeat count in {n,m} is not valid.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid; {n,m} is a repeat count.</extracomment>
+        <translation>Die Anzahl der Wiederholungen in {n,m} ist ungültig.</translation>
+    </message>
+    <message>
+        <source>A range in […] is not valid.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid, e.g. [z-a] or an unfinished [a-.</extracomment>
+        <translation>Ein Bereich in […] ist ungültig.</translation>
+    </message>
+    <message>
+        <source>A back reference names a group that does not exist.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid, e.g. <byte value="x2"/> with one group.</extracomment>
+        <translation>Eine Rückreferenz verweist auf eine Gruppe, die es nicht gibt.</translation>
+    </message>
+    <message>
+        <source>A look-behind must have a limited length.</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid.</extracomment>
+        <translation>Ein Lookbehind muss eine begrenzte Länge haben.</translation>
+    </message>
+    <message>
+        <source>Unknown flag in (?…).</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid, e.g. (?z).</extracomment>
+        <translation>Unbekannte Option in (?…).</translation>
+    </message>
+    <message>
+        <source>Not a valid regular expression (%1).</source>
+        <extracomment>Settings › Ignore: why a regular expression is invalid, for a rarer error. %1 is the regular-expression library&apos;s own error name (not translated).</extracomment>
+        <translation>Kein gültiger regulärer Ausdruck (%1).</translation>
+    </message>
+    <message>
+        <source>Add</source>
+        <extracomment>Settings › Ignore: button that adds the typed application id or pattern to its list.</extracomment>
+        <translation>Hinzufügen</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <extracomment>Settings › Ignore: button that removes the selected applications or pattern.</extracomment>
+        <translation>Entfernen</translation>
+    </message>
+    <message>
+        <source>Applications</source>
+        <extracomment>Settings › Ignore: title of the section with the ignored applications.</extracomment>
+        <translation>Anwendungen</translation>
+    </message>
+    <message>
+        <source>Nothing you copy while one of these applications is in front is saved.</source>
+        <extracomment>Settings › Ignore: explanation of the ignored applications.</extracomment>
+        <translation>Was Sie kopieren, während eine dieser Anwendungen im Vordergrund ist, wird nicht gespeichert.</translation>
+    </message>
+    <message>
+        <source>These are the defaults: password managers Zettly knows. Adding or removing one makes the list your own.</source>
+        <extracomment>Settings › Ignore: shown under the application list while the user has not changed it.</extracomment>
+        <translation>Dies sind die Vorgaben: Passwortmanager, die Zettly kennt. Sobald Sie einen hinzufügen oder entfernen, wird es Ihre eigene Liste.</translation>
+    </message>
+    <message>
+        <source>Application id, like org.keepassxc.KeePassXC</source>
+        <extracomment>Settings › Ignore: placeholder of the field for an application id to ignore.</extracomment>
+        <translation>Anwendungskennung, etwa org.keepassxc.KeePassXC</translation>
+    </message>
+    <message>
+        <source>Open Windows</source>
+        <extracomment>Settings › Ignore: button with a menu of the open windows, to pick an application to ignore.</extracomment>
+        <translation>Offene Fenster</translation>
+    </message>
+    <message>
+        <source>Restore Defaults</source>
+        <extracomment>Settings › Ignore: button that goes back to the built-in list of ignored applications.</extracomment>
+        <translation>Vorgaben wiederherstellen</translation>
+    </message>
+    <message>
+        <source>Text Patterns</source>
+        <extracomment>Settings › Ignore: title of the section with the ignored text patterns.</extracomment>
+        <translation>Textmuster</translation>
+    </message>
+    <message>
+        <source>A copied text in which one of these regular expressions finds a match is not saved. Upper and lower case count.</source>
+        <extracomment>Settings › Ignore: explanation of the patterns. &quot;Regular expressions&quot; is the technical term; matching is case-sensitive and a match anywhere in the text counts.</extracomment>
+        <translation>Ein kopierter Text, in dem einer dieser regulären Ausdrücke einen Treffer findet, wird nicht gespeichert. Groß- und Kleinschreibung zählen.</translation>
+    </message>
+    <message>
+        <source>Regular expression, like ^\d{6}$</source>
+        <extracomment>Settings › Ignore: placeholder of the field for a regular expression; the example matches six-digit codes.</extracomment>
+        <translation>Regulärer Ausdruck, etwa ^\d{6}$</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <extracomment>Settings › Ignore: button that stops editing a pattern without saving it.</extracomment>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <extracomment>Settings › Ignore: button that puts the selected pattern into the field for editing.</extracomment>
+        <translation>Bearbeiten</translation>
+    </message>
+    <message>
+        <source>%1 — %2</source>
+        <extracomment>Settings › Ignore: an entry of the open-windows menu: the window&apos;s title, then the application id.</extracomment>
+        <translation>%1 – %2</translation>
+    </message>
+    <message>
+        <source>No windows found</source>
+        <extracomment>Settings › Ignore: the open-windows menu when no window could be listed.</extracomment>
+        <translation>Keine Fenster gefunden</translation>
+    </message>
+    <message>
+        <source>An empty pattern would match every text you copy.</source>
+        <extracomment>Settings › Ignore: why an empty pattern cannot be stored.</extracomment>
+        <translation>Ein leeres Muster würde auf jeden kopierten Text passen.</translation>
+    </message>
+    <message>
+        <source>%1 Found at character %2.</source>
+        <extracomment>Settings › Ignore: a reason why a pattern is invalid (%1, a full sentence) and where in the pattern the problem was found (%2, counted in characters from 1).</extracomment>
+        <translation>%1 Gefunden bei Zeichen %2.</translation>
+    </message>
+    <message>
+        <source>%1 Found in line %2 at character %3.</source>
+        <extracomment>Settings › Ignore: a reason why a pattern is invalid (%1, a full sentence) and where the problem was found: line %2, character %3.</extracomment>
+        <translation>%1 Gefunden in Zeile %2 bei Zeichen %3.</translation>
+    </message>
+    <message>
+        <source>This pattern is already in the list.</source>
+        <extracomment>Settings › Ignore: shown under the pattern field when the typed pattern is already in the list.</extracomment>
+        <translation>Dieses Muster steht bereits in der Liste.</translation>
+    </message>
+    <message>
+        <source>Save</source>
+        <extracomment>Settings › Ignore: button that stores the edited pattern in place of the old one.</extracomment>
+        <translation>Speichern</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::PopupWindow</name>
+    <message>
+        <source>Zettly</source>
+        <extracomment>Title of the history window (shown by some window lists).</extracomment>
+        <translation>Zettly</translation>
+    </message>
+    <message>
+        <source>Search</source>
+        <extracomment>Placeholder of the search field at the top of the history window.</extracomment>
+        <translation>Suchen</translation>
+    </message>
+    <message>
+        <source>↩ pick · Super+Space or Ctrl+Y preview</source>
+        <extracomment>Footer of the history window: a short keyboard hint. ↩ is the Return key.</extracomment>
+        <translation>↩ auswählen · Super+Leertaste oder Strg+Y Vorschau</translation>
+    </message>
+    <message>
+        <source>Menu</source>
+        <extracomment>Footer of the history window: tooltip of the button that opens the app menu.</extracomment>
+        <translation>Menü</translation>
+    </message>
+    <message>
+        <source>Update to %1 available</source>
+        <extracomment>History window: prominent button shown when a new version of Zettly is available. The placeholder is the version number, e.g. 1.0.2. Keep it short.</extracomment>
+        <translation>Update auf %1 verfügbar</translation>
+    </message>
+    <message>
+        <source>None</source>
+        <extracomment>Category menu: item that takes the clipboard item out of its category.</extracomment>
+        <translation>Keine</translation>
+    </message>
+    <message>
+        <source>New Category…</source>
+        <extracomment>Menu item that creates a new category and puts the item in it. Use your language&apos;s menu capitalization.</extracomment>
+        <translation>Neue Kategorie…</translation>
+    </message>
+    <message>
+        <source>Copy</source>
+        <extracomment>Context menu of a history item: copy it to the clipboard.</extracomment>
+        <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>Copy and Paste</source>
+        <extracomment>Context menu of a history item: copy it and paste it into the app in front.</extracomment>
+        <translation>Kopieren und einfügen</translation>
+    </message>
+    <message>
+        <source>Unpin</source>
+        <extracomment>Context menu of a history item: unpin it.</extracomment>
+        <translation>Loslösen</translation>
+    </message>
+    <message>
+        <source>Pin</source>
+        <extracomment>Context menu of a history item: pin it so it is never deleted automatically.</extracomment>
+        <translation>Anheften</translation>
+    </message>
+    <message>
+        <source>Edit Text…</source>
+        <extracomment>Context menu of a history item: edit its text.</extracomment>
+        <translation>Text bearbeiten…</translation>
+    </message>
+    <message>
+        <source>Name…</source>
+        <extracomment>Context menu of a history item: give it a short name shown above it.</extracomment>
+        <translation>Benennen…</translation>
+    </message>
+    <message>
+        <source>Category</source>
+        <extracomment>Context menu of a history item: submenu to put it in a category.</extracomment>
+        <translation>Kategorie</translation>
+    </message>
+    <message>
+        <source>Preview</source>
+        <extracomment>Context menu of a history item: show the whole item in a preview next to the window.</extracomment>
+        <translation>Vorschau</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <extracomment>Delete button or menu item (removes an item or a category). Short.</extracomment>
+        <translation>Löschen</translation>
+    </message>
+    <message>
+        <source>Clear History…</source>
+        <extracomment>Footer menu of the history window: clears the history after asking.</extracomment>
+        <translation>Verlauf leeren…</translation>
+    </message>
+    <message>
+        <source>Settings…</source>
+        <extracomment>Footer menu of the history window: opens the Settings window.</extracomment>
+        <translation>Einstellungen…</translation>
+    </message>
+    <message>
+        <source>About Zettly</source>
+        <extracomment>Footer menu of the history window: opens the About page of the Settings window.</extracomment>
+        <translation>Über Zettly</translation>
+    </message>
+    <message>
+        <source>Check for Updates…</source>
+        <extracomment>Footer menu of the history window: looks for a newer version of Zettly.</extracomment>
+        <translation>Nach Updates suchen…</translation>
+    </message>
+    <message>
+        <source>Quit Zettly</source>
+        <extracomment>Footer menu of the history window: quits the application.</extracomment>
+        <translation>Zettly beenden</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::SettingsWindow</name>
+    <message>
+        <source>Zettly Settings</source>
+        <extracomment>Title of the settings window.</extracomment>
+        <translation>Zettly-Einstellungen</translation>
+    </message>
+    <message>
+        <source>General</source>
+        <extracomment>Settings tab: shortcut, window, pasting, launch at login.</extracomment>
+        <translation>Allgemein</translation>
+    </message>
+    <message>
+        <source>Categories</source>
+        <extracomment>Settings tab: the user&apos;s categories of clipboard items.</extracomment>
+        <translation>Kategorien</translation>
+    </message>
+    <message>
+        <source>Storage</source>
+        <extracomment>Settings tab: how much history is kept and for how long.</extracomment>
+        <translation>Speicher</translation>
+    </message>
+    <message>
+        <source>Ignore</source>
+        <extracomment>Settings tab: applications and text patterns whose copies are not saved.</extracomment>
+        <translation>Ignorieren</translation>
+    </message>
+    <message>
+        <source>Sync</source>
+        <extracomment>Settings tab: syncing the history between the user&apos;s devices.</extracomment>
+        <translation>Synchronisierung</translation>
+    </message>
+    <message>
+        <source>About</source>
+        <extracomment>Settings tab: version, links and licences.</extracomment>
+        <translation>Über</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::ShortcutRecorder</name>
+    <message>
+        <source>Shortcut</source>
+        <extracomment>Accessible name of the button that shows and records the shortcut opening the history.</extracomment>
+        <translation>Tastenkürzel</translation>
+    </message>
+    <message>
+        <source>Reset</source>
+        <extracomment>Button beside the shortcut: sets the shortcut back to Alt+V. Short.</extracomment>
+        <translation>Zurücksetzen</translation>
+    </message>
+    <message>
+        <source>Space</source>
+        <extracomment>Name of the space bar in a shortcut, as in &quot;Ctrl+Space&quot;.</extracomment>
+        <translation>Leertaste</translation>
+    </message>
+    <message>
+        <source>Press a shortcut…</source>
+        <extracomment>The shortcut button while it waits for the user to press the new shortcut.</extracomment>
+        <translation>Tastenkürzel drücken…</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::StoragePage</name>
+    <message>
+        <source>1 item</source>
+        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker, a history of one single item.</extracomment>
+        <translation>1 Eintrag</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n items</source>
+        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker: how many items the history keeps.</extracomment>
+        <translation>
+            <numerusform>%n Eintrag</numerusform>
+            <numerusform>%n Einträge</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>1 minute</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker.</extracomment>
+        <translation>1 Minute</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n minutes</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker: items older than this are deleted.</extracomment>
+        <translation>
+            <numerusform>%n Minute</numerusform>
+            <numerusform>%n Minuten</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>1 day</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker.</extracomment>
+        <translation>1 Tag</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n days</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker: items older than this are deleted.</extracomment>
+        <translation>
+            <numerusform>%n Tag</numerusform>
+            <numerusform>%n Tage</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>1 week</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker.</extracomment>
+        <translation>1 Woche</translation>
+    </message>
+    <message>
+        <source>1 hour</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker.</extracomment>
+        <translation>1 Stunde</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n hours</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker: items older than this are deleted.</extracomment>
+        <translation>
+            <numerusform>%n Stunde</numerusform>
+            <numerusform>%n Stunden</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>%1 hours</source>
+        <extracomment>Settings › Storage › &quot;Delete after:&quot; picker, a retention set outside the app that is not a whole number of hours. %1 is a number with a fraction, such as 1.5.</extracomment>
+        <translation>%1 Stunden</translation>
+    </message>
+    <message>
+        <source>Keep up to:</source>
+        <extracomment>Settings › Storage: label before the picker of how many items the history keeps.</extracomment>
+        <translation>Höchstens behalten:</translation>
+    </message>
+    <message>
+        <source>Delete after:</source>
+        <extracomment>Settings › Storage: label before the picker of the age at which items are deleted.</extracomment>
+        <translation>Löschen nach:</translation>
+    </message>
+    <message>
+        <source>Save images</source>
+        <extracomment>Settings › Storage switch: copied images are kept in the history too.</extracomment>
+        <translation>Bilder speichern</translation>
+    </message>
+    <message>
+        <source>Clear history when Zettly quits</source>
+        <extracomment>Settings › Storage switch: the history (except pinned items) is deleted when Zettly quits.</extracomment>
+        <translation>Verlauf beim Beenden von Zettly leeren</translation>
+    </message>
+    <message>
+        <source>Clear History…</source>
+        <extracomment>Settings › Storage button: asks, then deletes the history except pinned items.</extracomment>
+        <translation>Verlauf leeren…</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::SyncPage</name>
+    <message>
+        <source>Sync the clipboard history with your other devices</source>
+        <extracomment>Settings › Sync: switch that turns syncing the clipboard history between devices on.</extracomment>
+        <translation>Verlauf der Zwischenablage mit Ihren anderen Geräten synchronisieren</translation>
+    </message>
+    <message>
+        <source>Texts, images, pins, names and categories travel between your devices.</source>
+        <extracomment>Settings › Sync: what the sync switch covers.</extracomment>
+        <translation>Texte, Bilder, Anheftungen, Namen und Kategorien werden zwischen Ihren Geräten abgeglichen.</translation>
+    </message>
+    <message>
+        <source>Sync the order of the filters too</source>
+        <extracomment>Settings › Sync: switch that also syncs the order of the filter chips of the history window; only available while sync is on.</extracomment>
+        <translation>Auch die Reihenfolge der Filter synchronisieren</translation>
+    </message>
+    <message>
+        <source>Cloud Copy</source>
+        <extracomment>Settings › Sync: title of the section with the action that deletes the server copy.</extracomment>
+        <translation>Cloud-Kopie</translation>
+    </message>
+    <message>
+        <source>Removes everything Zettly keeps on the sync server. The history on your devices stays.</source>
+        <extracomment>Settings › Sync: explains the &quot;Delete Cloud Copy…&quot; button.</extracomment>
+        <translation>Entfernt alles, was Zettly auf dem Sync-Server aufbewahrt. Der Verlauf auf Ihren Geräten bleibt erhalten.</translation>
+    </message>
+    <message>
+        <source>Delete Cloud Copy…</source>
+        <extracomment>Settings › Sync: button that deletes the synced copy of the history on the server (asks first).</extracomment>
+        <translation>Cloud-Kopie löschen…</translation>
+    </message>
+    <message>
+        <source>Last synced: %1</source>
+        <extracomment>Settings › Sync: status line; %1 is when the last sync ended, like &quot;5 minutes ago&quot; or a date and time.</extracomment>
+        <translation>Zuletzt synchronisiert: %1</translation>
+    </message>
+    <message>
+        <source>Not synced yet</source>
+        <extracomment>Settings › Sync: status line before the first successful sync.</extracomment>
+        <translation>Noch nicht synchronisiert</translation>
+    </message>
+    <message>
+        <source>just now</source>
+        <extracomment>Settings › Sync: when the last sync ended, less than a minute ago.</extracomment>
+        <translation>gerade eben</translation>
+    </message>
+    <message numerus="yes">
+        <source>%n minutes ago</source>
+        <extracomment>Settings › Sync: when the last sync ended, in whole minutes.</extracomment>
+        <translation>
+            <numerusform>vor %n Minute</numerusform>
+            <numerusform>vor %n Minuten</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>%n hours ago</source>
+        <extracomment>Settings › Sync: when the last sync ended, in whole hours.</extracomment>
+        <translation>
+            <numerusform>vor %n Stunde</numerusform>
+            <numerusform>vor %n Stunden</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>Delete the cloud copy of your clipboard history?</source>
+        <extracomment>Settings › Sync: confirmation title before deleting the server copy of the history.</extracomment>
+        <translation>Cloud-Kopie Ihres Zwischenablage-Verlaufs löschen?</translation>
+    </message>
+    <message>
+        <source>The history on this computer and on your other devices stays. The copy on the sync server is removed for all your devices. While sync is on, the next sync uploads this computer&apos;s history again.</source>
+        <extracomment>Settings › Sync: confirmation text before deleting the server copy of the history.</extracomment>
+        <translation>Der Verlauf auf diesem Computer und auf Ihren anderen Geräten bleibt erhalten. Die Kopie auf dem Sync-Server wird für alle Ihre Geräte entfernt. Solange die Synchronisierung eingeschaltet ist, lädt die nächste Synchronisierung den Verlauf dieses Computers erneut hoch.</translation>
+    </message>
+    <message>
+        <source>Deleting the cloud copy…</source>
+        <extracomment>Settings › Sync: shown while the server copy is being deleted.</extracomment>
+        <translation>Cloud-Kopie wird gelöscht…</translation>
+    </message>
+    <message>
+        <source>The cloud copy could not be deleted: %1</source>
+        <extracomment>Settings › Sync: the server copy could not be deleted; %1 is the reason.</extracomment>
+        <translation>Die Cloud-Kopie konnte nicht gelöscht werden: %1</translation>
+    </message>
+    <message>
+        <source>The cloud copy was deleted.</source>
+        <extracomment>Settings › Sync: the server copy was deleted.</extracomment>
+        <translation>Die Cloud-Kopie wurde gelöscht.</translation>
+    </message>
+</context>
+</TS>
