@@ -188,6 +188,11 @@ SettingsContext AppDelegate::settingsContext() {
             mainQueue_.post([done, error] { done(error); });
         });
     };
+    if (updater_.configured()) {
+        context.automaticUpdateChecks = [this] { return updater_.automaticallyChecks(); };
+        context.setAutomaticUpdateChecks = [this](bool on) { updater_.setAutomaticallyChecks(on); };
+        context.checkForUpdates = [this] { updater_.checkForUpdates(); };
+    }
     const char* config = std::getenv("XDG_CONFIG_HOME");
     const char* home = std::getenv("HOME");
     if (config && *config == '/')

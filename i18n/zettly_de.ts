@@ -147,6 +147,16 @@
         <extracomment>Settings › About, at the end of the licence list: GoogleTest is only used by the developers&apos; tests. Keep the name &quot;GoogleTest&quot;.</extracomment>
         <translation>GoogleTest (BSD-3-Clause) dient nur zum Testen von Zettly und ist nicht Teil davon.</translation>
     </message>
+    <message>
+        <source>Check for updates automatically</source>
+        <extracomment>Settings › About switch: look for a newer version once a day in the background.</extracomment>
+        <translation>Automatisch nach Updates suchen</translation>
+    </message>
+    <message>
+        <source>Check Now</source>
+        <extracomment>Settings › About button: look for a newer version now.</extracomment>
+        <translation>Jetzt prüfen</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AppDelegate</name>

@@ -1,14 +1,19 @@
 #include "settings/AboutPage.h"
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSignalBlocker>
 #include <QStyle>
 #include <QUrl>
 #include <QVBoxLayout>
+
+#include "settings/SettingsContext.h"
 
 namespace zettly {
 namespace {
@@ -35,7 +40,8 @@ QString libraryLicences() {
 
 }  // namespace
 
-AboutPage::AboutPage(SettingsContext&, QWidget* parent) : QWidget(parent) {
+AboutPage::AboutPage(SettingsContext& context, QWidget* parent)
+    : QWidget(parent), context_(context) {
     auto* column = new QVBoxLayout(this);
 
     auto* header = new QHBoxLayout;
@@ -82,6 +88,22 @@ AboutPage::AboutPage(SettingsContext&, QWidget* parent) : QWidget(parent) {
     header->addLayout(identity, 1);
     column->addLayout(header);
 
+    if (context_.automaticUpdateChecks && context_.setAutomaticUpdateChecks &&
+        context_.checkForUpdates) {
+        auto* updates = new QHBoxLayout;
+        //: Settings › About switch: look for a newer version once a day in the background.
+        automatic_ = new QCheckBox(tr("Check for updates automatically"), this);
+        connect(automatic_, &QCheckBox::toggled, this,
+                [this](bool on) { context_.setAutomaticUpdateChecks(on); });
+        updates->addWidget(automatic_);
+        updates->addStretch(1);
+        //: Settings › About button: look for a newer version now.
+        auto* now = new QPushButton(tr("Check Now"), this);
+        connect(now, &QPushButton::clicked, this, [this] { context_.checkForUpdates(); });
+        updates->addWidget(now);
+        column->addLayout(updates);
+    }
+
     //: Settings › About: heading above the list of libraries Zettly uses and their licences.
     column->addWidget(new QLabel(tr("Zettly is built with these libraries:"), this));
     auto* licences = new QPlainTextEdit(this);
@@ -92,6 +114,13 @@ AboutPage::AboutPage(SettingsContext&, QWidget* parent) : QWidget(parent) {
         tr("GoogleTest (BSD-3-Clause) is used only to test Zettly and is not part of it.");
     licences->setPlainText(libraryLicences() + QLatin1Char('\n') + testsOnly);
     column->addWidget(licences, 1);
+}
+
+void AboutPage::reload() {
+    if (!automatic_)
+        return;
+    const QSignalBlocker block(automatic_);
+    automatic_->setChecked(context_.automaticUpdateChecks());
 }
 
 }  // namespace zettly

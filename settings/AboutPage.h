@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+class QCheckBox;
+
 namespace zettly {
 
 struct SettingsContext;
@@ -13,13 +15,17 @@ class AboutPage : public QWidget {
 public:
     explicit AboutPage(SettingsContext& context, QWidget* parent = nullptr);
 
-    // Nothing on this page comes from the preferences; here for the window,
-    // which reloads every page alike.
-    void reload() {}
+    // Only the automatic-check switch comes from the preferences.
+    void reload();
+    QCheckBox* automaticChecksSwitch() const { return automatic_; }
 
     static constexpr const char* siteUrl = "https://zettly.org";
     static constexpr const char* sourceUrl = "https://zettly.org/source";
     static constexpr const char* issuesUrl = "https://zettly.org/issues";
+
+private:
+    SettingsContext& context_;
+    QCheckBox* automatic_ = nullptr;
 };
 
 }  // namespace zettly

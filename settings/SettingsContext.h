@@ -44,6 +44,11 @@ struct SettingsContext {
     // main thread with an error message, or none on success.
     std::function<void(std::function<void(std::optional<std::string> error)> done)>
         deleteCloudCopy = {};
+    // Update checks; all empty when this build has no update feed, and the
+    // About page then offers none.
+    std::function<bool()> automaticUpdateChecks = {};
+    std::function<void(bool)> setAutomaticUpdateChecks = {};
+    std::function<void()> checkForUpdates = {};
     // The autostart folder ($XDG_CONFIG_HOME/autostart by default) and the
     // command the login entry starts.
     std::string autostartDir = {};

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include "settings/AboutPage.h"
 #include "settings/Autostart.h"
 #include "settings/GeneralPage.h"
 #include "settings/SettingsContext.h"
@@ -290,6 +291,24 @@ TEST_F(SettingsPagesTest, LaunchAtLoginWritesTheEntryAndShowsWhatTheDesktopWillR
     EXPECT_FALSE(launch->isChecked());
     EXPECT_FALSE(page.launchError()->isHidden());
     EXPECT_TRUE(page.launchError()->text().contains(QString::fromStdString(blocked.string())));
+}
+
+TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater) {
+    EXPECT_EQ(AboutPage(context).automaticChecksSwitch(), nullptr);
+
+    bool automatic = false;
+    context.automaticUpdateChecks = [&] { return automatic; };
+    context.setAutomaticUpdateChecks = [&](bool on) { automatic = on; };
+    context.checkForUpdates = [] {};
+    AboutPage page(context);
+    page.reload();
+    ASSERT_NE(page.automaticChecksSwitch(), nullptr);
+    EXPECT_FALSE(page.automaticChecksSwitch()->isChecked());
+    page.automaticChecksSwitch()->click();
+    EXPECT_TRUE(automatic);
+    automatic = false;
+    page.reload();
+    EXPECT_FALSE(page.automaticChecksSwitch()->isChecked());
 }
 
 }  // namespace
