@@ -124,6 +124,10 @@ struct CloudError {
     std::string description;
     // With serverRecordChanged: the server's current version, all fields.
     std::optional<CloudRecord> serverRecord;
+    // For the user, when the backend can say better than the code what is
+    // wrong (a passphrase that does not open the server's data); the sync
+    // status then shows it instead of the code.
+    std::optional<std::string> userMessage;
 
     CloudError() = default;
     explicit CloudError(CloudErrorCode c, std::string text = {},

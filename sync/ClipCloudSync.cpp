@@ -34,6 +34,8 @@ ClipCloudSync::ClipCloudSync(Dependencies dependencies, Role role)
       userCheckedAt_(-std::numeric_limits<double>::infinity()) {}
 
 std::string ClipCloudSync::statusText(const CloudError& error) {
+    if (error.userMessage && !error.userMessage->empty())
+        return *error.userMessage;
     return "CloudKit " + std::to_string(error.number());
 }
 
@@ -223,11 +225,15 @@ void ClipCloudSync::handleFailure(const CloudError& error) {
 
 CloudResult<> ClipCloudSync::checkAccount(CloudContainer& container) {
     double now = clock_.now();
-    if (!(now - userCheckedAt_ > accountCheckInterval))
+    bool forced = forceUserCheck_.exchange(false);
+    if (!forced && !(now - userCheckedAt_ > accountCheckInterval))
         return {};
     auto user = container.userRecordName();
-    if (!user)
+    if (!user) {
+        if (forced)
+            forceUserCheck_ = true;  // still owed once the server answers
         return user.error();
+    }
     userCheckedAt_ = now;
     auto known = defaults_.string(prefkey::clipSyncUser);
     if (known && *known != user.value()) {

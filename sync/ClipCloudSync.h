@@ -54,8 +54,9 @@ public:
 
     static constexpr std::string_view zoneName = "Clipboard";
     static constexpr std::string_view subscriptionID = "clipboard-zone";
-    // "clipSyncLastError" while no account (or no backend) is available.
-    static constexpr std::string_view syncOffStatus = "Sync is off";
+    // "clipSyncLastError" while no account (or no backend) is available: on
+    // Linux that means no sync server has been set up.
+    static constexpr std::string_view syncOffStatus = "Sync is not set up";
     static constexpr int maxPasses = 4;
     static constexpr double accountCheckInterval = 600;
 
@@ -81,6 +82,10 @@ public:
     // error when the zone could not be deleted (nothing local changes then).
     CloudResult<> deleteCloudCopy();
 
+    // The backend now talks to another server or as another user: the next
+    // pass asks who the user is instead of waiting for the periodic check.
+    void accountMayHaveChanged() { forceUserCheck_ = true; }
+
     // Called on the main queue after a sync changed local data (the app
     // reloads an open window). Set before the first sync.
     std::function<void()> didChange;
@@ -97,7 +102,8 @@ private:
     // The engine is shared with the companion keyboard app, and so is the
     // prefix its lines are found by.
     static constexpr std::string_view logPrefix = "[Ovrin] ClipSync: ";
-    // How a cloud error reads in "clipSyncLastError": "CloudKit 4".
+    // How a cloud error reads in "clipSyncLastError": "CloudKit 4", or the
+    // backend's own words for the user when it has them.
     static std::string statusText(const CloudError& error);
 
     static constexpr std::int64_t textBatch = 150;
@@ -152,6 +158,7 @@ private:
     // Only touched by the pass in flight. The distant past at first, so the
     // first pass after launch always asks who is signed in.
     double userCheckedAt_;
+    std::atomic<bool> forceUserCheck_{false};
     bool localChanged_ = false;
 };
 

@@ -310,7 +310,7 @@ TEST_F(CloudSync, WithoutAnAccountABackendOrTheSwitchNothingButTheStatusHappens)
     a.copy("private");
     a.cloud.inner->setAccountStatus(CloudAccountStatus::noAccount);
     EXPECT_FALSE(a.sync());
-    EXPECT_EQ(a.lastError(), "Sync is off");
+    EXPECT_EQ(a.lastError(), "Sync is not set up");
     EXPECT_EQ(a.cloud.userChecks, 0);
     EXPECT_THAT(a.env.log.lines(), IsEmpty());
     EXPECT_THAT(server.records("ann", "Clipboard"), IsEmpty());
@@ -318,7 +318,7 @@ TEST_F(CloudSync, WithoutAnAccountABackendOrTheSwitchNothingButTheStatusHappens)
     ClipCloudSync unconfigured(
         {nullptr, b.texts, b.images, b.env.defaults, b.env.clock, b.env.log, b.main, b.background});
     EXPECT_FALSE(unconfigured.sync("launch"));
-    EXPECT_EQ(b.lastError(), "Sync is off");
+    EXPECT_EQ(b.lastError(), "Sync is not set up");
     EXPECT_FALSE(unconfigured.deleteCloudCopy());
 
     b.env.defaults.remove(prefkey::clipSyncLastError);
@@ -349,6 +349,20 @@ TEST_F(CloudSync, AnotherAccountOnTheDeviceGetsTheWholeHistoryUnderItsOwnKey) {
     EXPECT_EQ(serverKey("bob"), CloudValue(*a.key()));
     EXPECT_EQ(records("ClipItem", "bob").size(), 1u);
     EXPECT_FALSE(a.lastError());
+
+    // Pointed at another server in the settings: checked at the next pass.
+    a.cloud.inner->signIn("carol");
+    a.engine.accountMayHaveChanged();
+    a.sync();
+    EXPECT_EQ(a.env.defaults.string(prefkey::clipSyncUser), "carol");
+    EXPECT_EQ(records("ClipItem", "carol").size(), 1u);
+
+    // A backend that can say what is wrong says it in the status.
+    CloudError wrongPassphrase(Code::notAuthenticated);
+    wrongPassphrase.userMessage = "The passphrase does not match the data on the sync server";
+    a.cloud.inner->failNext(CloudOperation::accountStatus, wrongPassphrase);
+    a.sync();
+    EXPECT_EQ(a.lastError(), wrongPassphrase.userMessage);
 }
 
 TEST_F(CloudSync, BurstsOfLocalChangesLeadToOneSyncAfterTheLastOne) {

@@ -19,7 +19,7 @@
 
 namespace zettly::test {
 
-// A device's view of the in-memory server with a few seams for tests: it
+// A device's view of the server with a few seams for tests: it
 // counts passes (each starts with the account status) and user checks,
 // remembers the token every change fetch started from, and can run
 // something just before a save or fail a chosen change fetch, which is how
@@ -27,22 +27,24 @@ namespace zettly::test {
 class HookedContainer final : public CloudContainer, private CloudDatabase {
 public:
     explicit HookedContainer(std::unique_ptr<InMemoryContainer> device)
-        : inner(std::move(device)) {}
+        : inner(device.get()), base_(std::move(device)) {}
+    // Any other backend (the CouchDB one); `inner` is then null.
+    explicit HookedContainer(std::unique_ptr<CloudContainer> backend) : base_(std::move(backend)) {}
 
     CloudResult<CloudAccountStatus> accountStatus() override {
         ++passes;
-        return inner->accountStatus();
+        return base_->accountStatus();
     }
     CloudResult<std::string> userRecordName() override {
         ++userChecks;
-        return inner->userRecordName();
+        return base_->userRecordName();
     }
     CloudDatabase& privateDatabase() override { return *this; }
     void setPushHandler(std::function<void(const std::string&)> handler) override {
-        inner->setPushHandler(std::move(handler));
+        base_->setPushHandler(std::move(handler));
     }
 
-    std::unique_ptr<InMemoryContainer> inner;
+    InMemoryContainer* inner = nullptr;  // fault injection, with the in-memory server
     int passes = 0;
     int userChecks = 0;
     std::vector<CloudBytes> fetchedSince;
@@ -50,7 +52,7 @@ public:
     std::function<std::optional<CloudError>()> beforeFetch;
 
 private:
-    CloudDatabase& db() { return inner->privateDatabase(); }
+    CloudDatabase& db() { return base_->privateDatabase(); }
     CloudResult<> saveZones(const std::vector<std::string>& names) override {
         return db().saveZones(names);
     }
@@ -81,6 +83,8 @@ private:
         }
         return db().zoneChanges(zone, since, keys, limit);
     }
+
+    std::unique_ptr<CloudContainer> base_;
 };
 
 // One device: its own folder, defaults, clock, stores, main queue and
@@ -90,7 +94,10 @@ struct SyncDevice {
     using Role = ClipCloudSync::Role;
 
     SyncDevice(InMemoryCloud& server, const std::string& user, Role role = Role::mac)
-        : cloud(server.container(user)) {
+        : SyncDevice(std::unique_ptr<InMemoryContainer>(server.container(user)), role) {}
+    template <typename Backend>
+    explicit SyncDevice(std::unique_ptr<Backend> backend, Role role = Role::mac)
+        : cloud(std::move(backend)) {
         env.defaults.setBool(prefkey::clipboardCloudSync, true);
         env.defaults.setInteger(prefkey::clipboardLimit, 1000);
         engine.setRole(role);
@@ -129,6 +136,7 @@ struct SyncDevice {
             lines.push_back(line);
         }
         // Images are compared by record name: each device has its own ids.
+        images.fetchAll();  // opens the store, which a device may not have used yet
         for (const auto& row :
              rows(env.library() / "clipmedia.sqlite",
                   "SELECT rid, w || 'x' || h, pinned, ifnull(label, '') FROM media"))
