@@ -1,0 +1,230 @@
+// The sync engine on two devices through a real CouchDB-compatible server
+// (pouchdb-server in memory), with the records sealed end to end.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "platform/couch/CouchContainer.h"
+#include "tests/fakes/PouchServer.h"
+#include "tests/fakes/TestImages.h"
+#include "tests/sync/SyncDevice.h"
+
+namespace zettly {
+namespace {
+
+using test::SyncDevice;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* passphrase = "correct horse battery staple";
+
+// Up before the devices are made, so their settings name its port.
+struct StartedServer : test::PouchServer {
+    StartedServer() : PouchServer(ZETTLY_POUCHDB_SERVER) { up = start(); }
+    bool up = false;
+};
+
+struct CouchSync : ::testing::Test {
+    void SetUp() override { ASSERT_TRUE(server.up) << server.output(); }
+
+    std::unique_ptr<CouchContainer> backend(const std::string& phrase = passphrase) {
+        CouchSettings settings;
+        settings.databaseUrl = server.url() + "/zettly";
+        settings.user = test::PouchServer::user;
+        settings.password = test::PouchServer::password;
+        settings.passphrase = phrase;
+        settings.kdf = synccrypto::KdfStrength::interactive;
+        settings.requestTimeoutSeconds = 5;
+        return std::make_unique<CouchContainer>(std::move(settings), log);
+    }
+    // The server's raw documents; none while the database does not exist.
+    nlohmann::json documents() {
+        auto response = server.request("GET", "/zettly/_all_docs?include_docs=true");
+        if (response.status != 200)
+            return {{"rows", nlohmann::json::array()}};
+        return nlohmann::json::parse(response.body, nullptr, false);
+    }
+    std::size_t count(const std::string& type) {
+        std::size_t n = 0;
+        const auto all = documents();  // kept: the loop below reads into it
+        for (const auto& row : all["rows"])
+            n += row["doc"].value("recordType", "") == type && !row["doc"].contains("_deleted");
+        return n;
+    }
+    // Syncs both devices until neither changes anything, then compares.
+    void expectConverged() {
+        for (int round = 0; round < 3; ++round) {
+            bool changed = a.sync();
+            changed = b.sync() || changed;
+            if (!changed)
+                break;
+        }
+        EXPECT_EQ(a.contents(), b.contents());
+    }
+
+    StartedServer server;
+    test::RecordingLog log;
+    SyncDevice a{backend()};
+    SyncDevice b{backend()};
+};
+
+TEST_F(CouchSync, TwoDevicesShareTextsImagesCategoriesDeletionsAndTheChipOrderUnreadable) {
+    a.copy("Kind regards, Jana");
+    std::string link = a.copy("https://example.org/private-plans");
+    auto work = a.texts.createCategory("Secret Project");
+    a.texts.setCategory(link, work->id);
+    a.texts.setLabel(link, "launch page");
+    a.texts.saveChipOrder({"pinned", "cat:" + work->id});
+    ASSERT_EQ(a.images.save(test::png(48, 32, test::gradient(48))),
+              ImageClipStore::SaveResult::saved);
+    EXPECT_FALSE(a.lastError());
+
+    a.sync();
+    ASSERT_FALSE(a.lastError()) << *a.lastError();
+    EXPECT_TRUE(b.sync());
+    EXPECT_THAT(
+        b.contents(),
+        ElementsAre("Kind regards, Jana",
+                    "https://example.org/private-plans [pinned] #Secret Project @launch page",
+                    ::testing::StartsWith("image "), "category Secret Project"));
+    EXPECT_EQ(a.contents(), b.contents());
+    EXPECT_EQ(b.env.defaults.stringArray(prefkey::clipboardChipOrder),
+              a.env.defaults.stringArray(prefkey::clipboardChipOrder));
+
+    // The server holds record names, types, times and flags; nothing a
+    // person wrote, and not the key that names the records.
+    const std::string raw = documents().dump();
+    for (const char* secret : {"Kind regards", "private-plans", "Secret Project", "launch page"})
+        EXPECT_THAT(raw, Not(HasSubstr(secret)));
+    EXPECT_EQ(count("ClipKey"), 1u);
+    ASSERT_TRUE(a.key());
+    const std::string keyHex = [key = *a.key()] {
+        std::string hex;
+        for (auto byte : key)
+            hex += "0123456789abcdef"[byte >> 4], hex += "0123456789abcdef"[byte & 15];
+        return hex;
+    }();
+    EXPECT_THAT(raw, Not(HasSubstr(keyHex.substr(0, 16))));
+
+    b.texts.deleteItem(b.idOf("Kind regards, Jana"));
+    b.sync();
+    a.sync();
+    EXPECT_THAT(a.contents(), Not(::testing::Contains("Kind regards, Jana")));
+    expectConverged();
+}
+
+TEST_F(CouchSync, EditsOfOneItemOnBothDevicesMeetOnTheServerAndMerge) {
+    std::string id = a.copy("shared");
+    a.sync();
+    b.sync();
+    a.env.clock.advance(10);
+    a.texts.setPinned(id, true);
+    b.env.clock.advance(20);
+    b.texts.setLabel(b.idOf("shared"), "newer");
+    // a's save lands between b's fetch and b's save: the server refuses b's
+    // stale revision, and b merges what it holds now.
+    b.cloud.beforeNextSave = [&] { a.sync(); };
+    b.cloud.passes = 0;
+    b.sync();
+    EXPECT_FALSE(b.lastError());
+    EXPECT_EQ(b.cloud.passes, 2) << "the merged copy goes up in a second pass";
+    a.sync();
+    EXPECT_THAT(a.contents(), ElementsAre("shared @newer"));
+    expectConverged();
+}
+
+TEST_F(CouchSync, FiveHundredItemsGoUpAndComeDownInBatches) {
+    for (int i = 0; i < 500; ++i)
+        a.copy("entry " + std::to_string(i));
+    a.env.defaults.setInteger(prefkey::clipboardLimit, 1000);
+    a.sync();
+    EXPECT_EQ(a.cloud.passes, 4) << "150 items a batch";
+    EXPECT_EQ(count("ClipItem"), 500u);
+    for (int call = 0; call < 10 && b.texts.fetch(1000, 0).size() < 500; ++call)
+        b.sync();
+    EXPECT_EQ(b.texts.fetch(1000, 0).size(), 500u);
+    EXPECT_GT(b.cloud.fetchedSince.size(), 1u) << "the changes came in pages";
+    expectConverged();
+}
+
+TEST_F(CouchSync, AWrongPassphraseIsReportedAndChangesNothing) {
+    a.copy("from a");
+    a.sync();
+    const auto before = documents().dump();
+
+    SyncDevice wrong{backend("tr0ub4dor")};
+    wrong.copy("must stay here");
+    wrong.sync();
+    EXPECT_EQ(wrong.lastError(), "The passphrase does not match the data on the sync server");
+    EXPECT_THAT(wrong.contents(), ElementsAre("must stay here"));
+    EXPECT_FALSE(wrong.key());
+    EXPECT_EQ(documents().dump(), before);
+}
+
+TEST_F(CouchSync, AServerThatDiesInTheMiddleOfABatchLosesNothing) {
+    for (int i = 0; i < 200; ++i)
+        a.copy("note " + std::to_string(i));
+    a.sync();  // zone and key first
+    a.copy("after");
+    a.cloud.beforeNextSave = [&] { server.stop(); };
+    a.sync();
+    EXPECT_EQ(a.lastError(), "CloudKit 4");
+    EXPECT_EQ(a.texts.fetch(1000, 0).size(), 201u);
+
+    // It comes back empty: the next pass finds the zone gone, makes it again
+    // and sends everything.
+    ASSERT_TRUE(server.start()) << server.output();
+    for (int call = 0; call < 5 && count("ClipItem") < 201; ++call)
+        a.sync();
+    EXPECT_FALSE(a.lastError());
+    EXPECT_EQ(count("ClipItem"), 201u);
+    expectConverged();
+}
+
+TEST_F(CouchSync, DeletingTheCloudCopyOnOneDeviceMakesTheOtherRefillIt) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    ASSERT_TRUE(a.engine.deleteCloudCopy());
+    EXPECT_EQ(count("ClipItem"), 0u);
+
+    b.sync();
+    EXPECT_FALSE(b.lastError());
+    EXPECT_EQ(count("ClipItem"), 2u) << "b sends its whole history again";
+    expectConverged();
+    EXPECT_THAT(a.contents(), ElementsAre("on a", "on b"));
+}
+
+TEST_F(CouchSync, ATamperedRecordIsSkippedAndTheLocalCopyStays) {
+    std::string id = a.copy("original");
+    a.sync();
+    b.sync();
+    a.env.clock.advance(5);
+    a.texts.setLabel(id, "edited");
+    a.sync();
+
+    // Someone with access to the server flips a byte of the sealed fields.
+    nlohmann::json doc;
+    const auto all = documents();
+    for (const auto& row : all["rows"])
+        if (row["doc"].value("recordType", "") == "ClipItem")
+            doc = row["doc"];
+    ASSERT_TRUE(doc.contains("sealed"));
+    std::string sealed = doc["sealed"];
+    sealed[sealed.size() / 2] = sealed[sealed.size() / 2] == 'A' ? 'B' : 'A';
+    doc["sealed"] = sealed;
+    auto put = server.request("PUT", "/zettly/" + doc["_id"].get<std::string>(), doc.dump());
+    ASSERT_EQ(put.status, 201) << put.body;
+
+    b.sync();
+    EXPECT_THAT(b.contents(), ElementsAre("original")) << "kept as it was, not deleted";
+}
+
+}  // namespace
+}  // namespace zettly
