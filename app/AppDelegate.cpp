@@ -39,12 +39,25 @@ AppDelegate::AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults,
 AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching() {
-    // No sync backend is configured yet: the engine then reports sync as off
-    // and does nothing else.
+    // Until a server is set up in the settings, the backend has no account
+    // and sync only reports that.
+    auto configDir = AppGroup::xdgDirectory("XDG_CONFIG_HOME", ".config")
+                         .value_or(std::filesystem::path(".config")) /
+                     "Zettly";
+    backend_ = std::make_unique<SyncBackend>(
+        defaults_, SecretStore::open(configDir / "secrets.json", StderrLog::instance()),
+        StderrLog::instance());
     sync_ = std::make_unique<ClipCloudSync>(
-        ClipCloudSync::Dependencies{nullptr, texts_, images_, defaults_, SystemClock::instance(),
-                                    StderrLog::instance(), mainQueue_, syncExecutor_},
+        ClipCloudSync::Dependencies{backend_.get(), texts_, images_, defaults_,
+                                    SystemClock::instance(), StderrLog::instance(), mainQueue_,
+                                    syncExecutor_},
         ClipCloudSync::Role::mac);
+    // Another device changed the history: the server's long-poll says so on
+    // its own thread.
+    backend_->setPushHandler([this](const std::string& subscription) {
+        if (subscription == ClipCloudSync::subscriptionID)
+            mainQueue_.post([this] { sync_->syncInBackground("push"); });
+    });
     // Every local change keeps sync in its quick pace for two minutes and
     // asks for a sync once a burst of changes is over.
     texts_.didChangeLocally = [this] {
@@ -179,6 +192,29 @@ SettingsContext AppDelegate::settingsContext() {
         return apps;
     };
     context.syncSettingsChanged = [this] { sync_->syncSoon("settings", 0.5); };
+    auto secret = [](SyncSecret which) {
+        return which == SyncSecret::password ? SyncBackend::Secret::password
+                                             : SyncBackend::Secret::passphrase;
+    };
+    context.syncServer.readSecret = [this, secret](SyncSecret which) {
+        return backend_->secret(secret(which));
+    };
+    context.syncServer.writeSecret = [this, secret](SyncSecret which, const std::string& value) {
+        return backend_->setSecret(secret(which), value);
+    };
+    context.syncServer.secretsWhere = [this] { return backend_->secretsWhere(); };
+    context.syncServer.urlProblem = [](const std::string& url) { return couchUrlProblem(url); };
+    context.syncServer.testConnection = [this](std::function<void(bool, std::string)> done) {
+        syncExecutor_.run([this, done = std::move(done)] {
+            auto report = backend_->testConnection();
+            mainQueue_.post([done, report] { done(report.ok, report.message); });
+        });
+    };
+    context.syncServer.changed = [this] {
+        backend_->reconfigure();
+        sync_->accountMayHaveChanged();
+        sync_->syncSoon("settings", 0.5);
+    };
     context.deleteCloudCopy = [this](std::function<void(std::optional<std::string>)> done) {
         syncExecutor_.run([this, done = std::move(done)] {
             auto result = sync_->deleteCloudCopy();

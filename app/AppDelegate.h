@@ -6,6 +6,7 @@
 #include <QSystemTrayIcon>
 #include <memory>
 
+#include "app/SyncBackend.h"
 #include "capture/PasteboardMonitor.h"
 #include "platform/SerialExecutor.h"
 #include "platform/linux/AppcastUpdater.h"
@@ -78,6 +79,7 @@ private:
     std::unique_ptr<PopupWindow> window_;
     std::unique_ptr<PopupController> popup_;
     std::unique_ptr<X11HotKey> hotKey_;
+    std::unique_ptr<SyncBackend> backend_;
     std::unique_ptr<ClipCloudSync> sync_;
     std::unique_ptr<SettingsWindow> settings_;
     AppcastUpdater updater_;

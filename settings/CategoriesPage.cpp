@@ -21,6 +21,7 @@
 #include "popup/ui/Dialogs.h"
 #include "popup/ui/Look.h"
 #include "popup/ui/Texts.h"
+#include "settings/PageParts.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
 #include "store/Defaults.h"
@@ -148,16 +149,6 @@ protected:
     }
 };
 
-QLabel* noteLabel(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setTextFormat(Qt::PlainText);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, look::secondaryText(palette));
-    label->setPalette(palette);
-    return label;
-}
-
 std::optional<ClipboardStore::Category> findCategory(
     const std::vector<ClipboardStore::Category>& categories, const std::string& id) {
     for (const auto& category : categories)
@@ -191,15 +182,17 @@ CategoriesPage::CategoriesPage(SettingsContext& context, QWidget* parent)
     layout->addWidget(tree_, 1);
 
     //: Settings › Categories: shown when the user has no categories yet.
-    emptyNote_ = noteLabel(tr("No categories yet. Categories keep items you need again and again, "
-                              "like addresses or replies, together."),
-                           this);
+    emptyNote_ = pageparts::noteLabel(
+        tr("No categories yet. Categories keep items you need again and again, "
+           "like addresses or replies, together."),
+        this);
     layout->addWidget(emptyNote_);
 
     //: Settings › Categories: hint under the list of categories.
-    layout->addWidget(noteLabel(tr("Drag a category to change the order; the filters of the "
-                                   "history window follow it. Double-click a name to rename it."),
-                                this));
+    layout->addWidget(
+        pageparts::noteLabel(tr("Drag a category to change the order; the filters of the "
+                                "history window follow it. Double-click a name to rename it."),
+                             this));
 
     auto* buttons = new QHBoxLayout;
     //: Settings › Categories: button that creates a new category (opens a name dialog).

@@ -14,6 +14,7 @@
 
 #include "popup/ui/Look.h"
 #include "settings/Autostart.h"
+#include "settings/PageParts.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
 #include "store/ClipPrefs.h"
@@ -23,14 +24,9 @@
 namespace zettly {
 namespace {
 
-QLabel* noteLabel(QWidget* parent) {
-    auto* label = new QLabel(parent);
-    label->setWordWrap(true);
-    label->setTextFormat(Qt::PlainText);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, look::secondaryText(palette));
-    label->setPalette(palette);
-    label->setHidden(true);
+QLabel* hiddenNote(QWidget* parent) {
+    QLabel* label = pageparts::noteLabel({}, parent);
+    label->hide();
     return label;
 }
 
@@ -76,7 +72,7 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     form->addRow(paste_);
     connect(paste_, &QCheckBox::toggled, this,
             [this](bool on) { context_.defaults.setBool(prefkey::pasteAutomatically, on); });
-    auto* pasteHint = noteLabel(this);
+    auto* pasteHint = hiddenNote(this);
     //: Settings › General, under "Paste right away": what the switch does, and the key that does
     //: the other thing for one pick.
     pasteHint->setText(
@@ -84,7 +80,7 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
            "in. Alt+Return in the history does the other."));
     pasteHint->setHidden(false);
     form->addRow(pasteHint);
-    pasteNote_ = noteLabel(this);
+    pasteNote_ = hiddenNote(this);
     form->addRow(pasteNote_);
 
     if (!context_.autostartDir.empty()) {
@@ -92,7 +88,7 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
         launch_ = new QCheckBox(tr("Launch at login"), this);
         form->addRow(launch_);
         connect(launch_, &QCheckBox::toggled, this, [this](bool on) { setLaunchAtLogin(on); });
-        launchError_ = noteLabel(this);
+        launchError_ = hiddenNote(this);
         launchError_->setTextInteractionFlags(Qt::TextSelectableByMouse);
         form->addRow(launchError_);
     }

@@ -20,25 +20,13 @@
 
 #include "capture/PasteboardMonitor.h"
 #include "popup/ui/Look.h"
+#include "settings/PageParts.h"
 #include "store/ClipPrefs.h"
 #include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {
 namespace {
-
-// Strong enough to read as "wrong" on light and dark themes alike.
-const QColor problemRed(0xd7, 0x26, 0x38);
-
-QLabel* noteLabel(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setTextFormat(Qt::PlainText);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, look::secondaryText(palette));
-    label->setPalette(palette);
-    return label;
-}
 
 // A red disc with a white "!" for the end of the pattern field.
 QIcon problemIcon() {
@@ -47,7 +35,7 @@ QIcon problemIcon() {
     QPainter p(&pixmap);
     p.setRenderHint(QPainter::Antialiasing);
     p.setPen(Qt::NoPen);
-    p.setBrush(problemRed);
+    p.setBrush(pageparts::problemRed);
     p.drawEllipse(QRectF(2, 2, 28, 28));
     p.setBrush(Qt::white);
     p.drawRoundedRect(QRectF(14, 7, 4, 12), 2, 2);
@@ -116,16 +104,17 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     auto* apps = new QGroupBox(tr("Applications"), this);
     auto* appsLayout = new QVBoxLayout(apps);
     //: Settings › Ignore: explanation of the ignored applications.
-    appsLayout->addWidget(noteLabel(
+    appsLayout->addWidget(pageparts::noteLabel(
         tr("Nothing you copy while one of these applications is in front is saved."), apps));
     appList_ = new QListWidget(apps);
     appList_->setObjectName(QStringLiteral("appList"));
     appList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     appsLayout->addWidget(appList_, 1);
     //: Settings › Ignore: shown under the application list while the user has not changed it.
-    defaultsNote_ = noteLabel(tr("These are the defaults: password managers Zettly knows. Adding "
-                                 "or removing one makes the list your own."),
-                              apps);
+    defaultsNote_ =
+        pageparts::noteLabel(tr("These are the defaults: password managers Zettly knows. Adding "
+                                "or removing one makes the list your own."),
+                             apps);
     defaultsNote_->setObjectName(QStringLiteral("appDefaultsNote"));
     appsLayout->addWidget(defaultsNote_);
 
@@ -169,10 +158,10 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     auto* patternsLayout = new QVBoxLayout(patterns);
     //: Settings › Ignore: explanation of the patterns. "Regular expressions" is the technical
     //: term; matching is case-sensitive and a match anywhere in the text counts.
-    patternsLayout->addWidget(
-        noteLabel(tr("A copied text in which one of these regular expressions finds a match is "
-                     "not saved. Upper and lower case count."),
-                  patterns));
+    patternsLayout->addWidget(pageparts::noteLabel(
+        tr("A copied text in which one of these regular expressions finds a match is "
+           "not saved. Upper and lower case count."),
+        patterns));
     patternList_ = new QListWidget(patterns);
     patternList_->setObjectName(QStringLiteral("patternList"));
     patternsLayout->addWidget(patternList_, 1);
@@ -196,14 +185,8 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     patternRow->addWidget(cancelEditButton_);
     patternsLayout->addLayout(patternRow);
 
-    patternProblem_ = new QLabel(patterns);
+    patternProblem_ = pageparts::problemLabel(patterns);
     patternProblem_->setObjectName(QStringLiteral("patternProblem"));
-    patternProblem_->setWordWrap(true);
-    patternProblem_->setTextFormat(Qt::PlainText);
-    QPalette problemPalette = patternProblem_->palette();
-    problemPalette.setColor(QPalette::WindowText, problemRed);
-    patternProblem_->setPalette(problemPalette);
-    patternProblem_->setVisible(false);
     patternsLayout->addWidget(patternProblem_);
 
     auto* patternButtons = new QHBoxLayout;
@@ -453,7 +436,8 @@ void IgnorePage::checkPatternField() {
     patternProblem_->setText(problem.value_or(QString()));
     patternProblem_->setVisible(problem.has_value());
     QPalette palette = patternField_->palette();
-    palette.setColor(QPalette::Text, problem ? problemRed : this->palette().color(QPalette::Text));
+    palette.setColor(QPalette::Text,
+                     problem ? pageparts::problemRed : this->palette().color(QPalette::Text));
     patternField_->setPalette(palette);
     updateButtons();
 }

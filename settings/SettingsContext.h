@@ -24,6 +24,25 @@ struct RunningApp {
     std::string title;
 };
 
+enum class SyncSecret { password, passphrase };
+
+// The sync server's settings that do not live in the preferences, and the
+// actions on it. All empty when the app was built without a sync backend.
+struct SyncServerHooks {
+    std::function<std::optional<std::string>(SyncSecret)> readSecret = {};
+    // False when it could not be kept; the page says so.
+    std::function<bool(SyncSecret, const std::string&)> writeSecret = {};
+    // Where the secrets are kept, for the user ("the Secret Service", a file).
+    std::function<std::string()> secretsWhere = {};
+    // None when the URL can be used, else why not.
+    std::function<std::optional<std::string>(const std::string& url)> urlProblem = {};
+    // Tries the stored settings off the main thread; `done` runs on the main
+    // thread with the outcome and one sentence for the user.
+    std::function<void(std::function<void(bool ok, std::string message)> done)> testConnection = {};
+    // The URL, user, password or passphrase changed.
+    std::function<void()> changed = {};
+};
+
 // What every settings page works on: the stores and preferences it edits,
 // and the few actions that belong to the rest of the app. The app fills it
 // in; tests fill it with temporary stores and recording lambdas. Hooks may be
@@ -49,6 +68,7 @@ struct SettingsContext {
     std::function<bool()> automaticUpdateChecks = {};
     std::function<void(bool)> setAutomaticUpdateChecks = {};
     std::function<void()> checkForUpdates = {};
+    SyncServerHooks syncServer = {};
     // The autostart folder ($XDG_CONFIG_HOME/autostart by default) and the
     // command the login entry starts.
     std::string autostartDir = {};

@@ -15,22 +15,14 @@
 #include "popup/ui/Dialogs.h"
 #include "popup/ui/Look.h"
 #include "popup/ui/Texts.h"
+#include "settings/PageParts.h"
+#include "settings/SyncServerBox.h"
 #include "store/ClipPrefs.h"
 #include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {
 namespace {
-
-QLabel* noteLabel(const QString& text, QWidget* parent) {
-    auto* label = new QLabel(text, parent);
-    label->setWordWrap(true);
-    label->setTextFormat(Qt::PlainText);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, look::secondaryText(palette));
-    label->setPalette(palette);
-    return label;
-}
 
 double nowInSeconds() {
     return static_cast<double>(QDateTime::currentMSecsSinceEpoch()) / 1000.0;
@@ -46,7 +38,7 @@ SyncPage::SyncPage(SettingsContext& context, QWidget* parent) : QWidget(parent),
     syncSwitch_->setObjectName(QStringLiteral("syncSwitch"));
     layout->addWidget(syncSwitch_);
     //: Settings › Sync: what the sync switch covers.
-    layout->addWidget(noteLabel(
+    layout->addWidget(pageparts::noteLabel(
         tr("Texts, images, pins, names and categories travel between your devices."), this));
 
     //: Settings › Sync: switch that also syncs the order of the filter chips of the history
@@ -63,14 +55,20 @@ SyncPage::SyncPage(SettingsContext& context, QWidget* parent) : QWidget(parent),
     layout->addSpacing(8);
     layout->addWidget(status_);
 
+    if (context_.syncServer.readSecret) {
+        server_ = new SyncServerBox(context_, this);
+        layout->addWidget(server_);
+    }
+
     //: Settings › Sync: title of the section with the action that deletes the server copy.
     auto* cloud = new QGroupBox(tr("Cloud Copy"), this);
     cloud->setObjectName(QStringLiteral("cloudCopyBox"));
     auto* cloudLayout = new QVBoxLayout(cloud);
     //: Settings › Sync: explains the "Delete Cloud Copy…" button.
-    cloudLayout->addWidget(noteLabel(tr("Removes everything Zettly keeps on the sync server. The "
-                                        "history on your devices stays."),
-                                     cloud));
+    cloudLayout->addWidget(
+        pageparts::noteLabel(tr("Removes everything Zettly keeps on the sync server. The "
+                                "history on your devices stays."),
+                             cloud));
     auto* row = new QHBoxLayout;
     //: Settings › Sync: button that deletes the synced copy of the history on the server (asks
     //: first).
@@ -111,6 +109,8 @@ void SyncPage::reload() {
     }
     chipOrderSwitch_->setEnabled(sync);
     deleteButton_->setEnabled(!deleting_);
+    if (server_)
+        server_->reload();
     showStatus();
 }
 
@@ -134,7 +134,7 @@ void SyncPage::showStatus() {
 QString SyncPage::statusText(const Defaults& defaults, double now) {
     if (std::optional<std::string> error = defaults.string(prefkey::clipSyncLastError);
         error && !error->empty())
-        return QString::fromStdString(*error);
+        return describeStatus(QString::fromStdString(*error));
     const double at = defaults.doubleValue(prefkey::clipSyncLastAt);
     if (at > 0)
         //: Settings › Sync: status line; %1 is when the last sync ended, like "5 minutes ago" or
@@ -142,6 +142,46 @@ QString SyncPage::statusText(const Defaults& defaults, double now) {
         return tr("Last synced: %1").arg(relativeTime(at, now));
     //: Settings › Sync: status line before the first successful sync.
     return tr("Not synced yet");
+}
+
+QString SyncPage::describeStatus(const QString& stored) {
+    // The engine stores what it met in fixed English words and codes (the
+    // same keys as on the other platforms); this is where they become
+    // sentences in the user's language.
+    if (stored == QLatin1String("Sync is not set up"))
+        //: Settings › Sync: status while no sync server is configured (or sync is unavailable).
+        return tr("Sync is not set up");
+    if (stored == QLatin1String("The passphrase does not match the data on the sync server"))
+        //: Settings › Sync: status when the passphrase cannot open what the server holds.
+        return tr("The passphrase does not match the data on the sync server");
+    static const QString prefix = QStringLiteral("CloudKit ");
+    if (!stored.startsWith(prefix))
+        return stored;
+    bool number = false;
+    const int code = stored.mid(prefix.size()).toInt(&number);
+    if (!number)
+        return stored;
+    switch (code) {
+        case 3:
+        case 4:
+            //: Settings › Sync: status after the sync server could not be reached.
+            return tr("The sync server cannot be reached. Zettly tries again by itself.");
+        case 6:
+            //: Settings › Sync: status when the server answered with a server error (5xx).
+            return tr("The sync server is not available at the moment.");
+        case 7:
+            //: Settings › Sync: status when the server asked to slow down (HTTP 429).
+            return tr("The sync server asked Zettly to slow down. It tries again shortly.");
+        case 9:
+            //: Settings › Sync: status when the server refused the user name or password.
+            return tr("The sync server did not accept the user name or password.");
+        case 27:
+            //: Settings › Sync: status when an item was larger than the server accepts.
+            return tr("An item was too large for the sync server.");
+        default:
+            //: Settings › Sync: status after any other sync error; %1 is its number.
+            return tr("Sync failed (error %1).").arg(code);
+    }
 }
 
 QString SyncPage::relativeTime(double at, double now) {

@@ -12,6 +12,7 @@ class QTimer;
 namespace zettly {
 
 class Defaults;
+class SyncServerBox;
 
 // Settings › Sync: the sync switch and the chip-order switch (which only
 // matters while sync is on), the state the last sync left, and the action
@@ -28,6 +29,9 @@ public:
     // 1970): the last error as stored, else when the last sync ended, else
     // that none has run yet.
     static QString statusText(const Defaults& defaults, double now);
+    // The stored status ("CloudKit 4", "Sync is not set up") in the user's
+    // words; anything else as stored.
+    static QString describeStatus(const QString& stored);
     // "just now", "5 minutes ago", "3 hours ago", then the local date and time.
     static QString relativeTime(double at, double now);
 
@@ -46,6 +50,7 @@ private:
     QCheckBox* syncSwitch_;
     QCheckBox* chipOrderSwitch_;
     QLabel* status_;
+    SyncServerBox* server_ = nullptr;  // only with a sync backend
     QPushButton* deleteButton_;
     QLabel* deleteResult_;
     // Keeps "5 minutes ago" true while the window stays open.

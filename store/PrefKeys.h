@@ -23,6 +23,10 @@ inline constexpr std::string_view ignoredPatterns = "ignoredPatterns";
 inline constexpr std::string_view clipboardCloudSync = "clipboardCloudSync";
 inline constexpr std::string_view clipboardChipOrderSync = "clipboardChipOrderSync";
 inline constexpr std::string_view clipboardChipOrder = "clipboardChipOrder";
+// The self-hosted sync server: the database URL and the user name. The
+// password and passphrase are kept in the secret store, never here.
+inline constexpr std::string_view syncServerURL = "syncServerURL";
+inline constexpr std::string_view syncServerUser = "syncServerUser";
 inline constexpr std::string_view clipSyncKey = "clipSyncKey";
 inline constexpr std::string_view clipSyncUser = "clipSyncUser";
 inline constexpr std::string_view clipSyncLastAt = "clipSyncLastAt";

@@ -313,10 +313,3 @@ TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater)
 
 }  // namespace
 }  // namespace zettly
-
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

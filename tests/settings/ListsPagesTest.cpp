@@ -18,6 +18,7 @@
 #include <QtTest/QTest>
 #include <deque>
 #include <functional>
+#include <map>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -27,6 +28,7 @@
 #include "settings/IgnorePage.h"
 #include "settings/SettingsContext.h"
 #include "settings/SyncPage.h"
+#include "settings/SyncServerBox.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -489,10 +491,16 @@ TEST_F(ListsPagesTest, TheStatusIsTheLastErrorElseWhenTheLastSyncEndedElseNotYet
     env.defaults.setDouble(prefkey::clipSyncLastAt, now + 600);  // a clock running behind
     EXPECT_FALSE(SyncPage::statusText(env.defaults, now).contains(QStringLiteral("ago")));
 
-    env.defaults.setString(prefkey::clipSyncLastError, "Sync is off");
-    EXPECT_EQ(SyncPage::statusText(env.defaults, now), "Sync is off");
+    // The engine's stored codes read as sentences; other texts as stored.
+    env.defaults.setString(prefkey::clipSyncLastError, "CloudKit 4");
+    EXPECT_TRUE(SyncPage::statusText(env.defaults, now).contains("cannot be reached"));
+    env.defaults.setString(prefkey::clipSyncLastError, "CloudKit 15");
+    EXPECT_EQ(SyncPage::statusText(env.defaults, now), "Sync failed (error 15).");
+    env.defaults.setString(prefkey::clipSyncLastError, "CloudKit x");
+    EXPECT_EQ(SyncPage::statusText(env.defaults, now), "CloudKit x");
+    env.defaults.setString(prefkey::clipSyncLastError, "Sync is not set up");
     SyncPage page(context);
-    EXPECT_EQ(child<QLabel>(page, "syncStatus")->text(), "Sync is off");
+    EXPECT_EQ(child<QLabel>(page, "syncStatus")->text(), "Sync is not set up");
     env.defaults.remove(prefkey::clipSyncLastError);
     env.defaults.remove(prefkey::clipSyncLastAt);
     page.reload();
@@ -558,13 +566,71 @@ TEST_F(ListsPagesTest, DeletingTheCloudCopyAsksFirstThenWaitsForTheHookAndShowsI
     EXPECT_TRUE(child<QGroupBox>(withoutHook, "cloudCopyBox")->isHidden());
 }
 
+TEST_F(ListsPagesTest, TheServerFieldsKeepWhatIsUsableAndTheTestShowsTheServersAnswer) {
+    std::map<SyncSecret, std::string> secrets;
+    bool keyringLocked = false;
+    int changes = 0;
+    std::function<void(bool, std::string)> pendingTest;
+    context.syncServer = {
+        .readSecret = [&](SyncSecret which) -> std::optional<std::string> {
+            if (!secrets.contains(which))
+                return std::nullopt;
+            return secrets[which];
+        },
+        .writeSecret =
+            [&](SyncSecret which, const std::string& value) {
+                if (keyringLocked)
+                    return false;
+                secrets[which] = value;
+                return true;
+            },
+        .secretsWhere = [] { return std::string("the Secret Service"); },
+        .urlProblem = [](const std::string& url) -> std::optional<std::string> {
+            if (url.starts_with("http://"))
+                return "Use https for a server on another computer.";
+            return std::nullopt;
+        },
+        .testConnection = [&](auto done) { pendingTest = std::move(done); },
+        .changed = [&] { ++changes; },
+    };
+    SyncServerBox box(context);
+    auto enter = [](QLineEdit* field, const QString& text) {
+        field->setText(text);
+        Q_EMIT field->editingFinished();
+    };
+
+    enter(box.urlField(), "http://couch.example.org/zettly");
+    EXPECT_FALSE(env.defaults.contains(prefkey::syncServerURL));
+    EXPECT_TRUE(box.problem()->isVisibleTo(&box));
+    enter(box.urlField(), "  https://couch.example.org/zettly ");
+    EXPECT_EQ(env.defaults.string(prefkey::syncServerURL), "https://couch.example.org/zettly");
+    EXPECT_FALSE(box.problem()->isVisibleTo(&box));
+    enter(box.userField(), "ann");
+    enter(box.userField(), "ann");  // unchanged: no new connection
+    enter(box.passwordField(), "s3cret");
+    EXPECT_EQ(secrets[SyncSecret::password], "s3cret");
+    EXPECT_EQ(changes, 3);
+
+    keyringLocked = true;
+    enter(box.passphraseField(), "correct horse");
+    EXPECT_FALSE(secrets.contains(SyncSecret::passphrase));
+    EXPECT_TRUE(box.problem()->isVisibleTo(&box));
+    EXPECT_EQ(changes, 3);
+    keyringLocked = false;
+
+    // What is typed but not yet left counts for the test.
+    box.passphraseField()->setText("correct horse");
+    box.testConnection();
+    EXPECT_EQ(secrets[SyncSecret::passphrase], "correct horse");
+    ASSERT_TRUE(pendingTest);
+    box.testConnection();  // a second click while one runs does nothing
+    pendingTest(false, "The sync server did not accept the user name or password.");
+    EXPECT_TRUE(box.testResult()->text().endsWith("user name or password."));
+
+    secrets[SyncSecret::password] = "changed elsewhere";
+    box.reload();
+    EXPECT_EQ(box.passwordField()->text(), "changed elsewhere");
+}
+
 }  // namespace
 }  // namespace zettly
-
-// The widgets need an application object; "offscreen" needs no display.
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

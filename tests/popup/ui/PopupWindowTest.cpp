@@ -332,11 +332,3 @@ TEST_F(PopupWindowTest, RowsOfTextsNamesCategoriesAndImagesPaintWithTheMatchesMa
 
 }  // namespace
 }  // namespace zettly
-
-// The widgets need an application object; "offscreen" needs no display.
-int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication app(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "platform/CloudDatabase.h"
+#include "platform/couch/CouchContainer.h"
+#include "platform/linux/SecretStore.h"
+
+namespace zettly {
+
+class Defaults;
+class Log;
+
+// The cloud the sync engine talks to: the CouchDB server the settings name,
+// or none while they name none (the account then reads as unavailable and
+// sync reports that it is not set up). When the settings change, the next
+// call goes to the new server; a call under way finishes on the old one,
+// which it keeps alive until then.
+class SyncBackend final : public CloudContainer, private CloudDatabase {
+public:
+    enum class Secret { password, passphrase };
+
+    SyncBackend(Defaults& defaults, std::unique_ptr<SecretStore> secrets, Log& log);
+    ~SyncBackend() override;
+
+    // Reads the server's URL, user and secrets again and starts over with them.
+    void reconfigure();
+    bool configured() const;
+
+    std::optional<std::string> secret(Secret which);
+    bool setSecret(Secret which, const std::string& value);
+    std::string secretsWhere() const { return secrets_->where(); }
+
+    // Blocking: the settings' "Test connection".
+    CouchContainer::ConnectionReport testConnection();
+
+    // CloudContainer
+    CloudResult<CloudAccountStatus> accountStatus() override;
+    CloudResult<std::string> userRecordName() override;
+    CloudDatabase& privateDatabase() override { return *this; }
+    void setPushHandler(std::function<void(const std::string&)> handler) override;
+
+private:
+    // CloudDatabase, each call on the server that is current when it starts.
+    CloudResult<> saveZones(const std::vector<std::string>& names) override;
+    CloudResult<> deleteZones(const std::vector<std::string>& names) override;
+    CloudResult<> saveSubscription(const CloudSubscription& subscription) override;
+    CloudResult<std::vector<CloudPerRecord<CloudRecord>>> fetchRecords(
+        const std::vector<CloudRecordID>& ids, const CloudDesiredKeys& keys) override;
+    CloudResult<CloudModifyResults> modifyRecords(const std::vector<CloudRecord>& saves,
+                                                  const std::vector<CloudRecordID>& deletes,
+                                                  CloudSavePolicy policy, bool atomic) override;
+    CloudResult<CloudZoneChanges> zoneChanges(const std::string& zone, const CloudBytes& since,
+                                              const CloudDesiredKeys& keys,
+                                              std::size_t limit) override;
+
+    std::shared_ptr<CouchContainer> current() const;
+    std::string secretName(Secret which) const;
+    std::string keyName() const;
+
+    Defaults& defaults_;
+    std::unique_ptr<SecretStore> secrets_;
+    Log& log_;
+    mutable std::mutex mutex_;
+    std::shared_ptr<CouchContainer> couch_;
+    std::function<void(const std::string&)> push_;
+};
+
+}  // namespace zettly
