@@ -874,6 +874,13 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
     </message>
 </context>
 <context>
+    <name>zettly::SyncBackend</name>
+    <message>
+        <source>Fill in the database address, user name and passphrase first.</source>
+        <translation>Bitte zuerst Datenbankadresse, Benutzername und Passphrase eingeben.</translation>
+    </message>
+</context>
+<context>
     <name>zettly::SyncPage</name>
     <message>
         <source>Sync the clipboard history with your other devices</source>
@@ -960,6 +967,104 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>The cloud copy was deleted.</source>
         <extracomment>Settings › Sync: the server copy was deleted.</extracomment>
         <translation>Die Cloud-Kopie wurde gelöscht.</translation>
+    </message>
+    <message>
+        <source>Sync is not set up</source>
+        <extracomment>Settings › Sync: status while no sync server is configured (or sync is unavailable).</extracomment>
+        <translation>Synchronisierung ist nicht eingerichtet</translation>
+    </message>
+    <message>
+        <source>The passphrase does not match the data on the sync server</source>
+        <extracomment>Settings › Sync: status when the passphrase cannot open what the server holds.</extracomment>
+        <translation>Die Passphrase passt nicht zu den Daten auf dem Sync-Server</translation>
+    </message>
+    <message>
+        <source>The sync server cannot be reached. Zettly tries again by itself.</source>
+        <extracomment>Settings › Sync: status after the sync server could not be reached.</extracomment>
+        <translation>Der Sync-Server ist nicht erreichbar. Zettly versucht es von selbst erneut.</translation>
+    </message>
+    <message>
+        <source>The sync server is not available at the moment.</source>
+        <extracomment>Settings › Sync: status when the server answered with a server error (5xx).</extracomment>
+        <translation>Der Sync-Server ist im Moment nicht verfügbar.</translation>
+    </message>
+    <message>
+        <source>The sync server asked Zettly to slow down. It tries again shortly.</source>
+        <extracomment>Settings › Sync: status when the server asked to slow down (HTTP 429).</extracomment>
+        <translation>Der Sync-Server hat Zettly gebeten, langsamer zu machen. Zettly versucht es gleich erneut.</translation>
+    </message>
+    <message>
+        <source>The sync server did not accept the user name or password.</source>
+        <extracomment>Settings › Sync: status when the server refused the user name or password.</extracomment>
+        <translation>Der Sync-Server hat Benutzername oder Passwort nicht angenommen.</translation>
+    </message>
+    <message>
+        <source>An item was too large for the sync server.</source>
+        <extracomment>Settings › Sync: status when an item was larger than the server accepts.</extracomment>
+        <translation>Ein Eintrag war zu groß für den Sync-Server.</translation>
+    </message>
+    <message>
+        <source>Sync failed (error %1).</source>
+        <extracomment>Settings › Sync: status after any other sync error; %1 is its number.</extracomment>
+        <translation>Synchronisierung fehlgeschlagen (Fehler %1).</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::SyncServerBox</name>
+    <message>
+        <source>Sync Server</source>
+        <extracomment>Settings › Sync: title of the section with the sync server&apos;s address and sign-in.</extracomment>
+        <translation>Sync-Server</translation>
+    </message>
+    <message>
+        <source>https://couch.example.org/zettly</source>
+        <extracomment>Settings › Sync: example of a sync server address (a CouchDB database URL).</extracomment>
+        <translation>https://couch.example.org/zettly</translation>
+    </message>
+    <message>
+        <source>Database address:</source>
+        <extracomment>Settings › Sync: label of the sync server&apos;s address (a CouchDB database URL).</extracomment>
+        <translation>Datenbankadresse:</translation>
+    </message>
+    <message>
+        <source>User name:</source>
+        <extracomment>Settings › Sync: label of the user name on the sync server.</extracomment>
+        <translation>Benutzername:</translation>
+    </message>
+    <message>
+        <source>Password:</source>
+        <extracomment>Settings › Sync: label of the password on the sync server.</extracomment>
+        <translation>Passwort:</translation>
+    </message>
+    <message>
+        <source>Passphrase:</source>
+        <extracomment>Settings › Sync: label of the passphrase that encrypts the history on the server.</extracomment>
+        <translation>Passphrase:</translation>
+    </message>
+    <message>
+        <source>Your history is encrypted with the passphrase before it leaves this computer; the server never sees it. Use the same passphrase on every device. It cannot be recovered.</source>
+        <extracomment>Settings › Sync: explains the passphrase.</extracomment>
+        <translation>Ihr Verlauf wird mit der Passphrase verschlüsselt, bevor er diesen Computer verlässt; der Server sieht sie nie. Verwenden Sie auf jedem Gerät dieselbe Passphrase. Sie kann nicht wiederhergestellt werden.</translation>
+    </message>
+    <message>
+        <source>Test Connection</source>
+        <extracomment>Settings › Sync: button that tries to reach the sync server with these settings.</extracomment>
+        <translation>Verbindung testen</translation>
+    </message>
+    <message>
+        <source>The password and passphrase are kept in %1.</source>
+        <extracomment>Settings › Sync: where the password and passphrase are stored. %1 is a place such as &quot;the Secret Service&quot; or a file path.</extracomment>
+        <translation>Passwort und Passphrase werden hier aufbewahrt: %1.</translation>
+    </message>
+    <message>
+        <source>Zettly could not store this secret. Check that your keyring is unlocked and try again.</source>
+        <extracomment>Settings › Sync: the password or passphrase could not be stored.</extracomment>
+        <translation>Zettly konnte dieses Geheimnis nicht speichern. Prüfen Sie, ob Ihr Schlüsselbund entsperrt ist, und versuchen Sie es erneut.</translation>
+    </message>
+    <message>
+        <source>Connecting…</source>
+        <extracomment>Settings › Sync: shown while the connection test runs.</extracomment>
+        <translation>Verbinde …</translation>
     </message>
 </context>
 </TS>
