@@ -1,6 +1,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,7 +16,7 @@ namespace {
 
 using Kind = UpdateCheckResult::Kind;
 
-TEST(CompareVersions, OrdersReleasesNumericallyAndPreReleasesBeforeTheirRelease) {
+TEST(CompareVersions, OrdersReleasesNumericallyPutsPreReleasesFirstAndIgnoresZeros) {
     // Each pair is older, newer.
     const std::vector<std::pair<std::string, std::string>> ordered = {
         {"1.9", "1.10"},     {"1.0", "1.0.1"},
@@ -29,40 +30,26 @@ TEST(CompareVersions, OrdersReleasesNumericallyAndPreReleasesBeforeTheirRelease)
         EXPECT_LT(compareVersions(older, newer), 0) << older << " < " << newer;
         EXPECT_GT(compareVersions(newer, older), 0) << newer << " > " << older;
     }
-}
-
-TEST(CompareVersions, TrailingZerosAndLeadingZerosDoNotMakeADifference) {
-    EXPECT_EQ(compareVersions("1.0", "1.0.0"), 0);
-    EXPECT_EQ(compareVersions("1.0.0", "1"), 0);
-    EXPECT_EQ(compareVersions("1.01", "1.1"), 0);
-    EXPECT_EQ(compareVersions("2.3b1", "2.3b1"), 0);
+    for (const auto& [a, b] : std::vector<std::pair<std::string, std::string>>{
+             {"1.0", "1.0.0"}, {"1.0.0", "1"}, {"1.01", "1.1"}, {"2.3b1", "2.3b1"}})
+        EXPECT_EQ(compareVersions(a, b), 0) << a << " = " << b;
 }
 
 // An updater whose fetch waits until the test answers it.
-class ScriptedUpdater final : public Updater {
-public:
+struct ScriptedUpdater final : Updater {
     using Updater::Updater;
     bool configured() const override { return feed; }
     bool automaticallyChecks() const override { return automatic; }
     void setAutomaticallyChecks(bool on) override { automatic = on; }
-
-    void answer(UpdateCheckResult result) {
-        ASSERT_TRUE(pending);
-        auto done = std::move(pending);
-        pending = nullptr;
-        done(std::move(result));
+    void fetch(std::function<void(UpdateCheckResult)> done) override {
+        ++fetches;
+        pending = std::move(done);
     }
 
     bool feed = true;
     bool automatic = true;
     int fetches = 0;
     std::function<void(UpdateCheckResult)> pending;
-
-protected:
-    void fetch(std::function<void(UpdateCheckResult)> done) override {
-        ++fetches;
-        pending = std::move(done);
-    }
 };
 
 UpdateCheckResult newer(std::string version) {
@@ -82,48 +69,39 @@ struct UpdaterTest : ::testing::Test {
         updater.onUserCheckResult = [this](const UpdateCheckResult& r) { shown.push_back(r); };
     }
     void answer(UpdateCheckResult result) {
-        updater.answer(std::move(result));
+        ASSERT_TRUE(updater.pending);
+        std::exchange(updater.pending, nullptr)(std::move(result));
         queue.runPending();
     }
 };
 
-TEST_F(UpdaterTest, ABackgroundFindSetsTheNoticeUntilTheUpdateSessionEnds) {
+TEST_F(UpdaterTest, ABackgroundFindSetsTheNoticeUntilTheSessionEndsAndAUserCheckNeverDoes) {
     updater.checkInBackground();
     EXPECT_FALSE(updater.canCheckForUpdates());
     answer(newer("1.2.3"));
     EXPECT_EQ(updater.notice().version(), "1.2.3");
-    EXPECT_EQ(noticeChanges, 1);
     EXPECT_TRUE(shown.empty());
     EXPECT_TRUE(updater.canCheckForUpdates());
-
     updater.finishUpdateSession();
     EXPECT_EQ(updater.notice().version(), std::nullopt);
     EXPECT_EQ(noticeChanges, 2);
-}
 
-TEST_F(UpdaterTest, AUserCheckReportsItsResultAndNeverSetsTheNotice) {
     updater.checkForUpdates();
-    answer(newer("1.2.3"));
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0].kind, Kind::newer);
-    EXPECT_EQ(shown[0].version, "1.2.3");
-    EXPECT_EQ(updater.notice().version(), std::nullopt);
-
+    answer(newer("1.2.4"));
     updater.checkForUpdates();
     answer({.kind = Kind::failed, .error = "offline"});
-    ASSERT_EQ(shown.size(), 2u);
-    EXPECT_EQ(shown[1].error, "offline");
-    EXPECT_EQ(noticeChanges, 0);
-}
-
-TEST_F(UpdaterTest, AUserCheckDuringABackgroundOneTakesOverItsResult) {
+    // Asked for during a background check, it takes over that check's result.
     updater.checkInBackground();
     updater.checkForUpdates();
     updater.checkInBackground();
-    EXPECT_EQ(updater.fetches, 1);
     answer(newer("2.0"));
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(updater.notice().version(), std::nullopt);
+    ASSERT_EQ(shown.size(), 3u);
+    EXPECT_EQ(shown[0].kind, Kind::newer);
+    EXPECT_EQ(shown[0].version, "1.2.4");
+    EXPECT_EQ(shown[1].error, "offline");
+    EXPECT_EQ(shown[2].version, "2.0");
+    EXPECT_EQ(updater.fetches, 4);
+    EXPECT_EQ(noticeChanges, 2);
 }
 
 TEST_F(UpdaterTest, BackgroundFailuresAreLoggedAndUpToDateWithdrawsAnOlderNotice) {
@@ -141,38 +119,16 @@ TEST_F(UpdaterTest, BackgroundFailuresAreLoggedAndUpToDateWithdrawsAnOlderNotice
     EXPECT_TRUE(shown.empty());
 }
 
-TEST_F(UpdaterTest, WithoutAFeedNothingIsFetchedAndTheUserIsToldSo) {
-    updater.feed = false;
-    updater.start();
-    queue.advance(Updater::launchDelay + 2 * Updater::recheckInterval);
-    updater.checkInBackground();
-    updater.checkForUpdates();
-    EXPECT_EQ(updater.fetches, 0);
-    ASSERT_EQ(shown.size(), 1u);
-    EXPECT_EQ(shown[0].kind, Kind::notConfigured);
-}
-
-TEST_F(UpdaterTest, TheLaunchCheckComesAfterFiveSecondsOnlyWhenCheckingAutomatically) {
-    updater.start();
+TEST_F(UpdaterTest, ChecksRunFiveSecondsAfterLaunchThenDailyOnlyWhenAutomaticAndConfigured) {
+    ScriptedUpdater manual{queue, clock, log}, unconfigured{queue, clock, log};
+    manual.automatic = false;
+    unconfigured.feed = false;
+    for (ScriptedUpdater* each : {&manual, &unconfigured, &updater})
+        each->start();
     queue.advance(Updater::launchDelay - 0.1);
     EXPECT_EQ(updater.fetches, 0);
     queue.advance(0.1);
     EXPECT_EQ(updater.fetches, 1);
-    answer(newer("1.2.3"));
-    EXPECT_EQ(updater.notice().version(), "1.2.3");
-
-    test::FakeClock otherClock;
-    test::ManualMainQueue otherQueue{otherClock};
-    ScriptedUpdater manual{otherQueue, otherClock, log};
-    manual.automatic = false;
-    manual.start();
-    otherQueue.advance(2 * Updater::recheckInterval);
-    EXPECT_EQ(manual.fetches, 0);
-}
-
-TEST_F(UpdaterTest, ALongRunningSessionChecksAgainWithinAnHourOfADayAfterTheLastCheck) {
-    updater.start();
-    queue.advance(Updater::launchDelay);
     answer({.kind = Kind::upToDate});
     queue.advance(Updater::recheckInterval - 1);
     EXPECT_EQ(updater.fetches, 1);
@@ -184,6 +140,13 @@ TEST_F(UpdaterTest, ALongRunningSessionChecksAgainWithinAnHourOfADayAfterTheLast
     EXPECT_EQ(updater.fetches, 2);
     queue.advance(Updater::recheckTick + 1);
     EXPECT_EQ(updater.fetches, 3);
+
+    std::optional<Kind> told;
+    unconfigured.onUserCheckResult = [&](const UpdateCheckResult& r) { told = r.kind; };
+    unconfigured.checkInBackground();
+    unconfigured.checkForUpdates();
+    EXPECT_EQ(manual.fetches + unconfigured.fetches, 0);
+    EXPECT_EQ(told, Kind::notConfigured);
 }
 
 }  // namespace

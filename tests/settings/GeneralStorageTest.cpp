@@ -10,6 +10,8 @@
 #include <QtTest/QTest>
 #include <filesystem>
 #include <fstream>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -53,10 +55,8 @@ void answerNextDialog(const QString& button) {
         auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
         ASSERT_NE(box, nullptr);
         for (QAbstractButton* candidate : box->buttons())
-            if (candidate->text() == button) {
-                candidate->click();
-                return;
-            }
+            if (candidate->text() == button)
+                return candidate->click();
         ADD_FAILURE() << "no button " << button.toStdString();
         box->reject();
     });
@@ -73,12 +73,8 @@ protected:
         .defaults = env.defaults,
         .texts = texts,
         .images = images,
-        .layout = nullptr,
         .hotKeyChanged = [this] { ++hotKeyChanges; },
         .pasteSupport = [this] { return support; },
-        .runningApps = {},
-        .syncSettingsChanged = {},
-        .deleteCloudCopy = {},
         .autostartDir = (env.dir / "config/autostart").string(),
         .executablePath = "/usr/bin/zettly",
     };
@@ -86,27 +82,20 @@ protected:
 };
 
 TEST(StoragePageLabels, RetentionReadsInMinutesHoursDaysOrWeeksAsTheValueSuggests) {
-    EXPECT_EQ(StoragePage::retentionLabel(1), "1 minute");
-    EXPECT_EQ(StoragePage::retentionLabel(5), "5 minutes");
-    EXPECT_EQ(StoragePage::retentionLabel(59), "59 minutes");
-    EXPECT_EQ(StoragePage::retentionLabel(60), "1 hour");
-    EXPECT_EQ(StoragePage::retentionLabel(90), "1.5 hours");
-    EXPECT_EQ(StoragePage::retentionLabel(1440), "1 day");
     // Only one day and thirty days read as days; two days are 48 hours.
-    EXPECT_EQ(StoragePage::retentionLabel(2880), "48 hours");
-    EXPECT_EQ(StoragePage::retentionLabel(10080), "1 week");
-    EXPECT_EQ(StoragePage::retentionLabel(20160), "336 hours");
-    EXPECT_EQ(StoragePage::retentionLabel(43200), "30 days");
+    const std::vector<std::pair<int, QString>> labels = {
+        {1, "1 minute"},   {59, "59 minutes"},   {60, "1 hour"},
+        {90, "1.5 hours"}, {1440, "1 day"},      {2880, "48 hours"},
+        {10080, "1 week"}, {20160, "336 hours"}, {43200, "30 days"},
+    };
+    for (const auto& [minutes, label] : labels)
+        EXPECT_EQ(StoragePage::retentionLabel(minutes), label) << minutes;
 }
 
 TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesSetElsewhere) {
     StoragePage page(context);
     EXPECT_EQ(page.limitPicker()->currentText(), "200 items");
     EXPECT_EQ(page.retentionPicker()->currentText(), "30 days");
-    EXPECT_EQ(entries(page.limitPicker()),
-              QStringList({"50 items", "100 items", "200 items", "500 items"}));
-    EXPECT_TRUE(page.saveImagesSwitch()->isChecked());
-    EXPECT_FALSE(page.clearOnQuitSwitch()->isChecked());
 
     pick(page.limitPicker(), "500 items");
     pick(page.retentionPicker(), "15 minutes");
@@ -117,7 +106,7 @@ TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesS
     EXPECT_EQ(env.defaults.boolObject(prefkey::saveImages), false);
     EXPECT_EQ(env.defaults.boolObject(prefkey::clearOnQuit), true);
 
-    // Values written by hand are honoured: they get an entry in order.
+    // Values written by hand get an entry in order; showing them writes nothing.
     env.defaults.setInteger(prefkey::clipboardLimit, 300);
     env.defaults.setInteger(prefkey::clipboardRetentionMinutes, 90);
     env.defaults.setBool(prefkey::saveImages, true);
@@ -128,18 +117,15 @@ TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesS
     EXPECT_EQ(page.retentionPicker()->currentText(), "1.5 hours");
     EXPECT_EQ(page.retentionPicker()->currentIndex(), 4);  // between 1 hour and 1 day
     EXPECT_TRUE(page.saveImagesSwitch()->isChecked());
-    // Reloading alone never writes the shown value back.
     EXPECT_EQ(env.defaults.integer(prefkey::clipboardRetentionMinutes), 90);
 }
 
 TEST_F(SettingsPagesTest, ClearHistoryAsksFirstAndKeepsPinnedTextsAndImages) {
     test::start();
     texts.insert("kept because pinned");
+    texts.setPinned(texts.fetch(1, 0).front().id, true);
     env.clock.advance(1);
     texts.insert("cleared");
-    for (const auto& item : texts.fetch(10, 0))
-        if (item.text == "kept because pinned")
-            texts.setPinned(item.id, true);
     ASSERT_EQ(images.save(test::png(64, 64, test::solid({10, 200, 10}))),
               ImageClipStore::SaveResult::saved);
     StoragePage page(context);
@@ -157,11 +143,11 @@ TEST_F(SettingsPagesTest, ClearHistoryAsksFirstAndKeepsPinnedTextsAndImages) {
     EXPECT_TRUE(images.fetchAll().empty());
 }
 
-TEST_F(SettingsPagesTest, GeneralPickersAndPasteSwitchStoreEachChangeAndShowValuesSetElsewhere) {
+TEST_F(SettingsPagesTest, GeneralPickersStoreEachChangeAndThePasteNoteSaysWhatBlocksPasting) {
     GeneralPage page(context);
-    EXPECT_FALSE(page.pasteSwitch()->isChecked());
     EXPECT_EQ(page.previewPicker()->currentText(), "After 1.5 s");
     EXPECT_EQ(page.positionPicker()->currentText(), "At the pointer");
+    EXPECT_TRUE(page.pasteNote()->isHidden());
 
     QTest::keyClick(page.pasteSwitch(), Qt::Key_Space);
     pick(page.previewPicker(), "Only with Super+Space or Ctrl+Y");
@@ -175,6 +161,7 @@ TEST_F(SettingsPagesTest, GeneralPickersAndPasteSwitchStoreEachChangeAndShowValu
     env.defaults.setDouble(prefkey::previewDelay, 2.25);
     env.defaults.setString(prefkey::popupPosition, "CENTER");  // not "center": the pointer
     env.defaults.setBool(prefkey::pasteAutomatically, false);
+    support = PasteSupport::wayland;
     page.reload();
     EXPECT_EQ(entries(page.previewPicker()),
               QStringList({"Only with Super+Space or Ctrl+Y", "After 0.5 s", "After 1.5 s",
@@ -182,38 +169,30 @@ TEST_F(SettingsPagesTest, GeneralPickersAndPasteSwitchStoreEachChangeAndShowValu
     EXPECT_EQ(page.previewPicker()->currentText(), "After 2.25 s");
     EXPECT_EQ(page.positionPicker()->currentText(), "At the pointer");
     EXPECT_FALSE(page.pasteSwitch()->isChecked());
-
-    // The history window opens no preview on its own for a negative delay.
-    env.defaults.setDouble(prefkey::previewDelay, -1);
-    page.reload();
-    EXPECT_EQ(page.previewPicker()->currentText(), "Only with Super+Space or Ctrl+Y");
-    EXPECT_EQ(page.previewPicker()->count(), 4);
-}
-
-TEST_F(SettingsPagesTest, PasteNoteExplainsWhatBlocksPastingAndDisappearsOnceItWorks) {
-    support = PasteSupport::wayland;
-    GeneralPage page(context);
     EXPECT_FALSE(page.pasteNote()->isHidden());
     EXPECT_TRUE(page.pasteNote()->text().contains("Xorg"));
 
+    // The history window opens no preview on its own for a negative delay.
+    env.defaults.setDouble(prefkey::previewDelay, -1);
     support = PasteSupport::noXTest;
     page.reload();
-    EXPECT_FALSE(page.pasteNote()->isHidden());
+    EXPECT_EQ(page.previewPicker()->currentText(), "Only with Super+Space or Ctrl+Y");
+    EXPECT_EQ(page.previewPicker()->count(), 4);
     EXPECT_TRUE(page.pasteNote()->text().contains("XTEST"));
-
-    support = PasteSupport::available;
-    page.reload();
-    EXPECT_TRUE(page.pasteNote()->isHidden());
 }
 
-TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscapeKeepsTheOldOne) {
-    ShortcutRecorder recorder(context);
+TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscapeOrLeavingKeepsIt) {
+    QWidget window;
+    ShortcutRecorder recorder(context, &window);
+    auto* elsewhere = new QLineEdit(&window);
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     QPushButton* button = recorder.recordButton();
     EXPECT_EQ(button->text(), "Alt+V");
     EXPECT_FALSE(recorder.resetButton()->isEnabled());
 
     QTest::mouseClick(button, Qt::LeftButton);
-    ASSERT_TRUE(recorder.isRecording());
     EXPECT_EQ(button->text(), "Press a shortcut\u2026");
     QTest::keyClick(button, Qt::Key_K);
     QTest::keyClick(button, Qt::Key_K, Qt::ShiftModifier);
@@ -223,11 +202,10 @@ TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscape
     EXPECT_FALSE(recorder.isRecording());
     EXPECT_EQ(button->text(), "Alt+V");
     EXPECT_FALSE(env.defaults.contains(prefkey::hotKeyCode));
-    EXPECT_EQ(hotKeyChanges, 0);
 
     QTest::mouseClick(button, Qt::LeftButton);
-    // Ctrl and Shift arrive as presses of their own on the way to the key,
-    // from X11 with their key codes (left Ctrl is 37, left Shift 50).
+    // X11 sends Ctrl and Shift as presses of their own on the way to the key
+    // (left Ctrl is key code 37, left Shift 50).
     QKeyEvent ctrl(QEvent::KeyPress, Qt::Key_Control, Qt::ControlModifier, 37, 0xffe3, 0);
     QApplication::sendEvent(button, &ctrl);
     QKeyEvent shift(QEvent::KeyPress, Qt::Key_Shift, Qt::ControlModifier | Qt::ShiftModifier, 50,
@@ -242,29 +220,19 @@ TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscape
 
     ASSERT_TRUE(recorder.resetButton()->isEnabled());
     QTest::mouseClick(recorder.resetButton(), Qt::LeftButton);
-    EXPECT_TRUE(env.defaults.contains(prefkey::hotKeyCode));
     EXPECT_EQ(prefs.hotKey(), HotKeyCombo{});
     EXPECT_EQ(button->text(), "Alt+V");
     EXPECT_EQ(hotKeyChanges, 2);
-}
 
-TEST_F(SettingsPagesTest, RecorderStopsWithoutAChangeWhenTheKeyboardGoesElsewhere) {
-    QWidget window;
-    ShortcutRecorder recorder(context, &window);
-    auto* elsewhere = new QLineEdit(&window);
-    window.show();
-    window.activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
-
-    QTest::mouseClick(recorder.recordButton(), Qt::LeftButton);
+    // The keyboard going elsewhere ends recording, and keys reach the window again.
+    QTest::mouseClick(button, Qt::LeftButton);
     ASSERT_TRUE(recorder.isRecording());
     elsewhere->setFocus();
     EXPECT_FALSE(recorder.isRecording());
-    EXPECT_EQ(recorder.recordButton()->text(), "Alt+V");
-    // Keys reach the rest of the window again.
+    EXPECT_EQ(button->text(), "Alt+V");
     QTest::keyClicks(elsewhere, "ok");
     EXPECT_EQ(elsewhere->text(), "ok");
-    EXPECT_EQ(hotKeyChanges, 0);
+    EXPECT_EQ(hotKeyChanges, 2);
 }
 
 TEST_F(SettingsPagesTest, LaunchAtLoginWritesTheEntryAndShowsWhatTheDesktopWillReallyDo) {
@@ -272,25 +240,22 @@ TEST_F(SettingsPagesTest, LaunchAtLoginWritesTheEntryAndShowsWhatTheDesktopWillR
     QCheckBox* launch = page.launchAtLoginSwitch();
     ASSERT_NE(launch, nullptr);
     EXPECT_FALSE(launch->isChecked());
-
     QTest::keyClick(launch, Qt::Key_Space);
-    EXPECT_TRUE(launch->isChecked());
     EXPECT_TRUE(autostart::isEnabled(context.autostartDir));
     EXPECT_TRUE(page.launchError()->isHidden());
 
-    // Switched off elsewhere (a desktop's own autostart settings).
+    // Switched off by the desktop's own autostart settings.
     std::filesystem::remove(autostart::entryPath(context.autostartDir));
     page.reload();
     EXPECT_FALSE(launch->isChecked());
 
-    // A file where the folder should be: the folder cannot be made.
-    const auto blocked = env.dir / "blocked";
+    const auto blocked = env.dir / "blocked";  // a file where the folder should be
     std::ofstream(blocked) << "not a folder";
     context.autostartDir = (blocked / "autostart").string();
     QTest::keyClick(launch, Qt::Key_Space);
     EXPECT_FALSE(launch->isChecked());
-    EXPECT_FALSE(page.launchError()->isHidden());
     EXPECT_TRUE(page.launchError()->text().contains(QString::fromStdString(blocked.string())));
+    EXPECT_FALSE(page.launchError()->isHidden());
 }
 
 TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater) {
@@ -301,9 +266,7 @@ TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater)
     context.setAutomaticUpdateChecks = [&](bool on) { automatic = on; };
     context.checkForUpdates = [] {};
     AboutPage page(context);
-    page.reload();
     ASSERT_NE(page.automaticChecksSwitch(), nullptr);
-    EXPECT_FALSE(page.automaticChecksSwitch()->isChecked());
     page.automaticChecksSwitch()->click();
     EXPECT_TRUE(automatic);
     automatic = false;
