@@ -1,7 +1,9 @@
 #include "settings/SettingsWindow.h"
 
+#include <QFrame>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QScrollArea>
 #include <QShortcut>
 #include <QTabWidget>
 #include <QVBoxLayout>
@@ -14,6 +16,19 @@
 #include "settings/SyncPage.h"
 
 namespace zettly {
+namespace {
+
+// A page taller than a small screen (the Sync tab with its server fields)
+// scrolls instead of squeezing its fields.
+QScrollArea* scrollable(QWidget* page) {
+    auto* area = new QScrollArea;
+    area->setWidget(page);
+    area->setWidgetResizable(true);
+    area->setFrameShape(QFrame::NoFrame);
+    return area;
+}
+
+}  // namespace
 
 SettingsWindow::SettingsWindow(SettingsContext context, QWidget* parent)
     : QWidget(parent, Qt::Window), context_(std::move(context)), tabs_(new QTabWidget(this)) {
@@ -29,23 +44,23 @@ SettingsWindow::SettingsWindow(SettingsContext context, QWidget* parent)
     sync_ = new SyncPage(context_);
     about_ = new AboutPage(context_);
     //: Settings tab: shortcut, window, pasting, launch at login.
-    tabs_->addTab(general_, tr("General"));
+    tabs_->addTab(scrollable(general_), tr("General"));
     //: Settings tab: the user's categories of clipboard items.
-    tabs_->addTab(categories_, tr("Categories"));
+    tabs_->addTab(scrollable(categories_), tr("Categories"));
     //: Settings tab: how much history is kept and for how long.
-    tabs_->addTab(storage_, tr("Storage"));
+    tabs_->addTab(scrollable(storage_), tr("Storage"));
     //: Settings tab: applications and text patterns whose copies are not saved.
-    tabs_->addTab(ignore_, tr("Ignore"));
+    tabs_->addTab(scrollable(ignore_), tr("Ignore"));
     //: Settings tab: syncing the history between the user's devices.
-    tabs_->addTab(sync_, tr("Sync"));
+    tabs_->addTab(scrollable(sync_), tr("Sync"));
     //: Settings tab: version, links and licences.
-    tabs_->addTab(about_, tr("About"));
+    tabs_->addTab(scrollable(about_), tr("About"));
     tabs_->setDocumentMode(true);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(8, 8, 8, 8);
     layout->addWidget(tabs_);
-    resize(560, 480);
+    resize(580, 620);
 
     // Ctrl+W and Escape close it, as in other small utility windows.
     for (const QKeySequence& keys :
