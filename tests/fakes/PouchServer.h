@@ -21,17 +21,11 @@
 
 namespace zettly::test {
 
-// A pouchdb-server holding its databases in memory, on a free loopback
-// port, with one admin account (without one it would let anybody in and
-// refuse every name and password). Its config and log stay in a temporary
-// folder. stop() kills it the hard way, as a crash or a pulled cable would;
-// start() again brings it back on the same port, empty but with the same
-// admin.
-//
-//   PouchServer server(ZETTLY_POUCHDB_SERVER);
-//   ASSERT_TRUE(server.start()) << server.output();
-//   settings.databaseUrl = server.url() + "/zettly";
-//   auto docs = server.request("GET", "/zettly/_all_docs?include_docs=true");
+// A pouchdb-server holding its databases in memory on a free loopback port,
+// with one admin (without one it lets anybody in and refuses every name and
+// password); its config and log stay in a temporary folder. stop() kills it
+// the hard way, as a crash would; start() again brings it back on the same
+// port, empty but with the same admin.
 class PouchServer {
 public:
     static constexpr const char* user = "admin";
@@ -63,15 +57,13 @@ public:
     }
 
     void stop() {
-        if (pid_ <= 0)
-            return;
-        ::kill(pid_, SIGKILL);
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
         pid_ = -1;
     }
 
-    bool running() const { return pid_ > 0; }
     std::string url() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
     // A request as the admin; `path` starts with "/".
@@ -82,19 +74,24 @@ public:
         if (!curl)
             return response;
         const std::string address = url() + path;
+        curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
         curl_easy_setopt(curl, CURLOPT_URL, address.c_str());
         curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
         curl_easy_setopt(curl, CURLOPT_TIMEOUT, 20L);
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, method.c_str());
+        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
         if (authenticated) {
             curl_easy_setopt(curl, CURLOPT_USERNAME, user);
             curl_easy_setopt(curl, CURLOPT_PASSWORD, password);
         }
-        curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
-        curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
         if (!jsonBody.empty())
             curl_easy_setopt(curl, CURLOPT_POSTFIELDS, jsonBody.c_str());
-        curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, collect);
+        curl_easy_setopt(
+            curl, CURLOPT_WRITEFUNCTION,
+            +[](char* data, std::size_t size, std::size_t n, void* body) {
+                static_cast<std::string*>(body)->append(data, size * n);
+                return size * n;
+            });
         curl_easy_setopt(curl, CURLOPT_WRITEDATA, &response.body);
         if (curl_easy_perform(curl) == CURLE_OK)
             curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &response.status);
@@ -103,7 +100,7 @@ public:
         return response;
     }
 
-    // What the server printed: one line per request ("GET /zettly 200 ..."),
+    // What the server printed: a line per request ("GET /zettly 200 ..."),
     // and why it stopped when it did.
     std::string output() const {
         std::ifstream in(folder_ / "server.log");
@@ -115,13 +112,11 @@ public:
         std::vector<std::string> lines;
         std::istringstream in(output());
         for (std::string line; std::getline(in, line);) {
-            for (const char* method : {"GET ", "PUT ", "POST ", "DELETE ", "HEAD "}) {
-                auto at = line.find(std::string("] ") + method);
-                if (at == std::string::npos)
-                    continue;
-                std::string request = line.substr(at + 2);
-                request = request.substr(0, request.find(' ', std::string(method).size()));
-                lines.push_back(request.substr(0, request.find('?')));
+            for (const std::string method : {"GET ", "PUT ", "POST ", "DELETE ", "HEAD "}) {
+                if (auto at = line.find("] " + method); at != std::string::npos) {
+                    auto end = line.find_first_of(" ?", at + 2 + method.size());
+                    lines.push_back(line.substr(at + 2, end - at - 2));
+                }
             }
         }
         return lines;
@@ -131,30 +126,19 @@ public:
     // request answered so far is in requests().
     void settle() const {
         request("GET", "/", {}, false);
-        for (int i = 0; i < 250; ++i) {
-            auto logged = requests();
-            if (!logged.empty() && logged.back() == "GET /")
-                return;
+        for (int i = 0; i < 250 && (requests().empty() || requests().back() != "GET /"); ++i)
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
     }
 
 private:
-    static std::size_t collect(char* data, std::size_t size, std::size_t count, void* target) {
-        static_cast<std::string*>(target)->append(data, size * count);
-        return size * count;
-    }
-
     static int freePort() {
         int probe = ::socket(AF_INET, SOCK_STREAM, 0);
-        if (probe < 0)
-            return 0;
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
         int port = 0;
-        if (::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+        if (probe >= 0 && ::bind(probe, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
             ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
             port = ntohs(address.sin_port);
         ::close(probe);
@@ -162,51 +146,45 @@ private:
     }
 
     bool launch() {
-        const std::string portText = std::to_string(port_);
         const std::string folder = folder_.path().string();
-        const std::string logPath = folder + "/server.log";
-        std::vector<std::string> words{executable_, "--in-memory", "--port",    portText,
-                                       "--host",    "127.0.0.1",   "--no-color"};
+        const std::string log = folder + "/server.log";
+        std::vector<std::string> words{executable_,           "--in-memory", "--port",
+                                       std::to_string(port_), "--host",      "127.0.0.1",
+                                       "--no-color"};
         std::vector<char*> argv;
         for (auto& word : words)
             argv.push_back(word.data());
         argv.push_back(nullptr);
         pid_ = ::fork();
-        if (pid_ < 0)
-            return false;
         if (pid_ == 0) {
             // Its config.json and log.txt go to the temporary folder.
-            int log = ::open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-            if (::chdir(folder.c_str()) != 0 || log < 0)
-                ::_exit(127);
-            ::dup2(log, STDOUT_FILENO);
-            ::dup2(log, STDERR_FILENO);
-            ::execv(argv[0], argv.data());
+            int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
+            if (::chdir(folder.c_str()) == 0 && fd >= 0 && ::dup2(fd, STDOUT_FILENO) >= 0 &&
+                ::dup2(fd, STDERR_FILENO) >= 0)
+                ::execv(argv[0], argv.data());
             ::_exit(127);
         }
-        return true;
+        return pid_ > 0;
     }
 
     bool waitUntilAnswering() {
-        using namespace std::chrono;
-        const auto deadline = steady_clock::now() + seconds(60);
-        while (steady_clock::now() < deadline) {
-            int status = 0;
-            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
                 pid_ = -1;  // it gave up (the port was taken, node is missing)
                 return false;
             }
             if (request("GET", "/", {}, false).status == 200)
                 return true;
-            std::this_thread::sleep_for(milliseconds(50));
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return false;
     }
 
     bool createAdmin() {
-        const auto answer = request("PUT", "/_config/admins/" + std::string(user),
-                                    "\"" + std::string(password) + "\"", false);
-        adminCreated_ = answer.status == 200;
+        adminCreated_ = request("PUT", "/_config/admins/" + std::string(user),
+                                "\"" + std::string(password) + "\"", false)
+                            .status == 200;
         return adminCreated_;
     }
 

@@ -21,6 +21,10 @@ const Bytes kTag{0xab};
 constexpr double kDay = 24 * 60 * 60;
 const std::string kTombstones =
     "SELECT key, kind, CAST(at AS INTEGER) FROM sync_tombstones ORDER BY key";
+// What sync keeps of every row and category: its server tag and whether it is to be sent.
+const std::string kSyncState =
+    "SELECT text, hex(ck), dirty FROM items UNION ALL "
+    "SELECT 'category ' || name, hex(ck), dirty FROM categories ORDER BY 1";
 
 std::string rid(const std::string& text) {
     return *ClipboardStore::recordName(text, kKey);
@@ -68,21 +72,19 @@ TEST_F(ClipboardSync, PendingNamesRowsCopiedBeforeTheKeyAndGivesTheNewestWithinT
 
     env.defaults.setData(prefkey::clipSyncKey, kKey);
     auto pending = store.syncPending(2);
-    ASSERT_EQ(pending.items.size(), 2u);
-    EXPECT_EQ(pending.items[0],
-              (SyncItem{rid("new"), "new", "text", now(), now(), 0, false, {}, {}, std::nullopt}));
-    EXPECT_EQ(pending.items[1].rid, rid("mid"));
+    EXPECT_THAT(pending.items,
+                ElementsAre(SyncItem{rid("new"), "new", "text", now(), now(), 0, false, {}, {}, {}},
+                            ::testing::Field(&SyncItem::rid, rid("mid"))));
     EXPECT_THAT(pending.categories,
-                ElementsAre(SyncCategory{work->id, "Work", 1, now(), now(), std::nullopt}));
+                ElementsAre(SyncCategory{work->id, "Work", 1, now(), now(), {}}));
     EXPECT_THAT(pending.tombstones,
                 ElementsAre(ClipboardStore::SyncTombstone{"week", "category", now() - 7 * kDay}));
     EXPECT_THAT(store.syncPending(-1).items, IsEmpty());
-
     store.syncRemoveTombstone("week");
     EXPECT_THAT(store.syncPending(10).tombstones, IsEmpty());
 }
 
-TEST_F(ClipboardSync, AConfirmedSendKeepsTheServerDataButRowsChangedMeanwhileStayDirty) {
+TEST_F(ClipboardSync, AConfirmedSendKeepsTheServerTagButRowsChangedMeanwhileStayDirty) {
     add("a");
     add("b");
     auto work = store.createCategory("Work");
@@ -90,21 +92,17 @@ TEST_F(ClipboardSync, AConfirmedSendKeepsTheServerDataButRowsChangedMeanwhileSta
     env.clock.advance(5);
     store.insert("a");
     store.renameCategory(work->id, "Job");
-    std::vector<ClipboardStore::SyncSent> confirmed;
-    for (const SyncItem& item : sent.items)
-        confirmed.push_back({item.rid, item.modified, kTag});
-    store.syncMarkSentItems(confirmed);
+    store.syncMarkSentItems({{sent.items[0].rid, sent.items[0].modified, kTag},
+                             {sent.items[1].rid, sent.items[1].modified, kTag}});
     store.syncMarkSentCategory(work->id, sent.categories.at(0).modified, kTag);
-    EXPECT_THAT(sql("SELECT text, hex(ck), dirty FROM items ORDER BY text"),
-                ElementsAre(Row{"a", "AB", "1"}, Row{"b", "AB", "0"}));
-    EXPECT_THAT(sql("SELECT hex(ck), dirty FROM categories"), ElementsAre(Row{"AB", "1"}));
+    EXPECT_THAT(sql(kSyncState), ElementsAre(Row{"a", "AB", "1"}, Row{"b", "AB", "0"},
+                                             Row{"category Job", "AB", "1"}));
 
     store.syncForgetItemTag(rid("b"));
     store.syncForgetCategoryTag(work->id);
     store.syncMarkSentItem(rid("a"), now(), std::nullopt);
-    EXPECT_THAT(sql("SELECT text, ck, dirty FROM items ORDER BY text"),
-                ElementsAre(Row{"a", "NULL", "0"}, Row{"b", "NULL", "0"}));
-    EXPECT_THAT(sql("SELECT ck, dirty FROM categories"), ElementsAre(Row{"NULL", "1"}));
+    EXPECT_THAT(sql(kSyncState),
+                ElementsAre(Row{"a", "", "0"}, Row{"b", "", "0"}, Row{"category Job", "", "1"}));
 }
 
 // The one-by-one store is the reference for the batch; a page may bring items out of order.
@@ -146,9 +144,10 @@ TEST_F(ClipboardSync, ABatchOverTheHistoryLimitStoresCleanRowsLikeTakingItemsInO
     EXPECT_EQ(test::rows(*one.databasePath(), kTombstones), tombstones());
 }
 
-TEST_F(ClipboardSync, ATextKnownUnderAnotherNameIsMergedIntoItsRowAndTakesTheReceivedName) {
+TEST_F(ClipboardSync, ARemoteCopyOfAKnownTextIsMergedIntoItsRowEvenUnderAnotherName) {
+    // Copied here before the key was shared: found by its text, it takes the received name.
     env.defaults.remove(prefkey::clipSyncKey);
-    add("shared");
+    std::string id = add("shared");
     double copied = now();
     sql("UPDATE items SET dirty = 0");
     SyncItem item = remote("shared", copied - 100);
@@ -163,21 +162,17 @@ TEST_F(ClipboardSync, ATextKnownUnderAnotherNameIsMergedIntoItsRowAndTakesTheRec
                 ElementsAre(Row{"c_phone", "1", "work", whole(copied), whole(copied),
                                 whole(copied - 50), "1", "AB"}));
     EXPECT_FALSE(store.syncApply(item));
-}
 
-TEST_F(ClipboardSync, AnUnsentLocalEditSurvivesAnOlderRemoteCopyAndIsCleanOnceTheServerHasIt) {
-    std::string id = add("x");
-    double copied = now();
+    // An unsent local edit outlives an older remote one, and is clean once the server has it.
     env.clock.advance(10);
     store.setLabel(id, "mine");
-    SyncItem item = remote("x", copied);
     item.label = "theirs";
     item.mm = item.modified = copied + 5;
+    item.ck = Bytes{0xcd};
     EXPECT_FALSE(store.syncApply(item));
-    EXPECT_THAT(sql("SELECT label, dirty, hex(ck) FROM items"),
-                ElementsAre(Row{"mine", "1", "AB"}));
-
+    EXPECT_THAT(sql(kSyncState), ElementsAre(Row{"shared", "CD", "1"}));
     item.label = "mine";
+    item.created = copied;
     item.mm = item.modified = now();
     EXPECT_FALSE(store.syncApply(item));
     EXPECT_THAT(sql("SELECT label, dirty FROM items"), ElementsAre(Row{"mine", "0"}));
@@ -189,7 +184,6 @@ TEST_F(ClipboardSync, DeletedOrExpiredEntriesAreNotBroughtBackByCopiesThatAreNot
     SyncItem item = remote("x", deleted - 60);
     item.modified = deleted;
     EXPECT_FALSE(store.syncApply(item));
-    EXPECT_THAT(sql("SELECT text FROM items"), IsEmpty());
 
     // Older than the retention: dropped with a tombstone, unless the user kept it.
     EXPECT_FALSE(store.syncApply(remote("old", now() - 31 * kDay)));
@@ -254,28 +248,28 @@ TEST_F(ClipboardSync, RemoteDeletionsSpareWhatChangedHereAndWasNotSentYet) {
 
 TEST_F(ClipboardSync, ANewKeyRenamesEveryRowAndEverythingIsSentAgain) {
     add("a");
-    add("b");
     store.createCategory("Work");
     store.deleteItem(add("c"));
-    sql("UPDATE items SET dirty = 0, ck = X'AB', modified = NULL;"
-        "UPDATE categories SET dirty = 0, ck = X'AB', modified = NULL");
+    const std::string clean =
+        "UPDATE items SET dirty = 0, ck = X'AB', modified = NULL;"
+        "UPDATE categories SET dirty = 0, ck = X'AB', modified = NULL";
+    sql(clean);
     std::vector<Row> before = sql("SELECT * FROM items");
     EXPECT_FALSE(store.syncPrepareFullUpload(Bytes(16, 1)));
     EXPECT_EQ(sql("SELECT * FROM items"), before);
 
     const Bytes key(32, 0x11);
     EXPECT_TRUE(store.syncPrepareFullUpload(key));
-    auto named = [&](const std::string& text) { return *ClipboardStore::recordName(text, key); };
-    EXPECT_THAT(sql("SELECT rid, dirty, ck, modified = created FROM items ORDER BY text"),
-                ElementsAre(Row{named("a"), "1", "NULL", "1"}, Row{named("b"), "1", "NULL", "1"}));
-    EXPECT_THAT(sql("SELECT dirty, ck, modified = created FROM categories"),
-                ElementsAre(Row{"1", "NULL", "1"}));
+    EXPECT_THAT(
+        sql("SELECT rid, modified = created FROM items UNION ALL SELECT id, modified = "
+            "created FROM categories"),
+        ElementsAre(Row{*ClipboardStore::recordName("a", key), "1"}, ::testing::Contains("1")));
+    EXPECT_THAT(sql(kSyncState), ElementsAre(Row{"a", "", "1"}, Row{"category Work", "", "1"}));
     EXPECT_THAT(tombstones(), IsEmpty());
 
-    sql("UPDATE items SET dirty = 0, ck = X'AB'; UPDATE categories SET dirty = 0, ck = X'AB'");
+    sql(clean);
     store.syncForgetServerState();
-    EXPECT_THAT(sql("SELECT dirty, ck FROM items UNION ALL SELECT dirty, ck FROM categories"),
-                ElementsAre(Row{"1", "NULL"}, Row{"1", "NULL"}, Row{"1", "NULL"}));
+    EXPECT_THAT(sql(kSyncState), ElementsAre(Row{"a", "", "1"}, Row{"category Work", "", "1"}));
 }
 
 TEST_F(ClipboardSync, NothingTakenInFromTheCloudSchedulesAnotherSync) {

@@ -23,6 +23,9 @@ using test::Row;
 Bytes numbered(int n) {  // sizes differ, so no two are taken for one picture
     return test::png(20 + n, 20, test::solid({200, 100, 50}));
 }
+std::string whole(double t) {
+    return std::to_string(static_cast<std::int64_t>(t));
+}
 SyncImage remote(const std::string& rid, double created) {
     return {.rid = rid, .created = created, .modified = created, .width = 40, .height = 30};
 }
@@ -61,9 +64,8 @@ TEST_F(ImageSync, ARemoteImageWaitsForItsBytesPinnedFirstAndThenBecomesACleanRow
     photo.ck = Bytes{1, 2, 3};
     SyncImage plain = remote("i_plain", t - 5);  // from a client that sent no size or fingerprint
     plain.width = plain.height = 0;
-    EXPECT_EQ(store.syncApply(photo), Apply::needsData);
-    EXPECT_EQ(store.syncApply(plain), Apply::needsData);
-    EXPECT_EQ(store.syncApply(remote("i_dropped", t - 1)), Apply::needsData);
+    for (const SyncImage& record : {photo, plain, remote("i_dropped", t - 1)})
+        EXPECT_EQ(store.syncApply(record), Apply::needsData) << record.rid;
     EXPECT_THAT(store.syncPendingDownloads(24), ElementsAre("i_photo", "i_dropped", "i_plain"));
     EXPECT_THAT(store.syncPendingDownloads(1), ElementsAre("i_photo"));
     store.syncDropPending("i_dropped");
@@ -77,8 +79,8 @@ TEST_F(ImageSync, ARemoteImageWaitsForItsBytesPinnedFirstAndThenBecomesACleanRow
     EXPECT_EQ(row("i_photo",
                   "w, h, CAST(created AS INTEGER), pinned, label, dirty, hex(ck), hex(fp), "
                   "CAST(mm AS INTEGER)"),
-              (Row{"40", "30", std::to_string(std::int64_t(t - 10)), "1", "receipt", "0", "010203",
-                   std::string(64, 'A'), std::to_string(std::int64_t(t - 3))}));
+              (Row{"40", "30", whole(t - 10), "1", "receipt", "0", "010203", std::string(64, 'A'),
+                   whole(t - 3)}));
     auto item = store.fetchAll().at(0);
     EXPECT_EQ(item.bytes, static_cast<std::int64_t>(fs::file_size(item.file)));
     EXPECT_FALSE(store.syncStoreDownloaded("i_photo", jpeg));  // no longer pending
@@ -133,29 +135,26 @@ TEST_F(ImageSync, TheSamePictureFromTwoDevicesEndsUpAsOneRowUnderTheNameThatSort
 }
 
 TEST_F(ImageSync, ARemoteEditOfAKnownImageIsMergedAndTheRowAlwaysTakesTheServersTag) {
-    SyncImage sent = capture(numbered(1));  // not yet uploaded
-    SyncImage relabelled = sent;
-    relabelled.label = "invoice";
-    relabelled.mm = sent.modified + 5;
-    relabelled.ck = Bytes{2};
-    EXPECT_EQ(store.syncApply(relabelled), Apply::changed);
-    EXPECT_EQ(row(sent.rid, "label, dirty, hex(ck)"), (Row{"invoice", "0", "02"}));
+    SyncImage record = capture(numbered(1));  // not yet uploaded
+    record.label = "invoice";
+    record.mm = record.modified + 5;
+    record.ck = Bytes{2};
+    EXPECT_EQ(store.syncApply(record), Apply::changed);
+    EXPECT_EQ(row(record.rid, "label, dirty, hex(ck)"), (Row{"invoice", "0", "02"}));
 
     // Pinned here after an older remote relabelling: ours wins and still has to go up.
     env.clock.advance(10);
-    std::string id = store.fetchAll().at(0).id;
-    store.setPinned(id, true);
-    SyncImage stale = relabelled;
-    stale.label = "old";
-    stale.mm += 1;
-    stale.ck = Bytes{3};
-    EXPECT_EQ(store.syncApply(stale), Apply::unchanged);
-    EXPECT_EQ(row(sent.rid, "label, pinned, dirty, hex(ck)"), (Row{"invoice", "1", "1", "03"}));
+    store.setPinned(store.fetchAll().at(0).id, true);
+    record.label = "old";
+    record.mm += 1;
+    record.ck = Bytes{3};
+    EXPECT_EQ(store.syncApply(record), Apply::unchanged);
+    EXPECT_EQ(row(record.rid, "label, pinned, dirty, hex(ck)"), (Row{"invoice", "1", "1", "03"}));
 }
 
 TEST_F(ImageSync, DeletedExpiredAndCrowdedOutRecordsAreRetractedInsteadOfDownloaded) {
     double t = env.clock.now();
-    std::string at = std::to_string(std::int64_t(t));
+    std::string at = whole(t);
     ASSERT_THAT(store.syncPendingDownloads(1), IsEmpty());  // opens the database
     sql("INSERT INTO sync_tombstones VALUES('i_gone', " + at + ")");
     SyncImage gone = remote("i_gone", t - 100);
@@ -175,7 +174,7 @@ TEST_F(ImageSync, DeletedExpiredAndCrowdedOutRecordsAreRetractedInsteadOfDownloa
     // Fifteen unpinned images, and an older pinned one that does not count.
     for (int n = 1; n <= 16; ++n)
         sql("INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned) VALUES('r" +
-            std::to_string(n) + "', '', '', 1, 1, 1, " + std::to_string(t - 3000 + n) + ", " +
+            std::to_string(n) + "', '', '', 1, 1, 1, " + whole(t - 3000 + n) + ", " +
             (n == 1 ? "1" : "0") + ")");
     double oldest = t - 3000 + 2;
     EXPECT_EQ(store.syncApply(remote("i_crowded", oldest)), Apply::unchanged);
@@ -184,8 +183,8 @@ TEST_F(ImageSync, DeletedExpiredAndCrowdedOutRecordsAreRetractedInsteadOfDownloa
     pinned.pinned = true;
     SyncImage filed = remote("i_filed", oldest - 100);
     filed.category = "work";
-    EXPECT_EQ(store.syncApply(pinned), Apply::needsData);
-    EXPECT_EQ(store.syncApply(filed), Apply::needsData);
+    for (const SyncImage& kept : {pinned, filed})
+        EXPECT_EQ(store.syncApply(kept), Apply::needsData) << kept.rid;
     EXPECT_THAT(sql("SELECT key, CAST(at AS INTEGER) FROM sync_tombstones ORDER BY key"),
                 ElementsAre(Row{"i_crowded", at}, Row{"i_old", at}));
 }
@@ -217,7 +216,7 @@ TEST_F(ImageSync, UploadsListDirtyRowsNewestFirstAndARowEditedDuringItsUploadSta
     store.deleteItem(store.fetchAll().at(0).id);  // b
     SyncImage c = capture(numbered(3));
     sql("INSERT INTO sync_tombstones VALUES('i_ancient', " +
-        std::to_string(env.clock.now() - ImageClipStore::tombstoneLifetime - 1) + ")");
+        whole(env.clock.now() - ImageClipStore::tombstoneLifetime - 1) + ")");
 
     auto batch = store.syncPending(8);
     ASSERT_EQ(batch.images.size(), 2u);
