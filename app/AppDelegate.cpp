@@ -203,11 +203,15 @@ SettingsContext AppDelegate::settingsContext() {
         return backend_->setSecret(secret(which), value);
     };
     context.syncServer.secretsWhere = [this] { return backend_->secretsWhere(); };
-    context.syncServer.urlProblem = [](const std::string& url) { return couchUrlProblem(url); };
+    context.syncServer.urlProblem = [](const std::string& url) -> std::optional<std::string> {
+        if (auto problem = couchUrlProblem(url))
+            return SyncBackend::explain(*problem);
+        return std::nullopt;
+    };
     context.syncServer.testConnection = [this](std::function<void(bool, std::string)> done) {
         syncExecutor_.run([this, done = std::move(done)] {
             auto report = backend_->testConnection();
-            mainQueue_.post([done, report] { done(report.ok, report.message); });
+            mainQueue_.post([done, report] { done(report.ok, SyncBackend::explain(report)); });
         });
     };
     context.syncServer.changed = [this] {

@@ -112,11 +112,125 @@ std::shared_ptr<CouchContainer> SyncBackend::current() const {
 CouchContainer::ConnectionReport SyncBackend::testConnection() {
     if (auto couch = current())
         return couch->testConnection();
-    return {false, QCoreApplication::translate(
-                       "zettly::SyncBackend",
-                       //: Settings › Sync: answer of "Test connection" when fields are missing.
+    CouchContainer::ConnectionReport missing;
+    missing.message = "Fill in the database address, user name and passphrase first.";
+    return missing;
+}
+
+namespace {
+
+// The translation context of what the settings show about the server.
+class SyncServerTexts {
+    Q_DECLARE_TR_FUNCTIONS(SyncServerTexts)
+};
+
+}  // namespace
+
+std::string SyncBackend::explain(const CouchContainer::ConnectionReport& report) {
+    using Outcome = CouchContainer::ConnectionReport::Outcome;
+    const QString detail = QString::fromStdString(report.detail);
+    switch (report.outcome) {
+        case Outcome::incomplete:
+            //: Settings › Sync: answer of "Test connection" when fields are missing.
+            return SyncServerTexts::tr(
                        "Fill in the database address, user name and passphrase first.")
-                       .toStdString()};
+                .toStdString();
+        case Outcome::badAddress:
+            return explain(report.urlProblem.value_or(CouchUrlProblem::notAnAddress));
+        case Outcome::unreachable:
+            //: Settings › Sync, "Test connection": %1 is the network error, e.g. "Couldn't
+            //: connect to server".
+            return SyncServerTexts::tr("The server cannot be reached: %1")
+                .arg(detail)
+                .toStdString();
+        case Outcome::credentialsRefused:
+            //: Settings › Sync, "Test connection".
+            return SyncServerTexts::tr("The server does not accept this user name and password.")
+                .toStdString();
+        case Outcome::serverError:
+            //: Settings › Sync, "Test connection": %1 is the server's own reason, in English.
+            return SyncServerTexts::tr("The server answered with an error: %1")
+                .arg(detail)
+                .toStdString();
+        case Outcome::databaseMissing:
+            //: Settings › Sync, "Test connection": the login works but the database is missing.
+            return SyncServerTexts::tr(
+                       "Signed in. The database does not exist yet; the first sync creates it if "
+                       "this user may (otherwise ask the server's administrator).")
+                .toStdString();
+        case Outcome::databaseForbidden:
+            //: Settings › Sync, "Test connection".
+            return SyncServerTexts::tr("Signed in, but this user may not open the database.")
+                .toStdString();
+        case Outcome::databaseError:
+            //: Settings › Sync, "Test connection": %1 is the server's own reason, in English.
+            return SyncServerTexts::tr("The database cannot be opened: %1")
+                .arg(detail)
+                .toStdString();
+        case Outcome::dataUnreadable:
+            if (report.detail == "The passphrase does not match the data on the sync server")
+                //: Settings › Sync: the passphrase cannot open what the server holds.
+                return SyncServerTexts::tr(
+                           "The passphrase does not match the data on the sync server")
+                    .toStdString();
+            return report.detail;
+        case Outcome::connectedEmpty:
+            //: Settings › Sync, "Test connection": everything works; nothing is synced yet.
+            return SyncServerTexts::tr(
+                       "Connected. The database is empty; the first sync sets it up.")
+                .toStdString();
+        case Outcome::connected:
+            //: Settings › Sync, "Test connection": everything works.
+            return SyncServerTexts::tr(
+                       "Connected, and the passphrase opens the data on the server.")
+                .toStdString();
+    }
+    return report.message;
+}
+
+std::string SyncBackend::explain(CouchUrlProblem problem) {
+    switch (problem) {
+        case CouchUrlProblem::missing:
+            //: Settings › Sync: the database address field is empty.
+            return SyncServerTexts::tr(
+                       "Enter the address of the sync database, e.g. "
+                       "https://couch.example.org:6984/zettly.")
+                .toStdString();
+        case CouchUrlProblem::notAnAddress:
+            //: Settings › Sync: what was typed is not a URL.
+            return SyncServerTexts::tr(
+                       "This is not a web address; enter one like "
+                       "https://couch.example.org:6984/zettly.")
+                .toStdString();
+        case CouchUrlProblem::wrongScheme:
+            return SyncServerTexts::tr("The address must start with https://.").toStdString();
+        case CouchUrlProblem::noHost:
+            return SyncServerTexts::tr("The address lacks the server's name.").toStdString();
+        case CouchUrlProblem::credentialsInAddress:
+            //: Settings › Sync: the URL contains user:password@.
+            return SyncServerTexts::tr(
+                       "Enter the user name and password in their own fields, not in the "
+                       "address.")
+                .toStdString();
+        case CouchUrlProblem::queryOrFragment:
+            return SyncServerTexts::tr(
+                       "The address must end with the database's name, without \u201c?\u201d or "
+                       "\u201c#\u201d.")
+                .toStdString();
+        case CouchUrlProblem::noDatabaseName:
+            //: Settings › Sync: the URL names the server but not the database.
+            return SyncServerTexts::tr(
+                       "Add the database's name to the address, e.g. "
+                       "https://couch.example.org:6984/zettly.")
+                .toStdString();
+        case CouchUrlProblem::plainHttpToAnotherMachine:
+            //: Settings › Sync: http:// is only accepted for localhost.
+            return SyncServerTexts::tr(
+                       "Use https:// for a server on another machine; plain http:// is only "
+                       "allowed for this computer (localhost).")
+                .toStdString();
+    }
+    return describe(problem);
 }
 
 CloudResult<CloudAccountStatus> SyncBackend::accountStatus() {

@@ -37,6 +37,9 @@ public:
 
     // Blocking: the settings' "Test connection".
     CouchContainer::ConnectionReport testConnection();
+    // What the settings show, in the user's language.
+    static std::string explain(const CouchContainer::ConnectionReport& report);
+    static std::string explain(CouchUrlProblem problem);
 
     // CloudContainer
     CloudResult<CloudAccountStatus> accountStatus() override;

@@ -111,6 +111,96 @@
     </message>
 </context>
 <context>
+    <name>SyncServerTexts</name>
+    <message>
+        <source>Fill in the database address, user name and passphrase first.</source>
+        <extracomment>Settings › Sync: answer of &quot;Test connection&quot; when fields are missing.</extracomment>
+        <translation>Bitte zuerst Datenbankadresse, Benutzername und Passphrase eingeben.</translation>
+    </message>
+    <message>
+        <source>The server cannot be reached: %1</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: %1 is the network error, e.g. &quot;Couldn&apos;t connect to server&quot;.</extracomment>
+        <translation>Der Server ist nicht erreichbar: %1</translation>
+    </message>
+    <message>
+        <source>The server does not accept this user name and password.</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;.</extracomment>
+        <translation>Der Server akzeptiert diesen Benutzernamen und dieses Passwort nicht.</translation>
+    </message>
+    <message>
+        <source>The server answered with an error: %1</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: %1 is the server&apos;s own reason, in English.</extracomment>
+        <translation>Der Server hat mit einem Fehler geantwortet: %1</translation>
+    </message>
+    <message>
+        <source>Signed in. The database does not exist yet; the first sync creates it if this user may (otherwise ask the server&apos;s administrator).</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: the login works but the database is missing.</extracomment>
+        <translation>Angemeldet. Die Datenbank gibt es noch nicht; die erste Synchronisierung legt sie an, wenn dieser Benutzer das darf (sonst fragen Sie die Administration des Servers).</translation>
+    </message>
+    <message>
+        <source>Signed in, but this user may not open the database.</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;.</extracomment>
+        <translation>Angemeldet, aber dieser Benutzer darf die Datenbank nicht öffnen.</translation>
+    </message>
+    <message>
+        <source>The database cannot be opened: %1</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: %1 is the server&apos;s own reason, in English.</extracomment>
+        <translation>Die Datenbank lässt sich nicht öffnen: %1</translation>
+    </message>
+    <message>
+        <source>The passphrase does not match the data on the sync server</source>
+        <extracomment>Settings › Sync: the passphrase cannot open what the server holds.</extracomment>
+        <translation>Die Passphrase passt nicht zu den Daten auf dem Sync-Server</translation>
+    </message>
+    <message>
+        <source>Connected. The database is empty; the first sync sets it up.</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: everything works; nothing is synced yet.</extracomment>
+        <translation>Verbunden. Die Datenbank ist leer; die erste Synchronisierung richtet sie ein.</translation>
+    </message>
+    <message>
+        <source>Connected, and the passphrase opens the data on the server.</source>
+        <extracomment>Settings › Sync, &quot;Test connection&quot;: everything works.</extracomment>
+        <translation>Verbunden, und die Passphrase öffnet die Daten auf dem Server.</translation>
+    </message>
+    <message>
+        <source>Enter the address of the sync database, e.g. https://couch.example.org:6984/zettly.</source>
+        <extracomment>Settings › Sync: the database address field is empty.</extracomment>
+        <translation>Geben Sie die Adresse der Sync-Datenbank ein, z.&#xa0;B. https://couch.example.org:6984/zettly.</translation>
+    </message>
+    <message>
+        <source>This is not a web address; enter one like https://couch.example.org:6984/zettly.</source>
+        <extracomment>Settings › Sync: what was typed is not a URL.</extracomment>
+        <translation>Das ist keine Webadresse; geben Sie eine wie https://couch.example.org:6984/zettly ein.</translation>
+    </message>
+    <message>
+        <source>The address must start with https://.</source>
+        <translation>Die Adresse muss mit https:// beginnen.</translation>
+    </message>
+    <message>
+        <source>The address lacks the server&apos;s name.</source>
+        <translation>In der Adresse fehlt der Name des Servers.</translation>
+    </message>
+    <message>
+        <source>Enter the user name and password in their own fields, not in the address.</source>
+        <extracomment>Settings › Sync: the URL contains user:password@.</extracomment>
+        <translation>Geben Sie Benutzername und Passwort in ihren eigenen Feldern ein, nicht in der Adresse.</translation>
+    </message>
+    <message>
+        <source>The address must end with the database&apos;s name, without “?” or “#”.</source>
+        <translation>Die Adresse muss mit dem Namen der Datenbank enden, ohne „?“ oder „#“.</translation>
+    </message>
+    <message>
+        <source>Add the database&apos;s name to the address, e.g. https://couch.example.org:6984/zettly.</source>
+        <extracomment>Settings › Sync: the URL names the server but not the database.</extracomment>
+        <translation>Ergänzen Sie den Namen der Datenbank in der Adresse, z.&#xa0;B. https://couch.example.org:6984/zettly.</translation>
+    </message>
+    <message>
+        <source>Use https:// for a server on another machine; plain http:// is only allowed for this computer (localhost).</source>
+        <extracomment>Settings › Sync: http:// is only accepted for localhost.</extracomment>
+        <translation>Verwenden Sie https:// für einen Server auf einem anderen Rechner; einfaches http:// ist nur für diesen Computer (localhost) erlaubt.</translation>
+    </message>
+</context>
+<context>
     <name>zettly::AboutPage</name>
     <message>
         <source>Version %1</source>
@@ -871,13 +961,6 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Clear History…</source>
         <extracomment>Settings › Storage button: asks, then deletes the history except pinned items.</extracomment>
         <translation>Verlauf leeren…</translation>
-    </message>
-</context>
-<context>
-    <name>zettly::SyncBackend</name>
-    <message>
-        <source>Fill in the database address, user name and passphrase first.</source>
-        <translation>Bitte zuerst Datenbankadresse, Benutzername und Passphrase eingeben.</translation>
     </message>
 </context>
 <context>

@@ -245,8 +245,8 @@ public:
         if (!configured())
             return CloudAccountStatus::noAccount;
         if (auto problem = couchUrlProblem(settings_.databaseUrl)) {
-            CloudError error(CloudErrorCode::invalidArguments, *problem);
-            error.userMessage = *problem;
+            CloudError error(CloudErrorCode::invalidArguments, describe(*problem));
+            error.userMessage = error.description;
             return error;
         }
         if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in"); !session)
@@ -277,34 +277,58 @@ public:
 
     CouchContainer::ConnectionReport testConnection() {
         using Report = CouchContainer::ConnectionReport;
+        using Outcome = Report::Outcome;
+        auto report = [](Outcome outcome, std::string message, std::string detail = {}) {
+            bool ok = outcome == Outcome::databaseMissing || outcome == Outcome::connectedEmpty ||
+                      outcome == Outcome::connected;
+            return Report{ok, outcome, std::move(detail), std::nullopt, std::move(message)};
+        };
         if (!configured())
-            return Report{false, "Enter the database address, the user name and the passphrase."};
-        if (auto problem = couchUrlProblem(settings_.databaseUrl))
-            return Report{false, *problem};
+            return report(Outcome::incomplete,
+                          "Enter the database address, the user name and the passphrase.");
+        if (auto problem = couchUrlProblem(settings_.databaseUrl)) {
+            Report bad = report(Outcome::badAddress, describe(*problem));
+            bad.urlProblem = problem;
+            return bad;
+        }
         auto session = send("GET", serverUrl_ + "/_session");
         if (!session.answered())
-            return Report{false, "The server cannot be reached: " + session.transportError};
+            return report(Outcome::unreachable,
+                          "The server cannot be reached: " + session.transportError,
+                          session.transportError);
         if (session.status == 401 || session.status == 403)
-            return Report{false, "The server does not accept this user name and password."};
+            return report(Outcome::credentialsRefused,
+                          "The server does not accept this user name and password.");
         if (!session.success())
-            return Report{false, "The server answered with an error: " + reasonOf(session)};
+            return report(Outcome::serverError,
+                          "The server answered with an error: " + reasonOf(session),
+                          reasonOf(session));
         auto database = send("GET", databaseUrl_);
         if (database.status == 404)
-            return Report{true,
+            return report(Outcome::databaseMissing,
                           "Signed in. The database does not exist yet; the first sync creates it "
-                          "if this user may (otherwise ask the server's administrator)."};
+                          "if this user may (otherwise ask the server's administrator).");
         if (database.status == 401 || database.status == 403)
-            return Report{false, "Signed in, but this user may not open the database."};
+            return report(Outcome::databaseForbidden,
+                          "Signed in, but this user may not open the database.");
         if (!database.success())
-            return Report{false, "The database cannot be opened: " + reasonOf(database)};
+            return report(Outcome::databaseError,
+                          "The database cannot be opened: " + reasonOf(database),
+                          reasonOf(database));
+        auto unreadable = [&](const CloudError& error) {
+            std::string why = error.userMessage.value_or(error.description);
+            return report(Outcome::dataUnreadable, why, why);
+        };
         auto marker = readMarker();
         if (!marker)
-            return Report{false, marker.error().userMessage.value_or(marker.error().description)};
+            return unreadable(marker.error());
         if (!marker.value())
-            return Report{true, "Connected. The database is empty; the first sync sets it up."};
+            return report(Outcome::connectedEmpty,
+                          "Connected. The database is empty; the first sync sets it up.");
         if (auto key = keyFor(*marker.value()); !key)
-            return Report{false, key.error().userMessage.value_or(key.error().description)};
-        return Report{true, "Connected, and the passphrase opens the data on the server."};
+            return unreadable(key.error());
+        return report(Outcome::connected,
+                      "Connected, and the passphrase opens the data on the server.");
     }
 
     void setPushHandler(PushHandler handler) {
@@ -472,7 +496,8 @@ private:
             return CloudError(CloudErrorCode::notAuthenticated, "No sync server is set up");
         if (databaseUrl_.empty())
             return CloudError(CloudErrorCode::invalidArguments,
-                              couchUrlProblem(settings_.databaseUrl).value_or("Unusable URL"));
+                              describe(couchUrlProblem(settings_.databaseUrl)
+                                           .value_or(CouchUrlProblem::notAnAddress)));
         return {};
     }
 
@@ -1160,33 +1185,56 @@ private:
 
 }  // namespace
 
-std::optional<std::string> couchUrlProblem(std::string_view databaseUrl) {
-    const std::string example = "e.g. https://couch.example.org:6984/zettly";
+std::optional<CouchUrlProblem> couchUrlProblem(std::string_view databaseUrl) {
+    using Problem = CouchUrlProblem;
     if (databaseUrl.empty())
-        return "Enter the address of the sync database, " + example + ".";
+        return Problem::missing;
     std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
     if (!url ||
         curl_url_set(url.get(), CURLUPART_URL, std::string(databaseUrl).c_str(), 0) != CURLUE_OK)
-        return "This is not a web address; enter one like " + example.substr(5) + ".";
+        return Problem::notAnAddress;
     const std::string scheme = lowercase(urlPart(url.get(), CURLUPART_SCHEME).value_or(""));
     const std::string host = urlPart(url.get(), CURLUPART_HOST).value_or("");
     if (scheme != "http" && scheme != "https")
-        return "The address must start with https://.";
+        return Problem::wrongScheme;
     if (host.empty())
-        return "The address lacks the server's name.";
+        return Problem::noHost;
     if (urlPart(url.get(), CURLUPART_USER) || urlPart(url.get(), CURLUPART_PASSWORD))
-        return "Enter the user name and password in their own fields, not in the address.";
+        return Problem::credentialsInAddress;
     if (urlPart(url.get(), CURLUPART_QUERY) || urlPart(url.get(), CURLUPART_FRAGMENT))
-        return "The address must end with the database's name, without \"?\" or \"#\".";
+        return Problem::queryOrFragment;
     std::string path = urlPart(url.get(), CURLUPART_PATH).value_or("");
     while (path.ends_with('/'))
         path.pop_back();
     if (path.empty())
-        return "Add the database's name to the address, " + example + ".";
+        return Problem::noDatabaseName;
     if (scheme == "http" && !isLoopback(host))
-        return "Use https:// for a server on another machine; plain http:// is only allowed for "
-               "this computer (localhost).";
+        return Problem::plainHttpToAnotherMachine;
     return std::nullopt;
+}
+
+std::string describe(CouchUrlProblem problem) {
+    const std::string example = "e.g. https://couch.example.org:6984/zettly";
+    switch (problem) {
+        case CouchUrlProblem::missing:
+            return "Enter the address of the sync database, " + example + ".";
+        case CouchUrlProblem::notAnAddress:
+            return "This is not a web address; enter one like " + example.substr(5) + ".";
+        case CouchUrlProblem::wrongScheme:
+            return "The address must start with https://.";
+        case CouchUrlProblem::noHost:
+            return "The address lacks the server's name.";
+        case CouchUrlProblem::credentialsInAddress:
+            return "Enter the user name and password in their own fields, not in the address.";
+        case CouchUrlProblem::queryOrFragment:
+            return "The address must end with the database's name, without \"?\" or \"#\".";
+        case CouchUrlProblem::noDatabaseName:
+            return "Add the database's name to the address, " + example + ".";
+        case CouchUrlProblem::plainHttpToAnotherMachine:
+            return "Use https:// for a server on another machine; plain http:// is only allowed "
+                   "for this computer (localhost).";
+    }
+    return "The address cannot be used.";
 }
 
 struct CouchContainer::Impl {

@@ -37,10 +37,23 @@ struct CouchSettings {
     double longPollSeconds = 50;
 };
 
-// None when the URL can be used; otherwise why not, for the user. Plain
-// http is accepted only for loopback addresses, where nothing crosses a
-// network.
-std::optional<std::string> couchUrlProblem(std::string_view databaseUrl);
+// Why a database URL cannot be used. Plain http is accepted only for
+// loopback addresses, where nothing crosses a network.
+enum class CouchUrlProblem {
+    missing,
+    notAnAddress,
+    wrongScheme,
+    noHost,
+    credentialsInAddress,
+    queryOrFragment,
+    noDatabaseName,
+    plainHttpToAnotherMachine,
+};
+// None when the URL can be used.
+std::optional<CouchUrlProblem> couchUrlProblem(std::string_view databaseUrl);
+// The problem in English, for the log and the stored status; the settings
+// show their own translated words for it.
+std::string describe(CouchUrlProblem problem);
 
 // The cloud record database over Apache CouchDB 3 (or a compatible server
 // such as pouchdb-server) with client-side encryption. See CouchContainer.cpp
@@ -64,10 +77,26 @@ public:
     void setPushHandler(std::function<void(const std::string& subscriptionID)> handler) override;
 
     // The Sync tab's "Test connection": reaches the server, logs in, finds
-    // the database and checks the passphrase. One plain-language sentence.
+    // the database and checks the passphrase.
     struct ConnectionReport {
+        enum class Outcome {
+            incomplete,          // address, user or passphrase missing
+            badAddress,          // see urlProblem
+            unreachable,         // detail: the transport error
+            credentialsRefused,  // 401/403 on signing in
+            serverError,         // detail: the server's reason
+            databaseMissing,     // signed in; the first sync creates it if allowed
+            databaseForbidden,   // signed in, but not a member of the database
+            databaseError,       // detail: the server's reason
+            dataUnreadable,      // detail: why (wrong passphrase, damaged or newer set-up)
+            connectedEmpty,      // the database has no Zettly data yet
+            connected,           // and the passphrase opens the data
+        };
         bool ok = false;
-        std::string message;
+        Outcome outcome = Outcome::incomplete;
+        std::string detail;
+        std::optional<CouchUrlProblem> urlProblem;
+        std::string message;  // in English, for the log
     };
     ConnectionReport testConnection();
 

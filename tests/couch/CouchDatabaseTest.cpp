@@ -270,7 +270,10 @@ TEST_F(CouchDatabaseTest, WrongCredentialsOrAWrongPassphraseAreToldBeforeAnythin
               Code::notAuthenticated);
     EXPECT_EQ(codeOf(db.saveZones({zone})), Code::notAuthenticated);
     EXPECT_EQ(codeOf(db.deleteZones({zone})), Code::notAuthenticated);
-    EXPECT_FALSE(wrong->testConnection().ok);
+    using Outcome = CouchContainer::ConnectionReport::Outcome;
+    EXPECT_EQ(wrong->testConnection().outcome, Outcome::dataUnreadable);
+    EXPECT_EQ(device(refused)->testConnection().outcome, Outcome::credentialsRefused);
+    EXPECT_EQ(device(settings())->testConnection().outcome, Outcome::connected);
 
     server.settle();
     auto requests = server.requests();
@@ -286,11 +289,20 @@ TEST(CouchUrl, OnlyLoopbackAddressesMayUsePlainHttp) {
                              "http://localhost:5984/zettly/", "http://[::1]:5984/zettly",
                              "https://example.org/couch/zettly"})
         EXPECT_FALSE(couchUrlProblem(fine)) << fine;
-    for (const char* refused :
-         {"", "http://couch.example.org/zettly", "http://127.0.0.1.example.org/zettly",
-          "http://10.0.0.2:5984/zettly", "https://couch.example.org/", "ftp://example.org/db",
-          "couch.example.org/zettly", "https://ann:pw@couch.example.org/zettly"})
-        EXPECT_TRUE(couchUrlProblem(refused)) << refused;
+    using P = CouchUrlProblem;
+    const std::pair<const char*, P> refused[] = {
+        {"", P::missing},
+        {"http://couch.example.org/zettly", P::plainHttpToAnotherMachine},
+        {"http://127.0.0.1.example.org/zettly", P::plainHttpToAnotherMachine},
+        {"http://10.0.0.2:5984/zettly", P::plainHttpToAnotherMachine},
+        {"https://couch.example.org/", P::noDatabaseName},
+        {"ftp://example.org/db", P::wrongScheme},
+        {"couch.example.org/zettly", P::notAnAddress},
+        {"https://ann:pw@couch.example.org/zettly", P::credentialsInAddress},
+        {"https://couch.example.org/zettly?x=1", P::queryOrFragment},
+    };
+    for (const auto& [url, problem] : refused)
+        EXPECT_EQ(couchUrlProblem(url), problem) << url;
 }
 
 TEST_F(CouchDatabaseTest, AnotherDevicesSaveWakesThePushHandler) {
