@@ -1091,6 +1091,16 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Settings › Sync: status after any other sync error; %1 is its number.</extracomment>
         <translation>Synchronisierung fehlgeschlagen (Fehler %1).</translation>
     </message>
+    <message>
+        <source>The data on the sync server was written by a newer version of Zettly. Update Zettly on this computer.</source>
+        <extracomment>Settings › Sync: status when another device set up the server with a newer Zettly.</extracomment>
+        <translation>Die Daten auf dem Sync-Server stammen von einer neueren Version von Zettly. Aktualisieren Sie Zettly auf diesem Computer.</translation>
+    </message>
+    <message>
+        <source>The set-up record in the sync database is damaged.</source>
+        <extracomment>Settings › Sync: status when the server&apos;s set-up document cannot be read.</extracomment>
+        <translation>Der Einrichtungsdatensatz in der Sync-Datenbank ist beschädigt.</translation>
+    </message>
 </context>
 <context>
     <name>zettly::SyncServerBox</name>

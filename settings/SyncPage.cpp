@@ -154,6 +154,15 @@ QString SyncPage::describeStatus(const QString& stored) {
     if (stored == QLatin1String("The passphrase does not match the data on the sync server"))
         //: Settings › Sync: status when the passphrase cannot open what the server holds.
         return tr("The passphrase does not match the data on the sync server");
+    if (stored ==
+        QLatin1String("The data on the sync server was written by a newer version of Zettly"))
+        //: Settings › Sync: status when another device set up the server with a newer Zettly.
+        return tr(
+            "The data on the sync server was written by a newer version of Zettly. Update "
+            "Zettly on this computer.");
+    if (stored == QLatin1String("The set-up record in the sync database is damaged"))
+        //: Settings › Sync: status when the server's set-up document cannot be read.
+        return tr("The set-up record in the sync database is damaged.");
     static const QString prefix = QStringLiteral("CloudKit ");
     if (!stored.startsWith(prefix))
         return stored;
