@@ -45,7 +45,10 @@ void AppDelegate::applicationDidFinishLaunching() {
                          .value_or(std::filesystem::path(".config")) /
                      "Zettly";
     backend_ = std::make_unique<SyncBackend>(
-        defaults_, SecretStore::open(configDir / "secrets.json", StderrLog::instance()),
+        defaults_,
+        [file = configDir / "secrets.json"] {
+            return SecretStore::open(file, StderrLog::instance());
+        },
         StderrLog::instance());
     sync_ = std::make_unique<ClipCloudSync>(
         ClipCloudSync::Dependencies{backend_.get(), texts_, images_, defaults_,
@@ -106,6 +109,9 @@ void AppDelegate::applicationDidFinishLaunching() {
             if (cadence_.due(SyncPace::shared(), SystemClock::instance().now()))
                 sync_->syncInBackground("timer");
         });
+    // The server named in the settings, set up on the sync thread ahead of
+    // the launch sync that the same serial thread runs next.
+    syncExecutor_.run([this] { backend_->reconfigure(); });
     sync_->syncInBackground("launch");
 
     // A background check that finds a release only marks it (tool tip, dot,
@@ -214,9 +220,12 @@ SettingsContext AppDelegate::settingsContext() {
             mainQueue_.post([done, report] { done(report.ok, SyncBackend::explain(report)); });
         });
     };
+    // On the sync thread, in order with the connection test that may follow.
     context.syncServer.changed = [this] {
-        backend_->reconfigure();
-        sync_->accountMayHaveChanged();
+        syncExecutor_.run([this] {
+            backend_->reconfigure();
+            sync_->accountMayHaveChanged();
+        });
         sync_->syncSoon("settings", 0.5);
     };
     context.deleteCloudCopy = [this](std::function<void(std::optional<std::string>)> done) {

@@ -24,10 +24,9 @@ std::vector<std::uint8_t> vector(const QByteArray& data) {
 
 }  // namespace
 
-SyncBackend::SyncBackend(Defaults& defaults, std::unique_ptr<SecretStore> secrets, Log& log)
-    : defaults_(defaults), secrets_(std::move(secrets)), log_(log) {
-    reconfigure();
-}
+SyncBackend::SyncBackend(Defaults& defaults,
+                         std::function<std::unique_ptr<SecretStore>()> openSecrets, Log& log)
+    : defaults_(defaults), openSecrets_(std::move(openSecrets)), log_(log) {}
 
 SyncBackend::~SyncBackend() = default;
 
@@ -43,17 +42,32 @@ std::string SyncBackend::keyName() const {
     return "key " + defaults_.string(prefkey::syncServerURL).value_or("");
 }
 
+SecretStore& SyncBackend::secretsLocked() {
+    if (!secrets_)
+        secrets_ = openSecrets_();
+    return *secrets_;
+}
+
+std::string SyncBackend::secretsWhere() {
+    std::lock_guard lock(secretsMutex_);
+    return secretsLocked().where();
+}
+
 std::optional<std::string> SyncBackend::secret(Secret which) {
-    return which == Secret::password ? syncPassword(*secrets_, secretName(which))
-                                     : syncPassphrase(*secrets_, secretName(which));
+    std::lock_guard lock(secretsMutex_);
+    SecretStore& store = secretsLocked();
+    return which == Secret::password ? syncPassword(store, secretName(which))
+                                     : syncPassphrase(store, secretName(which));
 }
 
 bool SyncBackend::setSecret(Secret which, const std::string& value) {
     const std::string name = secretName(which);
-    bool ok = value.empty() ? secrets_->remove(name) : secrets_->write(name, value);
+    std::lock_guard lock(secretsMutex_);
+    SecretStore& store = secretsLocked();
+    bool ok = value.empty() ? store.remove(name) : store.write(name, value);
     // A new passphrase makes the key derived from the old one useless.
     if (ok && which == Secret::passphrase)
-        secrets_->remove(keyName());
+        store.remove(keyName());
     return ok;
 }
 
@@ -69,7 +83,12 @@ void SyncBackend::reconfigure() {
     settings.passphrase = secret(Secret::passphrase).value_or("");
     // The key is kept as "<salt base64> <key base64>", so a start skips the
     // second or so that deriving it takes, until the server's salt changes.
-    if (auto stored = secrets_->read(keyName())) {
+    std::optional<std::string> stored;
+    {
+        std::lock_guard lock(secretsMutex_);
+        stored = secretsLocked().read(keyName());
+    }
+    if (stored) {
         QList<QByteArray> parts = QByteArray::fromStdString(*stored).split(' ');
         if (parts.size() == 2) {
             QByteArray key = QByteArray::fromBase64(parts[1]);
@@ -84,7 +103,8 @@ void SyncBackend::reconfigure() {
                                           const synccrypto::MasterKey& key) {
         std::string value =
             (bytes(salt).toBase64() + ' ' + bytes(key.bytes()).toBase64()).toStdString();
-        if (!secrets_->write(keyName, value))
+        std::lock_guard lock(secretsMutex_);
+        if (!secretsLocked().write(keyName, value))
             log_.line("[Zettly] the sync key could not be kept; it is derived again next time");
     };
 

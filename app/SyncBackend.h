@@ -20,11 +20,16 @@ class Log;
 // sync reports that it is not set up). When the settings change, the next
 // call goes to the new server; a call under way finishes on the old one,
 // which it keeps alive until then.
+//
+// Opening the secret store can wait on the session bus, and replacing a
+// server waits for its long-poll to end, so reconfigure() belongs on the
+// sync thread, not the main one; until its first run there is no server.
 class SyncBackend final : public CloudContainer, private CloudDatabase {
 public:
     enum class Secret { password, passphrase };
 
-    SyncBackend(Defaults& defaults, std::unique_ptr<SecretStore> secrets, Log& log);
+    SyncBackend(Defaults& defaults, std::function<std::unique_ptr<SecretStore>()> openSecrets,
+                Log& log);
     ~SyncBackend() override;
 
     // Reads the server's URL, user and secrets again and starts over with them.
@@ -33,7 +38,7 @@ public:
 
     std::optional<std::string> secret(Secret which);
     bool setSecret(Secret which, const std::string& value);
-    std::string secretsWhere() const { return secrets_->where(); }
+    std::string secretsWhere();
 
     // Blocking: the settings' "Test connection".
     CouchContainer::ConnectionReport testConnection();
@@ -64,8 +69,14 @@ private:
     std::shared_ptr<CouchContainer> current() const;
     std::string secretName(Secret which) const;
     std::string keyName() const;
+    // Opened on first use; secretsMutex_ held. The file store reads and
+    // rewrites the whole file, so the sync thread (keeping a derived key)
+    // and the settings (a new password) take turns.
+    SecretStore& secretsLocked();
 
     Defaults& defaults_;
+    std::function<std::unique_ptr<SecretStore>()> openSecrets_;
+    std::mutex secretsMutex_;
     std::unique_ptr<SecretStore> secrets_;
     Log& log_;
     mutable std::mutex mutex_;

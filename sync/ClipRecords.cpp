@@ -115,6 +115,30 @@ private:
     fs::path path_;
 };
 
+// What text and image records share: times, the pin, and the category and
+// label that travel encrypted, stamped together by `mm`.
+template <typename Entry>
+void readSharedFields(const CloudRecord& record, Entry& entry) {
+    entry.rid = record.recordName;
+    entry.created = number(record.fields, "created").value_or(0);
+    entry.modified = number(record.fields, "modified").value_or(entry.created);
+    entry.pinned = number(record.fields, "pinned") == 1.0;
+    entry.category = text(record.encryptedFields, "category");
+    entry.label = text(record.encryptedFields, "label");
+    entry.mm =
+        metadataTime(record.fields, entry.modified, entry.pinned || entry.category || entry.label);
+}
+
+template <typename Entry>
+void writeSharedFields(const Entry& entry, CloudRecord& record) {
+    setOptional(record.encryptedFields, "label", entry.label);
+    setOptional(record.encryptedFields, "category", entry.category);
+    record.fields["created"] = entry.created;
+    record.fields["modified"] = entry.modified;
+    record.fields["mm"] = entry.mm;
+    record.fields["pinned"] = std::int64_t{entry.pinned ? 1 : 0};
+}
+
 }  // namespace
 
 const std::vector<std::string>& ClipRecords::changeKeys() {
@@ -142,12 +166,7 @@ CloudRecord ClipRecords::record(const SyncItem& item) {
     CloudRecord record = startRecord(itemType, item.rid, item.ck);
     record.encryptedFields["text"] = item.text;
     record.encryptedFields["type"] = item.type;
-    setOptional(record.encryptedFields, "label", item.label);
-    setOptional(record.encryptedFields, "category", item.category);
-    record.fields["created"] = item.created;
-    record.fields["modified"] = item.modified;
-    record.fields["mm"] = item.mm;
-    record.fields["pinned"] = std::int64_t{item.pinned ? 1 : 0};
+    writeSharedFields(item, record);
     return record;
 }
 
@@ -189,12 +208,7 @@ ClipRecords::ImageRecord ClipRecords::record(const SyncImage& image, ImageClipSt
         record.encryptedFields["fp"] = *image.fp;
     else
         record.encryptedFields.erase("fp");
-    setOptional(record.encryptedFields, "label", image.label);
-    setOptional(record.encryptedFields, "category", image.category);
-    record.fields["created"] = image.created;
-    record.fields["modified"] = image.modified;
-    record.fields["mm"] = image.mm;
-    record.fields["pinned"] = std::int64_t{image.pinned ? 1 : 0};
+    writeSharedFields(image, record);
     return {.record = std::move(record), .tooLarge = false};
 }
 
@@ -206,17 +220,10 @@ std::optional<SyncItem> ClipRecords::item(const CloudRecord& record) {
     if (!content || content->size() > ClipboardStore::maxTextBytes)
         return std::nullopt;
     SyncItem item;
-    item.rid = record.recordName;
-    item.created = number(record.fields, "created").value_or(0);
-    item.modified = number(record.fields, "modified").value_or(item.created);
-    item.pinned = number(record.fields, "pinned") == 1.0;
-    item.category = text(record.encryptedFields, "category");
-    item.label = text(record.encryptedFields, "label");
+    readSharedFields(record, item);
     auto type = text(record.encryptedFields, "type");
     item.type = type ? std::move(*type) : ClipboardStore::detectType(*content);
     item.text = std::move(*content);
-    item.mm =
-        metadataTime(record.fields, item.modified, item.pinned || item.category || item.label);
     item.ck = systemFields(record);
     return item;
 }
@@ -242,14 +249,7 @@ std::optional<SyncImage> ClipRecords::image(const CloudRecord& record) {
     if (record.recordType != imageType)
         return std::nullopt;
     SyncImage image;
-    image.rid = record.recordName;
-    image.created = number(record.fields, "created").value_or(0);
-    image.modified = number(record.fields, "modified").value_or(image.created);
-    image.pinned = number(record.fields, "pinned") == 1.0;
-    image.category = text(record.encryptedFields, "category");
-    image.label = text(record.encryptedFields, "label");
-    image.mm =
-        metadataTime(record.fields, image.modified, image.pinned || image.category || image.label);
+    readSharedFields(record, image);
     image.width = integer(record.encryptedFields, "w").value_or(0);
     image.height = integer(record.encryptedFields, "h").value_or(0);
     image.fp = bytes(record.encryptedFields, "fp");

@@ -11,9 +11,8 @@
 namespace zettly::test {
 namespace {
 
-// Starts a child with exactly these environment variables added to ours.
-pid_t spawnWith(const std::vector<std::string>& args, const std::map<std::string, std::string>& set,
-                int stdinFd = -1) {
+// This process's environment with `set` added or replaced.
+std::vector<std::string> environmentWith(const std::map<std::string, std::string>& set) {
     std::vector<std::string> env;
     for (char** entry = environ; *entry; ++entry) {
         std::string line = *entry;
@@ -24,25 +23,7 @@ pid_t spawnWith(const std::vector<std::string>& args, const std::map<std::string
     }
     for (const auto& [name, value] : set)
         env.push_back(name + "=" + value);
-    std::vector<char*> envp;
-    for (auto& line : env)
-        envp.push_back(line.data());
-    envp.push_back(nullptr);
-    std::vector<std::string> argsCopy = args;
-    std::vector<char*> argv;
-    for (auto& arg : argsCopy)
-        argv.push_back(arg.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    if (stdinFd >= 0) {
-        posix_spawn_file_actions_adddup2(&actions, stdinFd, STDIN_FILENO);
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    }
-    pid_t pid = -1;
-    int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
-    posix_spawn_file_actions_destroy(&actions);
-    return rc == 0 ? pid : -1;
+    return env;
 }
 
 // One device: an Xvfb on a display it picks itself, folders, and the app.
@@ -51,9 +32,8 @@ struct Device {
         int fds[2];
         if (::pipe(fds) != 0)
             return;
-        xvfb = spawnWith({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0",
-                          "800x600x24", "-nolisten", "tcp"},
-                         {});
+        xvfb = spawn({"Xvfb", "-displayfd", std::to_string(fds[1]), "-screen", "0", "800x600x24",
+                      "-nolisten", "tcp"});
         ::close(fds[1]);
         char number[16] = {};
         ssize_t got = ::read(fds[0], number, sizeof number - 1);
@@ -69,7 +49,7 @@ struct Device {
         std::ofstream(config / "Zettly" / "defaults.json")
             << R"({"clipboardCloudSync": true, "syncServerURL": ")" << server.url()
             << R"(/zettly", "syncServerUser": ")" << PouchServer::user << R"("})";
-        app = spawnWith({ZETTLY_APP_PATH}, environment());
+        app = spawn({ZETTLY_APP_PATH}, -1, environmentWith(environment()));
     }
     ~Device() {
         stop(app);
@@ -92,8 +72,8 @@ struct Device {
     void copy(const std::string& text) {
         int fds[2];
         ASSERT_EQ(::pipe2(fds, O_CLOEXEC), 0);
-        auto env = environment();
-        pid_t pid = spawnWith({"xclip", "-quiet", "-selection", "clipboard", "-i"}, env, fds[0]);
+        pid_t pid = spawn({"xclip", "-quiet", "-selection", "clipboard", "-i"}, fds[0],
+                          environmentWith(environment()));
         ::close(fds[0]);
         ASSERT_EQ(::write(fds[1], text.data(), text.size()), ssize_t(text.size()));
         ::close(fds[1]);

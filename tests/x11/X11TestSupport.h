@@ -44,12 +44,17 @@ inline bool waitUntil(Ready ready) {
 }
 
 // The child inherits this process's environment, which SetUp points at the
-// test's own folders.
-inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1) {
+// test's own folders, unless `env` ("NAME=value" lines) is given.
+inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1,
+                   std::vector<std::string> env = {}) {
     std::vector<char*> argv;
     for (auto& arg : args)
         argv.push_back(arg.data());
     argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (auto& line : env)
+        envp.push_back(line.data());
+    envp.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (stdinFd >= 0) {
@@ -59,7 +64,8 @@ inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1) {
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     }
     pid_t pid = -1;
-    int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    int rc = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(),
+                          env.empty() ? environ : envp.data());
     posix_spawn_file_actions_destroy(&actions);
     return rc == 0 ? pid : -1;
 }
