@@ -243,6 +243,10 @@ void Defaults::remove(std::string_view key) {
 void Defaults::set(std::string_view key, json value) {
     std::lock_guard lock(mutex_);
     refreshLocked();  // start from what another process may have written
+    // Sync rewrites its status after every pass, mostly unchanged ("Sync is
+    // not set up" every 29 s): no file write for a value already stored.
+    if (auto it = root_.find(key); it != root_.end() && *it == value)
+        return;
     root_[std::string(key)] = std::move(value);
     writeLocked();
 }
