@@ -29,8 +29,7 @@ TEST(SqlTransaction, RollsBackUnlessCommittedAlsoWhenTheCommitItselfFails) {
                   "CREATE TABLE child(p REFERENCES parent(id) DEFERRABLE INITIALLY DEFERRED);"));
     {
         sql::Transaction tx(t.db, Mode::immediate);
-        ASSERT_TRUE(tx.begun());
-        ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(1)"));
+        ASSERT_TRUE(tx.begun() && t.db.exec("INSERT INTO t VALUES(1)"));
     }
     {
         sql::Transaction tx(t.db, Mode::immediate);
@@ -41,29 +40,22 @@ TEST(SqlTransaction, RollsBackUnlessCommittedAlsoWhenTheCommitItselfFails) {
 
     sql::Transaction outer(t.db, Mode::deferred);
     ASSERT_TRUE(t.db.exec("INSERT INTO t VALUES(3)"));
-    {
-        // BEGIN fails inside a transaction; this one must not end the outer one.
-        sql::Transaction inner(t.db, Mode::immediate);
-        EXPECT_FALSE(inner.begun());
-    }
+    // BEGIN fails inside a transaction; this one must not end the outer one.
+    EXPECT_FALSE(sql::Transaction(t.db, Mode::immediate).begun());
     EXPECT_TRUE(outer.commit());
     EXPECT_EQ(t.all(), "integer:3");
 }
 
 TEST(SqlStatement, TextAndBlobsAreBoundAsCopiesAndAnEmptyBlobIsNotNull) {
     OpenDatabase t;
-    sql::Statement insert = t.db.prepare("INSERT INTO t VALUES(?)");
+    sql::Statement insert = t.db.prepare("INSERT INTO t VALUES(?), (?), (?)");
     std::string text = "a text long enough to live on the heap";
-    insert.bind(1, text);
-    text.assign(text.size(), '#');
-    ASSERT_TRUE(insert.run());
-    insert.reset();
     sql::Bytes bytes{'b', 'i', 'n'};
-    insert.bind(1, bytes);
+    insert.bind(1, text);
+    insert.bind(2, bytes);
+    insert.bind(3, sql::Bytes{});
+    text.assign(text.size(), '#');
     bytes.assign(3, '#');
-    ASSERT_TRUE(insert.run());
-    insert.reset();
-    insert.bind(1, sql::Bytes{});
     ASSERT_TRUE(insert.run());
     EXPECT_EQ(t.all(), "text:a text long enough to live on the heap,blob:bin,blob:");
 }

@@ -13,13 +13,10 @@ namespace zettly {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using Code = CloudErrorCode;
 using test::SyncDevice;
-
-std::string numbered(int i) {
-    return "item " + std::to_string(i);
-}
 
 struct CloudSync : ::testing::Test {
     std::vector<CloudRecord> records(const std::string& type, const std::string& user = "ann") {
@@ -28,11 +25,25 @@ struct CloudSync : ::testing::Test {
         return all;
     }
     std::size_t count(const std::string& type) { return records(type).size(); }
-    std::optional<CloudValue> serverKey(const std::string& user = "ann") {
+    // The device holds a key, and it is the one key record on the server.
+    void expectKeyOnServer(SyncDevice& device, const std::string& user = "ann") {
+        ASSERT_TRUE(device.key());
         auto keys = records("ClipKey", user);
-        if (keys.size() != 1)
-            return std::nullopt;
-        return keys[0].encryptedFields.at("k");
+        ASSERT_EQ(keys.size(), 1u);
+        EXPECT_EQ(keys[0].encryptedFields.at("k"), CloudValue(*device.key()));
+    }
+    // A stale change token makes the same call fetch again from the start.
+    static void expectRefetchFromScratch(SyncDevice& device) {
+        device.cloud.fetchedSince.clear();
+        device.sync();
+        ASSERT_EQ(device.cloud.fetchedSince.size(), 2u);
+        EXPECT_FALSE(device.cloud.fetchedSince[0].empty());
+        EXPECT_TRUE(device.cloud.fetchedSince[1].empty());
+        EXPECT_FALSE(device.lastError());
+    }
+    void syncBoth() {
+        a.sync();
+        b.sync();
     }
     void advance(double seconds) {
         a.env.clock.advance(seconds);
@@ -48,10 +59,8 @@ struct CloudSync : ::testing::Test {
     void TearDown() override {
         if (!expectConvergence || HasFatalFailure())
             return;
-        for (int round = 0; round < 2; ++round) {
-            a.sync();
-            b.sync();
-        }
+        syncBoth();
+        syncBoth();
         EXPECT_EQ(a.contents(), b.contents()) << "the devices did not converge";
         EXPECT_EQ(chipOrder(a), chipOrder(b));
     }
@@ -74,9 +83,8 @@ TEST_F(CloudSync, TheFirstDeviceMakesTheKeyTheSecondAdoptsItAndEditsConvergeBoth
     b.copy("only on b");
 
     EXPECT_FALSE(a.sync());
-    ASSERT_TRUE(a.key());
+    expectKeyOnServer(a);
     EXPECT_EQ(a.key()->size(), 32u);
-    EXPECT_EQ(serverKey(), CloudValue(*a.key()));
     EXPECT_EQ(count("ClipItem"), 2u);
     EXPECT_EQ(count("ClipCategory"), 1u);
     EXPECT_EQ(count("ClipPrefs"), 1u);
@@ -102,8 +110,7 @@ TEST_F(CloudSync, TheFirstDeviceMakesTheKeyTheSecondAdoptsItAndEditsConvergeBoth
     a.texts.setCategory(link, std::nullopt);
     a.texts.deleteCategory(work->id);
     a.texts.saveChipOrder({"pinned", "url"});
-    a.sync();
-    b.sync();
+    syncBoth();
     EXPECT_THAT(a.contents(),
                 ElementsAre("hello [pinned] @greeting", "https://zettly.org [pinned] @site"));
     EXPECT_EQ(a.contents(), b.contents());
@@ -116,9 +123,7 @@ TEST_F(CloudSync, TheFirstDeviceMakesTheKeyTheSecondAdoptsItAndEditsConvergeBoth
 
 TEST_F(CloudSync, TheLaterMetadataChangeWinsWhicheverDeviceSyncsFirst) {
     std::string id = a.copy("shared");
-    a.sync();
-    b.sync();
-
+    syncBoth();
     advance(10);
     a.texts.setPinned(id, true);
     a.texts.saveChipOrder({"url", "pinned"});
@@ -126,33 +131,28 @@ TEST_F(CloudSync, TheLaterMetadataChangeWinsWhicheverDeviceSyncsFirst) {
     b.texts.setLabel(b.idOf("shared"), "later");
     b.texts.saveChipOrder({"pinned", "image"});
     b.sync();
-    a.sync();
-    b.sync();
-    // Pin, category and label travel as one block stamped with its time:
-    // b's later block replaces a's pin along with everything else.
+    syncBoth();
+    // Pin, category and label travel as one stamped block: b's later block
+    // replaces a's pin along with everything else.
     EXPECT_THAT(a.contents(), ElementsAre("shared @later"));
     EXPECT_THAT(chipOrder(a), ElementsAre("pinned", "image"));
 
     advance(10);
     a.texts.setPinned(id, true);
-    a.sync();
-    b.sync();
+    syncBoth();
     EXPECT_THAT(b.contents(), ElementsAre("shared [pinned] @later"));
 }
 
 TEST_F(CloudSync, ADeletionRemovesTheRowElsewhereUnlessItWasChangedThereSince) {
     a.copy("gone");
     a.copy("edited on b");
-    a.sync();
-    b.sync();
-
+    syncBoth();
     advance(5);
     a.texts.deleteItem(a.idOf("gone"));
     a.texts.deleteItem(a.idOf("edited on b"));
     advance(5);
     b.texts.setLabel(b.idOf("edited on b"), "keep");
-    a.sync();
-    b.sync();
+    syncBoth();
     EXPECT_THAT(b.contents(), ElementsAre("edited on b @keep"));
     a.sync();
     EXPECT_THAT(a.contents(), ElementsAre("edited on b @keep")) << "b's edit brought it back";
@@ -165,48 +165,27 @@ TEST_F(CloudSync, TheSameScreenshotOnBothDevicesEndsAsOneImageUnderOneName) {
     advance(3);
     ASSERT_EQ(b.images.save(shot), ImageClipStore::SaveResult::saved);
     b.images.setLabel(b.images.fetchAll().at(0).id, "dashboard");
-    ASSERT_NE(a.contents(), b.contents());
-
+    syncBoth();
     a.sync();
-    b.sync();
-    a.sync();
-    EXPECT_THAT(b.contents(), ElementsAre(::testing::EndsWith(" 64x48 @dashboard")));
+    EXPECT_THAT(b.contents(), ElementsAre(EndsWith(" 64x48 @dashboard")));
     EXPECT_EQ(a.contents(), b.contents());
     EXPECT_EQ(count("ClipImage"), 1u);
-}
-
-TEST_F(CloudSync, AnExpiredTokenFetchesEverythingAgainWithinTheSameCall) {
-    a.copy("one");
-    a.copy("two");
-    a.sync();
-    b.sync();
-    b.cloud.inner->failNext(CloudOperation::zoneChanges, CloudError(Code::changeTokenExpired));
-    b.cloud.fetchedSince.clear();
-    b.sync();
-    ASSERT_EQ(b.cloud.fetchedSince.size(), 2u);
-    EXPECT_FALSE(b.cloud.fetchedSince[0].empty());
-    EXPECT_TRUE(b.cloud.fetchedSince[1].empty());
-    EXPECT_FALSE(b.lastError());
-    EXPECT_THAT(b.contents(), ElementsAre("one", "two"));
 }
 
 TEST_F(CloudSync, TwoDevicesMakingTheKeyAtOnceBothEndWithTheOneSavedFirst) {
     a.copy("from a");
     b.copy("from b");
-    b.cloud.beforeNextSave = [&] { a.sync(); };  // lands between b's key lookup and its save
+    b.cloud.beforeNextSave = [&] { a.sync(); };  // between b's key lookup and its save
     b.sync();
     a.sync();
-
-    ASSERT_TRUE(a.key());
+    expectKeyOnServer(a);
     EXPECT_EQ(b.key(), a.key());
-    EXPECT_EQ(serverKey(), CloudValue(*a.key()));
     EXPECT_THAT(a.contents(), ElementsAre("from a", "from b"));
     EXPECT_EQ(a.contents(), b.contents());
 }
 
 TEST_F(CloudSync, ASaveConflictMergesTheServerCopyAndTheRestOfTheBatchStillGoesUp) {
-    a.sync();
-    b.sync();
+    syncBoth();
     a.copy("both");
     advance(30);
     b.copy("both");
@@ -215,7 +194,6 @@ TEST_F(CloudSync, ASaveConflictMergesTheServerCopyAndTheRestOfTheBatchStillGoesU
     b.cloud.passes = 0;
     b.cloud.beforeNextSave = [&] { a.sync(); };
     b.sync();
-
     EXPECT_FALSE(b.lastError());
     EXPECT_EQ(b.cloud.passes, 2) << "the merged copy goes up over the server's at once";
     a.sync();
@@ -225,7 +203,7 @@ TEST_F(CloudSync, ASaveConflictMergesTheServerCopyAndTheRestOfTheBatchStillGoesU
 
 TEST_F(CloudSync, ABacklogGoesUpInBatchesOf150AndOneCallStopsAfterFourPasses) {
     for (int i = 0; i < 151; ++i)
-        a.copy(numbered(i));
+        a.copy("item " + std::to_string(i));
     a.sync();
     EXPECT_EQ(a.cloud.passes, 2);
     EXPECT_EQ(count("ClipItem"), 151u);
@@ -247,9 +225,9 @@ TEST_F(CloudSync, ABacklogGoesUpInBatchesOf150AndOneCallStopsAfterFourPasses) {
     EXPECT_EQ(count("ClipItem"), 152u);
 }
 
-TEST_F(CloudSync, ChangesArriveInPagesAndAFailedFetchResumesAfterTheLastStoredPage) {
+TEST_F(CloudSync, ChangesArriveInPagesAFailedFetchResumesAndAnExpiredTokenStartsOver) {
     for (int i = 0; i < 6; ++i)
-        a.copy(numbered(i));
+        a.copy("item " + std::to_string(i));
     a.sync();
     server.setPageSize(2);
     int fetches = 0;
@@ -274,12 +252,16 @@ TEST_F(CloudSync, ChangesArriveInPagesAndAFailedFetchResumesAfterTheLastStoredPa
     EXPECT_EQ(a.contents(), b.contents());
     EXPECT_FALSE(b.lastError());
     EXPECT_EQ(b.env.defaults.doubleValue(prefkey::clipSyncLastAt), b.env.clock.now());
+
+    server.setPageSize(100);
+    b.cloud.inner->failNext(CloudOperation::zoneChanges, CloudError(Code::changeTokenExpired));
+    expectRefetchFromScratch(b);
+    EXPECT_EQ(a.contents(), b.contents());
 }
 
 TEST_F(CloudSync, AZoneTheUserDeletedIsRecreatedAndRefilledWithinOneSyncCall) {
     a.copy("kept");
-    a.sync();
-    b.sync();
+    syncBoth();
     const auto oldKey = a.key();
     ASSERT_TRUE(server.deleteZoneByUser("ann", "Clipboard"));
 
@@ -287,26 +269,19 @@ TEST_F(CloudSync, AZoneTheUserDeletedIsRecreatedAndRefilledWithinOneSyncCall) {
     EXPECT_THAT(b.env.log.lines(),
                 ElementsAre("[Ovrin] ClipSync: zone missing (user deleted), recreating"));
     EXPECT_FALSE(b.lastError());
-    ASSERT_TRUE(b.key());
+    expectKeyOnServer(b);
     EXPECT_NE(b.key(), oldKey);
-    EXPECT_EQ(serverKey(), CloudValue(*b.key()));
     EXPECT_EQ(count("ClipItem"), 1u);
 
-    // The other device's token belongs to the zone's earlier life: it is
-    // dropped, everything is fetched again, and the new key taken over.
-    a.cloud.fetchedSince.clear();
-    a.sync();
-    ASSERT_EQ(a.cloud.fetchedSince.size(), 2u);
-    EXPECT_FALSE(a.cloud.fetchedSince[0].empty());
-    EXPECT_TRUE(a.cloud.fetchedSince[1].empty());
+    // The other device's token belongs to the zone's earlier life.
+    expectRefetchFromScratch(a);
     EXPECT_EQ(a.key(), b.key());
-    EXPECT_FALSE(a.lastError());
     EXPECT_EQ(a.contents(), b.contents());
     EXPECT_EQ(count("ClipItem"), 1u);
 }
 
 TEST_F(CloudSync, WithoutAnAccountABackendOrTheSwitchNothingButTheStatusHappens) {
-    expectConvergence = false;  // neither device syncs
+    expectConvergence = false;
     a.copy("private");
     a.cloud.inner->setAccountStatus(CloudAccountStatus::noAccount);
     EXPECT_FALSE(a.sync());
@@ -344,9 +319,8 @@ TEST_F(CloudSync, AnotherAccountOnTheDeviceGetsTheWholeHistoryUnderItsOwnKey) {
     EXPECT_THAT(a.env.log.lines(),
                 ElementsAre("[Ovrin] ClipSync: iCloud account changed, re-uploading history"));
     EXPECT_EQ(a.env.defaults.string(prefkey::clipSyncUser), "bob");
-    ASSERT_TRUE(a.key());
+    expectKeyOnServer(a, "bob");
     EXPECT_NE(a.key(), annKey);
-    EXPECT_EQ(serverKey("bob"), CloudValue(*a.key()));
     EXPECT_EQ(records("ClipItem", "bob").size(), 1u);
     EXPECT_FALSE(a.lastError());
 
@@ -419,13 +393,12 @@ TEST_F(CloudSync, DeletingTheCloudCopyKeepsTheHistoryAndTheNextSyncStartsAfresh)
     EXPECT_THAT(server.records("ann", "Clipboard"), IsEmpty());
     EXPECT_FALSE(a.key());
     EXPECT_THAT(a.contents(), ElementsAre("stays"));
-
     a.sync();
     EXPECT_NE(a.key(), key);
     EXPECT_EQ(count("ClipItem"), 1u);
 }
 
-TEST_F(CloudSync, ImagesGoUpWithTheirBytesAndArriveOnTheOtherDeviceInTwoSteps) {
+TEST_F(CloudSync, ImagesTravelWithTheirBytesAndOnesAboveTheRecordLimitGoUpReduced) {
     ASSERT_EQ(a.images.save(test::png(40, 30, test::gradient(40))),
               ImageClipStore::SaveResult::saved);
     auto captured = a.images.fetchAll().at(0);
@@ -434,16 +407,10 @@ TEST_F(CloudSync, ImagesGoUpWithTheirBytesAndArriveOnTheOtherDeviceInTwoSteps) {
     auto uploaded = records("ClipImage");
     ASSERT_EQ(uploaded.size(), 1u);
     EXPECT_EQ(uploaded[0].encryptedFields.at("data"), CloudValue(*a.images.fileData(captured.id)));
-
     EXPECT_TRUE(b.sync());
     EXPECT_EQ(b.posted(), 1);
-    auto arrived = b.images.fetchAll();
-    ASSERT_EQ(arrived.size(), 1u);
-    EXPECT_EQ(arrived[0].label, "chart");
-    EXPECT_EQ(arrived[0].width, 40);
-    EXPECT_EQ(arrived[0].height, 30);
+    EXPECT_THAT(b.contents(), ElementsAre(EndsWith(" 40x30 @chart")));
 
-    // A photo whose stored file is above the record limit goes up reduced.
     a.env.clock.advance(1);
     ASSERT_EQ(a.images.save(test::png(1280, 1280, test::noise(7))),
               ImageClipStore::SaveResult::saved);

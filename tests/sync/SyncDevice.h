@@ -19,16 +19,15 @@
 
 namespace zettly::test {
 
-// A device's view of the server with a few seams for tests: it
-// counts passes (each starts with the account status) and user checks,
-// remembers the token every change fetch started from, and can run
-// something just before a save or fail a chosen change fetch, which is how
-// another device's save lands in the middle of a pass.
+// A device's view of the server that counts passes (each starts with the
+// account status) and user checks, records each change fetch's token, and can
+// run something before a save (another device's save landing mid-pass) or
+// fail a chosen change fetch.
 class HookedContainer final : public CloudContainer, private CloudDatabase {
 public:
     explicit HookedContainer(std::unique_ptr<InMemoryContainer> device)
         : inner(device.get()), base_(std::move(device)) {}
-    // Any other backend (the CouchDB one); `inner` is then null.
+    // Any other backend (CouchDB); `inner` is then null.
     explicit HookedContainer(std::unique_ptr<CloudContainer> backend) : base_(std::move(backend)) {}
 
     CloudResult<CloudAccountStatus> accountStatus() override {
@@ -44,7 +43,7 @@ public:
         base_->setPushHandler(std::move(handler));
     }
 
-    InMemoryContainer* inner = nullptr;  // fault injection, with the in-memory server
+    InMemoryContainer* inner = nullptr;  // fault injection on the in-memory server
     int passes = 0;
     int userChecks = 0;
     std::vector<CloudBytes> fetchedSince;
@@ -77,19 +76,16 @@ private:
                                               const CloudDesiredKeys& keys,
                                               std::size_t limit) override {
         fetchedSince.push_back(since);
-        if (beforeFetch) {
-            if (auto failure = beforeFetch())
-                return *failure;
-        }
+        if (auto failure = beforeFetch ? beforeFetch() : std::nullopt)
+            return *failure;
         return db().zoneChanges(zone, since, keys, limit);
     }
 
     std::unique_ptr<CloudContainer> base_;
 };
 
-// One device: its own folder, defaults, clock, stores, main queue and
-// background executor, and a sync engine (role mac, sync switched on) over
-// the shared server.
+// One device with its own folder, defaults, clock, stores and queues, and a
+// sync engine (role mac, sync on) over the shared server.
 struct SyncDevice {
     using Role = ClipCloudSync::Role;
 
@@ -115,15 +111,14 @@ struct SyncDevice {
         return {};
     }
     bool sync() { return engine.sync("test"); }
-    // How many didChange calls reached the main queue.
-    int posted() {
+    int posted() {  // didChange calls that reached the main queue
         main.runPending();
         return changesPosted;
     }
 
-    // The history as the user sees it, in a form two devices can compare:
-    // "text [pinned] #category @label" and "image <name> WxH [pinned] @label",
-    // sorted, then the categories in their order.
+    // The history in a form two devices can compare, sorted, then the
+    // categories in order: "text [pinned] #category @label" and
+    // "image <record name, as ids differ per device> WxH [pinned] @label".
     std::vector<std::string> contents() {
         std::vector<std::string> lines;
         for (const auto& item : texts.fetch(1000, 0)) {
@@ -135,7 +130,6 @@ struct SyncDevice {
                 line += " @" + *item.label;
             lines.push_back(line);
         }
-        // Images are compared by record name: each device has its own ids.
         images.fetchAll();  // opens the store, which a device may not have used yet
         for (const auto& row :
              rows(env.library() / "clipmedia.sqlite",
