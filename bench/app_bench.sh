@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Figures of the running app on a private Xvfb: idle CPU, resident memory
-# (idle and with a full history) and copy-to-stored latency of xclip copies.
+# Figures of the running app on a private Xvfb: idle CPU and wake-ups,
+# resident memory (idle and with a full history), copy-to-stored latency of
+# xclip copies and how many of a quick burst of copies are kept.
 #
 #   bench/app_bench.sh [path/to/zettly]      (default build/app/zettly)
 #
@@ -58,6 +59,10 @@ QT_QPA_PLATFORM=xcb "$app" 2>"$work/app.log" &
 app_pid=$!
 wait_for 10 test -S "$XDG_RUNTIME_DIR/zettly.sock" || { echo "app_bench: the app did not start" >&2; cat "$work/app.log" >&2; exit 1; }
 
+wakeups() {  # context switches of all the app's threads: each is the thread waking up
+    cat /proc/"$app_pid"/task/*/status 2>/dev/null |
+        awk '$1 == "voluntary_ctxt_switches:" || $1 == "nonvoluntary_ctxt_switches:" { n += $2 } END { print n + 0 }'
+}
 cpu_ticks() {  # utime + stime; the fields after the command name, which may hold spaces
     local rest
     rest=$(sed 's/^.*) //' "/proc/$app_pid/stat")
@@ -132,8 +137,19 @@ def latency(n):
         samples.append((time.monotonic() - start) * 1000)
     samples.sort()
     rank = lambda p: samples[max(0, -(-p * len(samples) // 100) - 1)]
-    print(f"copy-to-stored latency p50:      {rank(50):7.0f} ms    ({n} xclip copies; the app polls every 500 ms)")
+    print(f"copy-to-stored latency p50:      {rank(50):7.0f} ms    ({n} xclip copies at random moments)")
     print(f"copy-to-stored latency p99:      {rank(99):7.0f} ms    (min {samples[0]:.0f} ms, max {samples[-1]:.0f} ms)")
+
+def burst(n):
+    # Copies 50 ms apart, each by its own xclip, as fast typing of Ctrl+C does.
+    stamp = uuid.uuid4()
+    made = [f"burst {i} {stamp}" for i in range(n)]
+    for text in made:
+        xclip(["-i"], text.encode())
+        time.sleep(0.05)
+    time.sleep(2)  # the last one has time to arrive
+    kept = sum(count(texts_db, "items", "text = ?", (t,)) for t in made)
+    print(f"copies kept of {n} made 50 ms apart:  {kept:4d}")
 
 def texts(total):
     captured = count(texts_db, "items")
@@ -162,7 +178,7 @@ def images(n):
           f"{960 + 16 * (n - 1)}x{640 + 8 * (n - 1)})")
 
 try:
-    {"latency": latency, "texts": texts, "images": images}[sys.argv[1]](int(sys.argv[2]))
+    {"latency": latency, "burst": burst, "texts": texts, "images": images}[sys.argv[1]](int(sys.argv[2]))
 finally:
     for p in xclips:
         if p.poll() is None:
@@ -175,14 +191,22 @@ echo "Zettly app benchmark: $app on Xvfb $DISPLAY, $(nproc) CPUs"
 sleep 5  # lets start-up work finish before the idle window opens
 hz=$(getconf CLK_TCK)
 before=$(cpu_ticks)
+woken_before=$(wakeups)
 sleep "$idle_seconds"
 after=$(cpu_ticks)
+woken_after=$(wakeups)
 cpu=$(awk -v d=$((after - before)) -v hz="$hz" -v s="$idle_seconds" 'BEGIN { printf "%.3f", d / hz / s * 100 }')
 printf '%-33s%7s %% of one core   (target < 0.1 %%)  %s  [%d/%s s of CPU time]\n' \
     "idle CPU over $idle_seconds s:" "$cpu" "$(verdict "$cpu" 0.1)" $((after - before)) "$hz"
+rate=$(awk -v d=$((woken_after - woken_before)) -v s="$idle_seconds" 'BEGIN { printf "%.2f", d / s }')
+printf '%-33s%7s per second      (target 0)         %s  [%d context switches of %d threads]\n' \
+    "idle wake-ups over $idle_seconds s:" "$rate" \
+    "$(awk -v r="$rate" 'BEGIN { print (r < 0.05) ? "ok" : "OVER TARGET" }')" \
+    $((woken_after - woken_before)) "$(ls /proc/"$app_pid"/task | wc -l)"
 print_rss "idle"
 
 python3 "$work/helper.py" latency "$copies"
+python3 "$work/helper.py" burst 30
 python3 "$work/helper.py" texts "$texts_wanted"
 print_rss "$texts_wanted texts"
 python3 "$work/helper.py" images "$images_wanted"
