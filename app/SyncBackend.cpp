@@ -3,8 +3,8 @@
 #include <QByteArray>
 #include <QCoreApplication>
 
+#include "platform/Defaults.h"
 #include "platform/Log.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

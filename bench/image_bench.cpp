@@ -18,9 +18,9 @@
 
 #include "bench/BenchSupport.h"
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/Sql.h"
 

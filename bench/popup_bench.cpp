@@ -16,11 +16,11 @@
 
 #include "bench/BenchSupport.h"
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "popup/PopupModel.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "tests/fakes/TestImages.h"

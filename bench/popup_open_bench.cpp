@@ -44,6 +44,8 @@
 
 #include "capture/PasteboardMonitor.h"
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
+#include "platform/HotKeyCombo.h"
 #include "platform/Keyboard.h"
 #include "platform/Log.h"
 #include "platform/SerialExecutor.h"
@@ -63,8 +65,6 @@
 #include "store/ChipOrder.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Defaults.h"
-#include "store/HotKeyCombo.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "store/StoreContext.h"

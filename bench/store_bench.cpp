@@ -16,10 +16,10 @@
 
 #include "bench/BenchSupport.h"
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 #include "store/Sql.h"
 

@@ -8,10 +8,10 @@
 #include <unicode/utext.h>
 
 #include "platform/Log.h"
+#include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
-#include "store/Unicode.h"
 
 namespace zettly {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "capture/PasteboardMonitor.h"
+#include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
-#include "store/Unicode.h"
 #include "sync/SyncPace.h"
 
 namespace zettly {

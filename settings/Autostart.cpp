@@ -3,7 +3,7 @@
 #include <fstream>
 #include <system_error>
 
-#include "store/Files.h"
+#include "platform/Files.h"
 
 namespace zettly::autostart {
 namespace {

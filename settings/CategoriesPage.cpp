@@ -18,16 +18,16 @@
 #include <map>
 #include <optional>
 
+#include "platform/Defaults.h"
+#include "platform/Unicode.h"
 #include "popup/ui/Dialogs.h"
 #include "popup/ui/Look.h"
 #include "popup/ui/Texts.h"
 #include "settings/PageParts.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
-#include "store/Unicode.h"
 
 namespace zettly {
 namespace {

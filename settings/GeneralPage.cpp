@@ -12,13 +12,13 @@
 #include <iterator>
 #include <vector>
 
+#include "platform/Defaults.h"
 #include "popup/ui/Look.h"
 #include "settings/Autostart.h"
 #include "settings/PageParts.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
 #include "store/ClipPrefs.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

@@ -19,10 +19,10 @@
 #include <string_view>
 
 #include "capture/PasteboardMonitor.h"
+#include "platform/Defaults.h"
 #include "popup/ui/Look.h"
 #include "settings/PageParts.h"
 #include "store/ClipPrefs.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

@@ -2,7 +2,7 @@
 
 #include <QWidget>
 
-#include "store/HotKeyCombo.h"
+#include "platform/HotKeyCombo.h"
 
 class QPushButton;
 

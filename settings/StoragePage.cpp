@@ -11,12 +11,12 @@
 #include <limits>
 #include <vector>
 
+#include "platform/Defaults.h"
 #include "popup/ui/Dialogs.h"
 #include "popup/ui/Texts.h"
 #include "settings/SettingsContext.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 

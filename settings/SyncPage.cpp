@@ -12,13 +12,13 @@
 #include <QVBoxLayout>
 #include <cmath>
 
+#include "platform/Defaults.h"
 #include "popup/ui/Dialogs.h"
 #include "popup/ui/Look.h"
 #include "popup/ui/Texts.h"
 #include "settings/PageParts.h"
 #include "settings/SyncServerBox.h"
 #include "store/ClipPrefs.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

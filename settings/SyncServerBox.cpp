@@ -8,9 +8,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "platform/Defaults.h"
 #include "popup/ui/Look.h"
 #include "settings/PageParts.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

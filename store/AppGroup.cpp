@@ -6,9 +6,9 @@
 #include <unistd.h>
 
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
+#include "platform/Files.h"
 #include "platform/Log.h"
-#include "store/Defaults.h"
-#include "store/Files.h"
 #include "store/StoreContext.h"
 
 namespace zettly::AppGroup {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "store/HotKeyCombo.h"
+#include "platform/HotKeyCombo.h"
 
 namespace zettly {
 

@@ -2,8 +2,8 @@
 #include "store/ClipboardStore.h"
 
 #include "platform/Clock.h"
-#include "store/Defaults.h"
-#include "store/Files.h"
+#include "platform/Defaults.h"
+#include "platform/Files.h"
 #include "store/PrefKeys.h"
 #include "store/StoreDatabase.h"
 

@@ -4,12 +4,12 @@
 #include <cctype>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
+#include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
 #include "store/StoreDatabase.h"
-#include "store/Unicode.h"
 
 namespace zettly {
 

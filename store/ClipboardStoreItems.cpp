@@ -3,11 +3,11 @@
 #include <limits>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
+#include "platform/Unicode.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
 #include "store/PrefKeys.h"
-#include "store/Unicode.h"
 
 namespace zettly {
 

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "store/ClipMerge.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "sync/ClipMerge.h"
 
 namespace zettly {
 

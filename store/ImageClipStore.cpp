@@ -8,15 +8,15 @@
 #include <unistd.h>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
+#include "platform/Files.h"
+#include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
-#include "store/Files.h"
 #include "store/ImageCodec.h"
 #include "store/PrefKeys.h"
 #include "store/StoreDatabase.h"
-#include "store/Unicode.h"
 
 namespace zettly {
 

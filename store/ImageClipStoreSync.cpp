@@ -4,9 +4,9 @@
 #include <limits>
 
 #include "platform/Clock.h"
+#include "store/ClipMerge.h"
 #include "store/ClipPrefs.h"
 #include "store/ImageClipStore.h"
-#include "sync/ClipMerge.h"
 
 namespace zettly {
 

@@ -3,8 +3,8 @@
 #include <sys/stat.h>
 
 #include "platform/Clock.h"
+#include "platform/Files.h"
 #include "platform/Log.h"
-#include "store/Files.h"
 #include "store/StoreContext.h"
 
 namespace zettly {

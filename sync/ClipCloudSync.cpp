@@ -9,12 +9,12 @@
 #include <utility>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "platform/MainQueue.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Crypto.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "sync/ClipRecords.h"

@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
-#include "store/Defaults.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "sync/ClipCloudSync.h"

@@ -7,7 +7,7 @@
 #include <utility>
 #include <variant>
 
-#include "store/Crypto.h"
+#include "platform/Crypto.h"
 #include "sync/ClipCloudSync.h"
 
 namespace zettly {

@@ -9,7 +9,7 @@
 #include <QXmlStreamReader>
 #include <cstdlib>
 
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 
 namespace zettly {
 

@@ -16,8 +16,8 @@
 
 #include <libsecret/secret.h>
 
+#include "platform/Files.h"
 #include "platform/Log.h"
-#include "store/Files.h"
 
 namespace zettly {
 

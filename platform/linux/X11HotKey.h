@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <functional>
 
+#include "platform/HotKeyCombo.h"
 #include "platform/Keyboard.h"
 #include "platform/Log.h"
-#include "store/HotKeyCombo.h"
 
 namespace zettly {
 

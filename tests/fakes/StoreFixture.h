@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 #include "store/StoreContext.h"
 #include "tests/fakes/FakeClock.h"
 #include "tests/fakes/RecordingLog.h"

@@ -8,11 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "platform/InMemoryCloud.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "sync/ClipCloudSync.h"
+#include "tests/fakes/InMemoryCloud.h"
 #include "tests/fakes/ManualMainQueue.h"
 #include "tests/fakes/SqlRows.h"
 #include "tests/fakes/StoreFixture.h"

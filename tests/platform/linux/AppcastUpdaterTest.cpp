@@ -10,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/Defaults.h"
 #include "platform/linux/AppcastUpdater.h"
 #include "platform/linux/QtMainQueue.h"
-#include "store/Defaults.h"
 #include "tests/fakes/FakeClock.h"
 #include "tests/fakes/RecordingLog.h"
 #include "tests/fakes/TempDir.h"

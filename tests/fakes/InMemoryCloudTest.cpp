@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/InMemoryCloud.h"
+#include "tests/fakes/InMemoryCloud.h"
 
 namespace zettly {
 namespace {

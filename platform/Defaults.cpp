@@ -1,4 +1,4 @@
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 
 #include <cerrno>
 #include <cmath>
@@ -10,9 +10,9 @@
 #include <sys/stat.h>
 
 #include "platform/Clock.h"
+#include "platform/Crypto.h"
+#include "platform/Files.h"
 #include "platform/Log.h"
-#include "store/Crypto.h"
-#include "store/Files.h"
 
 namespace zettly {
 

@@ -3,8 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/HotKeyCombo.h"
 #include "platform/Keyboard.h"
-#include "store/HotKeyCombo.h"
 
 namespace zettly {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/InMemoryCloud.h"
+#include "tests/fakes/InMemoryCloud.h"
 
 #include <algorithm>
 #include <deque>

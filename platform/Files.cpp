@@ -1,4 +1,4 @@
-#include "store/Files.h"
+#include "platform/Files.h"
 
 #include <cerrno>
 #include <cstdint>

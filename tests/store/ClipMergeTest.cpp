@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sync/ClipMerge.h"
+#include "store/ClipMerge.h"
 
 namespace zettly {
 namespace {

@@ -1,4 +1,4 @@
-#include "store/Unicode.h"
+#include "platform/Unicode.h"
 
 #include <memory>
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "store/Defaults.h"
+#include "platform/Defaults.h"
 #include "tests/fakes/FakeClock.h"
 #include "tests/fakes/RecordingLog.h"
 #include "tests/fakes/TempDir.h"

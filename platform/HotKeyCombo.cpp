@@ -1,9 +1,9 @@
-#include "store/HotKeyCombo.h"
+#include "platform/HotKeyCombo.h"
 
 #include <memory>
 #include <utility>
 
-#include "store/Unicode.h"
+#include "platform/Unicode.h"
 
 namespace zettly {
 

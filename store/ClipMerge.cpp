@@ -1,4 +1,4 @@
-#include "sync/ClipMerge.h"
+#include "store/ClipMerge.h"
 
 namespace zettly {
 

@@ -1,4 +1,4 @@
-#include "store/Crypto.h"
+#include "platform/Crypto.h"
 
 #include <algorithm>
 #include <memory>
