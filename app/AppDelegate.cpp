@@ -14,8 +14,8 @@
 #include "platform/Clock.h"
 #include "platform/Log.h"
 #include "platform/linux/QtGeometry.h"
+#include "platform/linux/SecretServiceStore.h"
 #include "popup/ui/Texts.h"
-#include "store/AppGroup.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -41,13 +41,10 @@ AppDelegate::~AppDelegate() = default;
 void AppDelegate::applicationDidFinishLaunching() {
     // Until a server is set up in the settings, the backend has no account
     // and sync only reports that.
-    auto configDir = AppGroup::xdgDirectory("XDG_CONFIG_HOME", ".config")
-                         .value_or(std::filesystem::path(".config")) /
-                     "Zettly";
     backend_ = std::make_unique<SyncBackend>(
         defaults_,
-        [file = configDir / "secrets.json"] {
-            return SecretStore::open(file, StderrLog::instance());
+        [file = folders_.configDirectory() / "secrets.json"] {
+            return openDesktopSecretStore(file, StderrLog::instance());
         },
         StderrLog::instance());
     sync_ = std::make_unique<ClipCloudSync>(
@@ -242,14 +239,7 @@ SettingsContext AppDelegate::settingsContext() {
         context.setAutomaticUpdateChecks = [this](bool on) { updater_.setAutomaticallyChecks(on); };
         context.checkForUpdates = [this] { updater_.checkForUpdates(); };
     }
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    const char* home = std::getenv("HOME");
-    if (config && *config == '/')
-        context.autostartDir = std::string(config) + "/autostart";
-    else if (home && *home)
-        context.autostartDir = std::string(home) + "/.config/autostart";
-    std::error_code error;
-    context.executablePath = std::filesystem::read_symlink("/proc/self/exe", error).string();
+    context.autostart = &autostart_;
     return context;
 }
 

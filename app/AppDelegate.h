@@ -8,6 +8,8 @@
 
 #include "app/SyncBackend.h"
 #include "capture/PasteboardMonitor.h"
+#include "platform/AppFolders.h"
+#include "platform/Autostart.h"
 #include "platform/SerialExecutor.h"
 #include "platform/linux/AppcastUpdater.h"
 #include "platform/linux/QtMainQueue.h"
@@ -66,6 +68,8 @@ private:
     std::optional<popupgeometry::Anchor> trayAnchor() const;
 
     std::unique_ptr<XcbConnection> x11_;
+    XdgAppFolders folders_;
+    XdgAutostart autostart_ = XdgAutostart::forThisProcess();
     Defaults& defaults_;
     ClipboardStore& texts_;
     ImageClipStore& images_;

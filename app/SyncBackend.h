@@ -7,8 +7,8 @@
 #include <string>
 
 #include "platform/CloudDatabase.h"
+#include "platform/SecretStore.h"
 #include "platform/couch/CouchContainer.h"
-#include "platform/linux/SecretStore.h"
 
 namespace zettly {
 

@@ -15,7 +15,10 @@
 #include "app/AppDelegate.h"
 #include "app/SingleInstance.h"
 #include "i18n/Translations.h"
-#include "store/AppGroup.h"
+#include "platform/AppFolders.h"
+#include "platform/Clock.h"
+#include "platform/Defaults.h"
+#include "platform/Log.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 
@@ -110,10 +113,15 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    zettly::XdgAppFolders folders;
+    zettly::Defaults defaults(folders.configDirectory() / "defaults.json",
+                              zettly::SystemClock::instance(), zettly::StderrLog::instance());
+    zettly::StoreContext stores{defaults, [&folders] { return folders.containerURL(); },
+                                zettly::SystemClock::instance(), zettly::StderrLog::instance()};
     zettly::ImageWorkerClient imageWorker(imageWorkerPath());
-    zettly::ClipboardStore texts(zettly::StoreContext::standard());
-    zettly::ImageClipStore images(zettly::StoreContext::standard(), imageWorker);
-    zettly::AppDelegate delegate(std::move(x11), zettly::AppGroup::defaults(), texts, images);
+    zettly::ClipboardStore texts(stores);
+    zettly::ImageClipStore images(stores, imageWorker);
+    zettly::AppDelegate delegate(std::move(x11), defaults, texts, images);
     delegate.applicationDidFinishLaunching();
     QObject::connect(&instance, &zettly::SingleInstance::activated, &delegate,
                      &zettly::AppDelegate::secondLaunch);

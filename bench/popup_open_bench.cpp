@@ -43,6 +43,7 @@
 #include <xcb/xtest.h>
 
 #include "capture/PasteboardMonitor.h"
+#include "platform/AppFolders.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/HotKeyCombo.h"
@@ -61,7 +62,6 @@
 #include "popup/ui/HistoryList.h"
 #include "popup/ui/PopupWindow.h"
 #include "popup/ui/Texts.h"
-#include "store/AppGroup.h"
 #include "store/ChipOrder.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"

@@ -12,9 +12,9 @@
 #include <iterator>
 #include <vector>
 
+#include "platform/Autostart.h"
 #include "platform/Defaults.h"
 #include "popup/ui/Look.h"
-#include "settings/Autostart.h"
 #include "settings/PageParts.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
@@ -83,7 +83,7 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     pasteNote_ = hiddenNote(this);
     form->addRow(pasteNote_);
 
-    if (!context_.autostartDir.empty()) {
+    if (context_.autostart) {
         //: Settings › General switch: start Zettly when the user logs in to the desktop.
         launch_ = new QCheckBox(tr("Launch at login"), this);
         form->addRow(launch_);
@@ -136,7 +136,7 @@ void GeneralPage::reload() {
 
     if (launch_) {
         const QSignalBlocker block(launch_);
-        launch_->setChecked(autostart::isEnabled(context_.autostartDir));
+        launch_->setChecked(context_.autostart->isEnabled());
         launchError_->clear();
         launchError_->setHidden(true);
     }
@@ -172,13 +172,12 @@ void GeneralPage::reloadPreview() {
 }
 
 void GeneralPage::setLaunchAtLogin(bool on) {
-    const autostart::Result result =
-        on ? autostart::enable(context_.autostartDir, context_.executablePath)
-           : autostart::disable(context_.autostartDir);
+    const Autostart::Result result =
+        on ? context_.autostart->enable() : context_.autostart->disable();
     {
         // The switch shows what the desktop will do, not what was asked for.
         const QSignalBlocker block(launch_);
-        launch_->setChecked(autostart::isEnabled(context_.autostartDir));
+        launch_->setChecked(context_.autostart->isEnabled());
     }
     if (result.ok) {
         launchError_->clear();

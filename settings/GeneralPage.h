@@ -32,7 +32,7 @@ public:
     QComboBox* previewPicker() const { return preview_; }
     QComboBox* positionPicker() const { return position_; }
     ShortcutRecorder* shortcutRecorder() const { return recorder_; }
-    // Absent when the app names no autostart folder.
+    // Absent when the app offers no way to start at login.
     QCheckBox* launchAtLoginSwitch() const { return launch_; }
     // What went wrong the last time the login entry was changed.
     QLabel* launchError() const { return launchError_; }

@@ -7,6 +7,7 @@
 
 namespace zettly {
 
+class Autostart;
 class ClipboardStore;
 class Defaults;
 class ImageClipStore;
@@ -69,10 +70,8 @@ struct SettingsContext {
     std::function<void(bool)> setAutomaticUpdateChecks = {};
     std::function<void()> checkForUpdates = {};
     SyncServerHooks syncServer = {};
-    // The autostart folder ($XDG_CONFIG_HOME/autostart by default) and the
-    // command the login entry starts.
-    std::string autostartDir = {};
-    std::string executablePath = {};
+    // Starting at login; the page offers no switch without it.
+    Autostart* autostart = nullptr;
 };
 
 }  // namespace zettly

@@ -49,11 +49,6 @@ constexpr const char* kTrimIndex =
 
 ClipboardStore::ClipboardStore(StoreContext context) : context_(std::move(context)) {}
 
-ClipboardStore& ClipboardStore::shared() {
-    static ClipboardStore store(StoreContext::standard());
-    return store;
-}
-
 std::optional<fs::path> ClipboardStore::databasePath() const {
     return libraryPath(context_, "clipboard.sqlite");
 }

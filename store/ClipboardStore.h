@@ -73,9 +73,6 @@ public:
     ClipboardStore(const ClipboardStore&) = delete;
     ClipboardStore& operator=(const ClipboardStore&) = delete;
 
-    // The process-wide store over the user's container and defaults.
-    static ClipboardStore& shared();
-
     // Called after every insert (whatever its result) and after each local
     // edit, on the caller's thread and outside the store's lock; the
     // application schedules a sync from it. Set once, before the store is

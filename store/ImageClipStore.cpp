@@ -92,11 +92,6 @@ void ImageClipStore::removeFiles(const std::vector<std::string>& paths) {
 ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
     : context_(std::move(context)), reducer_(reducer) {}
 
-ImageClipStore& ImageClipStore::shared() {
-    static ImageClipStore store(StoreContext::standard());
-    return store;
-}
-
 std::optional<fs::path> ImageClipStore::databasePath() const {
     return libraryPath(context_, "clipmedia.sqlite");
 }

@@ -60,8 +60,6 @@ public:
     ImageClipStore(const ImageClipStore&) = delete;
     ImageClipStore& operator=(const ImageClipStore&) = delete;
 
-    static ImageClipStore& shared();
-
     // Stores a copied image, or moves an equal one already in the history to
     // the top. Called off the main thread: it decodes and encodes.
     SaveResult save(std::span<const std::uint8_t> data);

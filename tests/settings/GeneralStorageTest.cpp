@@ -15,8 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include "platform/Autostart.h"
 #include "settings/AboutPage.h"
-#include "settings/Autostart.h"
 #include "settings/GeneralPage.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
@@ -69,14 +69,14 @@ protected:
     ImageClipStore images{env.context()};
     int hotKeyChanges = 0;
     PasteSupport support = PasteSupport::available;
+    XdgAutostart autostart{env.dir / "config/autostart", "/usr/bin/zettly"};
     SettingsContext context{
         .defaults = env.defaults,
         .texts = texts,
         .images = images,
         .hotKeyChanged = [this] { ++hotKeyChanges; },
         .pasteSupport = [this] { return support; },
-        .autostartDir = (env.dir / "config/autostart").string(),
-        .executablePath = "/usr/bin/zettly",
+        .autostart = &autostart,
     };
     ClipPrefs prefs{env.defaults};
 };
@@ -241,17 +241,18 @@ TEST_F(SettingsPagesTest, LaunchAtLoginWritesTheEntryAndShowsWhatTheDesktopWillR
     ASSERT_NE(launch, nullptr);
     EXPECT_FALSE(launch->isChecked());
     QTest::keyClick(launch, Qt::Key_Space);
-    EXPECT_TRUE(autostart::isEnabled(context.autostartDir));
+    EXPECT_TRUE(autostart.isEnabled());
     EXPECT_TRUE(page.launchError()->isHidden());
 
     // Switched off by the desktop's own autostart settings.
-    std::filesystem::remove(autostart::entryPath(context.autostartDir));
+    std::filesystem::remove(autostart.entryPath());
     page.reload();
     EXPECT_FALSE(launch->isChecked());
 
     const auto blocked = env.dir / "blocked";  // a file where the folder should be
     std::ofstream(blocked) << "not a folder";
-    context.autostartDir = (blocked / "autostart").string();
+    XdgAutostart blockedAutostart(blocked / "autostart", "/usr/bin/zettly");
+    context.autostart = &blockedAutostart;
     QTest::keyClick(launch, Qt::Key_Space);
     EXPECT_FALSE(launch->isChecked());
     EXPECT_TRUE(page.launchError()->text().contains(QString::fromStdString(blocked.string())));

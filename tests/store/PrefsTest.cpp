@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include "store/AppGroup.h"
 #include "store/ChipOrder.h"
 #include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
@@ -17,18 +16,6 @@ namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
 using Size = ClipPrefs::PopupSize;
 using Position = ClipPrefs::PopupPosition;
-
-// Sets an environment variable for one scope and puts the old value back.
-struct ScopedEnv {
-    const char* name;
-    std::optional<std::string> old;
-    ScopedEnv(const char* n, const char* value) : name(n) {
-        if (const char* was = std::getenv(n))
-            old = was;
-        value ? ::setenv(n, value, 1) : ::unsetenv(n);
-    }
-    ~ScopedEnv() { old ? ::setenv(name, old->c_str(), 1) : ::unsetenv(name); }
-};
 
 struct Preferences : ::testing::Test {
     test::StoreEnvironment env;
@@ -87,18 +74,6 @@ TEST_F(Preferences, PopupSizeIsClampedOnWrite) {
     EXPECT_EQ(defaults.doubleObject(prefkey::popupHeight), 360.0);
     prefs.setPopupSize({100, 1000});
     EXPECT_EQ(prefs.popupSize(), (Size{320, 800}));
-}
-
-TEST(AppGroup, XdgDirectoriesTakeOnlyAnAbsoluteVariableAndTheContainerIsPrivate) {
-    ScopedEnv home("HOME", "/home/someone");
-    for (const char* ignored : {"relative/config", "", static_cast<const char*>(nullptr)}) {
-        ScopedEnv xdg("XDG_CONFIG_HOME", ignored);
-        EXPECT_EQ(AppGroup::xdgDirectory("XDG_CONFIG_HOME", ".config"), "/home/someone/.config");
-    }
-    test::TempDir dir;
-    ScopedEnv data("XDG_DATA_HOME", (dir / "data").c_str());
-    ASSERT_EQ(AppGroup::containerURL(), dir / "data/Zettly");
-    EXPECT_EQ(fs::status(dir / "data/Zettly").permissions(), fs::perms::owner_all);
 }
 
 TEST(ChipOrder, MergeKeepsTheStoredOrderAndPlacesMissingChips) {

@@ -12,7 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/linux/SecretStore.h"
+#include "platform/Log.h"
+#include "platform/linux/SecretServiceStore.h"
 #include "tests/fakes/RecordingLog.h"
 #include "tests/fakes/TempDir.h"
 
@@ -52,7 +53,7 @@ void writeFile(const fs::path& path, const std::string& text) {
 struct FileSecretStoreTest : ::testing::Test {
     test::TempDir dir;
     fs::path path = dir / "config/Zettly/secrets.json";
-    std::unique_ptr<SecretStore> store = SecretStore::file(path);
+    std::unique_ptr<SecretStore> store = fileSecretStore(path, StderrLog::instance());
 };
 
 TEST_F(FileSecretStoreTest, KeepsTextSecretsByNameInAUserOnlyFileThatIsReadAfreshEachTime) {
@@ -69,7 +70,7 @@ TEST_F(FileSecretStoreTest, KeepsTextSecretsByNameInAUserOnlyFileThatIsReadAfres
     EXPECT_EQ(store->where(), path.string());
     EXPECT_EQ(modeOf(path), 0600u);
     EXPECT_EQ(modeOf(path.parent_path()), 0700u);
-    auto other = SecretStore::file(path);
+    auto other = fileSecretStore(path, StderrLog::instance());
     EXPECT_EQ(other->read("password"), "hunter3");
     EXPECT_EQ(other->read("passphrase"), phrase);
     EXPECT_EQ(other->read("removed"), std::nullopt);
@@ -133,7 +134,7 @@ TEST_F(FileSecretStoreTest, OpenUsesTheFileWithoutASessionBusOrWithOneThatNeverA
     for (Text bus : {Text(), Text("unix:path=" + socketPath.string())}) {
         ScopedEnv env("DBUS_SESSION_BUS_ADDRESS", bus);
         test::RecordingLog log;
-        auto opened = SecretStore::open(path, log);
+        auto opened = openDesktopSecretStore(path, log);
         EXPECT_EQ(opened->where(), path.string());
         ASSERT_EQ(log.lines().size(), 1u);
         EXPECT_NE(log.lines()[0].find(path.string()), std::string::npos) << log.lines()[0];

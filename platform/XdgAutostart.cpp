@@ -1,14 +1,16 @@
-#include "settings/Autostart.h"
-
 #include <fstream>
 #include <system_error>
+#include <utility>
 
+#include "platform/AppFolders.h"
+#include "platform/Autostart.h"
 #include "platform/Files.h"
 
-namespace zettly::autostart {
+namespace zettly {
 namespace {
 
 namespace fs = std::filesystem;
+using Result = Autostart::Result;
 
 std::string trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(" \t\r");
@@ -24,12 +26,22 @@ Result failure(const std::string& what, const fs::path& where, const std::error_
 
 }  // namespace
 
-fs::path entryPath(const fs::path& dir) {
-    return dir / std::string(entryName);
+XdgAutostart::XdgAutostart(fs::path dir, std::string executablePath)
+    : dir_(std::move(dir)), executablePath_(std::move(executablePath)) {}
+
+XdgAutostart XdgAutostart::forThisProcess() {
+    std::error_code ec;
+    fs::path self = fs::read_symlink("/proc/self/exe", ec);
+    auto config = XdgAppFolders::xdgDirectory("XDG_CONFIG_HOME", ".config");
+    // Without a home there is no autostart folder; enable() then says so.
+    return XdgAutostart(config ? *config / "autostart" : fs::path(),
+                        ec ? std::string() : self.string());
 }
 
-bool isEnabled(const fs::path& dir) {
-    std::ifstream in(entryPath(dir));
+bool XdgAutostart::isEnabled() {
+    if (dir_.empty())
+        return false;
+    std::ifstream in(entryPath());
     if (!in)
         return false;
     bool inMainGroup = false;
@@ -57,7 +69,7 @@ bool isEnabled(const fs::path& dir) {
     return true;
 }
 
-std::string execArgument(std::string_view argument) {
+std::string XdgAutostart::execArgument(std::string_view argument) {
     constexpr std::string_view reserved = " \t\n\"'\\><~|&;$*?#()`";
     const bool quote = argument.empty() || argument.find_first_of(reserved) != std::string::npos;
     std::string quoted;
@@ -98,7 +110,7 @@ std::string execArgument(std::string_view argument) {
     return value;
 }
 
-std::string desktopEntry(std::string_view executablePath) {
+std::string XdgAutostart::desktopEntry(std::string_view executablePath) {
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Zettly\n"
@@ -112,20 +124,24 @@ std::string desktopEntry(std::string_view executablePath) {
            "NoDisplay=false\n";
 }
 
-Result enable(const fs::path& dir, std::string_view executablePath) {
-    if (executablePath.empty())
+Result XdgAutostart::enable() {
+    if (executablePath_.empty())
         return Result{false, "The path of the Zettly program is not known."};
+    if (dir_.empty())
+        return Result{false, "There is no home folder to keep the login entry in."};
     std::error_code ec;
-    if (!files::createPrivateDirectories(dir, ec))
-        return failure("Could not create the folder", dir, ec);
-    const fs::path file = entryPath(dir);
-    if (!files::writeAtomically(file, desktopEntry(executablePath), ec))
+    if (!files::createPrivateDirectories(dir_, ec))
+        return failure("Could not create the folder", dir_, ec);
+    const fs::path file = entryPath();
+    if (!files::writeAtomically(file, desktopEntry(executablePath_), ec))
         return failure("Could not write", file, ec);
     return {};
 }
 
-Result disable(const fs::path& dir) {
-    const fs::path file = entryPath(dir);
+Result XdgAutostart::disable() {
+    if (dir_.empty())
+        return {};
+    const fs::path file = entryPath();
     std::error_code ec;
     fs::remove(file, ec);
     if (ec)
@@ -133,4 +149,4 @@ Result disable(const fs::path& dir) {
     return {};
 }
 
-}  // namespace zettly::autostart
+}  // namespace zettly

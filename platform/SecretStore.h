@@ -11,18 +11,13 @@ namespace zettly {
 class Log;
 
 // Where the sync server's password, the passphrase and the key derived from
-// it are kept: the desktop's Secret Service (GNOME Keyring, KWallet) when the
-// session bus offers one, else a file readable only by the user beside the
-// preferences. Secrets are strings; keys are addressed by name, e.g.
-// "password https://couch.example.org/zettly ann".
+// it are kept: a desktop keyring where the session has one, else a file
+// readable only by the user beside the preferences. Secrets are strings;
+// they are addressed by name, e.g. "password https://couch.example.org/zettly ann".
+// Safe to use from any thread.
 class SecretStore {
 public:
     virtual ~SecretStore() = default;
-
-    // Logs one line saying which of the two it chose.
-    static std::unique_ptr<SecretStore> open(const std::filesystem::path& fallbackFile, Log& log);
-    // The file only (tests, machines without a desktop keyring).
-    static std::unique_ptr<SecretStore> file(const std::filesystem::path& path);
 
     virtual std::optional<std::string> read(std::string_view name) = 0;
     // False when it could not be stored; the caller tells the user.
@@ -31,6 +26,10 @@ public:
     // "Secret Service" or the file's path, for the log and the Sync tab.
     virtual std::string where() const = 0;
 };
+
+// The private JSON file (mode 0600). A damaged file is moved aside with one
+// log line, and one that cannot be read is never written over.
+std::unique_ptr<SecretStore> fileSecretStore(const std::filesystem::path& path, Log& log);
 
 // The environment wins for unattended use: ZETTLY_SYNC_PASSWORD and
 // ZETTLY_SYNC_PASSPHRASE, when set, stand for the stored password and
