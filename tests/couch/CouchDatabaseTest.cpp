@@ -321,6 +321,20 @@ TEST_F(CouchDatabaseTest, AnotherDevicesSaveWakesThePushHandler) {
     }
     ASSERT_GT(pushes.load(), 0);
     EXPECT_EQ(subscription, "clipboard-zone");
+
+    // Its own saves and deletions do not wake it: the revisions the records
+    // code writes are the ones the long-poll skips.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const int settled = pushes;
+    saved(b->privateDatabase(), item("own", "x"));
+    EXPECT_TRUE(deletion(b->privateDatabase(), "own"));
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_EQ(pushes.load(), settled);
+    saved(a->privateDatabase(), item("later", "x"));
+    for (int i = 0; pushes == settled && i < 100; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_GT(pushes.load(), settled);  // the poll was listening all along
+
     b->setPushHandler({});  // returns once the poll has ended, long before its timeout
 }
 
