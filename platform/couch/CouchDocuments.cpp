@@ -19,20 +19,6 @@ std::string attachmentType(std::string_view recordType) {
     return std::string(recordType) + "/" + std::string(dataField);
 }
 
-const Json* member(const Json& object, std::string_view key) {
-    if (!object.is_object())
-        return nullptr;
-    auto found = object.find(key);
-    return found == object.end() ? nullptr : &*found;
-}
-
-std::optional<std::string> stringMember(const Json& object, std::string_view key) {
-    const Json* value = member(object, key);
-    if (!value || !value->is_string())
-        return std::nullopt;
-    return value->get<std::string>();
-}
-
 bool wanted(const CloudDesiredKeys& keys, std::string_view key) {
     return !keys || std::find(keys->begin(), keys->end(), key) != keys->end();
 }
@@ -73,6 +59,20 @@ std::optional<CloudValue> plainValue(const Json& value) {
 }
 
 }  // namespace
+
+const Json* member(const Json& object, std::string_view key) {
+    if (!object.is_object())
+        return nullptr;
+    auto found = object.find(key);
+    return found == object.end() ? nullptr : &*found;
+}
+
+std::optional<std::string> stringMember(const Json& object, std::string_view key) {
+    const Json* value = member(object, key);
+    if (!value || !value->is_string())
+        return std::nullopt;
+    return value->get<std::string>();
+}
 
 bool isRecordName(std::string_view name) {
     return !name.empty() && name.front() != '_' && name != markerID;

@@ -27,6 +27,12 @@ namespace zettly::couch {
 
 using Json = nlohmann::json;
 
+// A member of a JSON object, or none (also when `object` is not one); and
+// the same for a member that must be a string. Answers from the server are
+// read with these rather than with json's throwing accessors.
+const Json* member(const Json& object, std::string_view key);
+std::optional<std::string> stringMember(const Json& object, std::string_view key);
+
 // The zone's marker: not a record, left out of every feed.
 inline constexpr std::string_view markerID = "zettly-marker";
 inline constexpr int markerFormat = 1;
