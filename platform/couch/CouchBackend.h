@@ -1,0 +1,168 @@
+#pragma once
+
+// What the files behind CouchContainer share: the backend that holds the
+// connection, the key and the push long-poll, and the helpers that read the
+// server's answers. Only files in platform/couch include it.
+
+#include <atomic>
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "platform/CloudDatabase.h"
+#include "platform/couch/CouchContainer.h"
+#include "platform/couch/CouchDocuments.h"
+#include "platform/couch/CouchHttp.h"
+#include "platform/couch/SyncCrypto.h"
+
+namespace zettly::couch {
+
+using synccrypto::MasterKey;
+
+// The most changes one _changes request asks for, by the engine and by the
+// long-poll alike.
+inline constexpr std::size_t changesPage = 200;
+// Saves that overwrite (and deletions) fetch the current revision first;
+// another device saving in between costs another round.
+inline constexpr int writeRounds = 3;
+
+// None when the body is not JSON.
+std::optional<Json> parse(const std::string& body);
+// CouchDB's own words for a refusal, for the log.
+std::string reasonOf(const HttpResponse& response);
+CloudError requestFailure(const HttpResponse& response, const std::string& what);
+CloudError unexpectedAnswer(const std::string& what);
+// A _changes sequence as the server wants it back in `since`.
+std::string sequenceText(const Json& sequence);
+
+using PushHandler = std::function<void(const std::string&)>;
+
+struct PushRun {
+    std::atomic<bool> stop{false};
+};
+
+struct Marker {
+    Json document;  // as stored, so that a new epoch keeps the rest
+    std::string epoch;
+    synccrypto::Bytes salt;
+    synccrypto::Bytes keyCheck;
+    synccrypto::KdfStrength kdf = synccrypto::KdfStrength::moderate;
+};
+
+struct Zone {
+    Marker marker;
+    MasterKey key;
+};
+
+// The container and its database in one, so that they share the session,
+// the key and the record of this device's own revisions.
+class Backend {
+public:
+    Backend(CouchSettings settings, Log& log);
+    ~Backend();  // ends the push long-poll and waits for it
+
+    // --- the container's calls ------------------------------------------------
+
+    CloudResult<CloudAccountStatus> accountStatus();
+    CloudResult<std::string> userRecordName();
+    CouchContainer::ConnectionReport testConnection();
+    void setPushHandler(PushHandler handler);
+
+    // --- the database's calls -------------------------------------------------
+
+    CloudResult<> saveZones(const std::vector<std::string>& zoneNames);
+    CloudResult<> deleteZones(const std::vector<std::string>& zoneNames);
+    CloudResult<> saveSubscription(const CloudSubscription& subscription);
+    CloudResult<std::vector<CloudPerRecord<CloudRecord>>> fetchRecords(
+        const std::vector<CloudRecordID>& ids, const CloudDesiredKeys& desiredKeys);
+    CloudResult<CloudModifyResults> modifyRecords(const std::vector<CloudRecord>& saves,
+                                                  const std::vector<CloudRecordID>& deletes,
+                                                  CloudSavePolicy policy, bool atomic);
+    CloudResult<CloudZoneChanges> zoneChanges(const std::string& zoneName, const CloudBytes& since,
+                                              const CloudDesiredKeys& desiredKeys,
+                                              std::size_t resultsLimit);
+
+private:
+    // --- the session and requests (CouchSession.cpp) ---------------------------
+
+    bool configured() const;
+    CloudResult<> usable() const;
+    HttpResponse send(std::string_view method, const std::string& url,
+                      const std::string& body = {});
+    // The answer's JSON when the request succeeded.
+    CloudResult<Json> call(std::string_view method, const std::string& url, const std::string& body,
+                           const std::string& what);
+
+    // --- the marker and the key (CouchMarker.cpp) ------------------------------
+
+    std::string markerUrl() const;
+    // None when the database or its marker does not exist yet.
+    CloudResult<std::optional<Marker>> readMarker();
+    CloudResult<MasterKey> keyFor(const Marker& marker);
+    CloudResult<Zone> openZone();
+    CloudResult<> createDatabase();
+    // True when this call created the marker, false when another device
+    // was faster.
+    CloudResult<bool> createMarker();
+
+    // --- records (CouchRecords.cpp) --------------------------------------------
+
+    static bool wantsData(const CloudDesiredKeys& keys);
+    // Deletes every record, in pages; the marker and design documents stay.
+    CloudResult<> wipeDocuments();
+    // The live documents of these names (deleted and missing ones left out).
+    CloudResult<std::map<std::string, Json>> liveDocuments(const std::vector<std::string>& names,
+                                                           bool withData);
+    CloudResult<CloudRecord> open(const MasterKey& key, const Json& document,
+                                  const CloudRecordID& id, const CloudDesiredKeys& desiredKeys);
+    void reportUnreadable(const Json& document, const std::string& problem);
+
+    // --- pushes (CouchPush.cpp) ------------------------------------------------
+
+    void pushLoop(PushRun& run);
+    // Revisions this device wrote, so that the long-poll does not wake the
+    // engine for its own saves.
+    void noteOwn(const std::string& rev);
+    bool isOwn(const std::string& rev);
+
+    CouchSettings settings_;
+    Log& log_;
+    std::string databaseUrl_;  // without a trailing slash; empty when unusable
+    std::string serverUrl_;
+
+    std::mutex httpMutex_;
+    HttpClient http_;
+
+    std::mutex keyMutex_;
+    std::optional<MasterKey> key_;
+    synccrypto::Bytes keySalt_;
+    synccrypto::Bytes rejectedSalt_;
+    synccrypto::Bytes rejectedCheck_;
+
+    std::mutex reportedMutex_;
+    std::set<std::string> reported_;
+
+    std::mutex ownMutex_;
+    std::set<std::string> ownRevisions_;
+    std::deque<std::string> ownOrder_;
+
+    std::mutex pushMutex_;
+    std::condition_variable pushWake_;
+    std::shared_ptr<const PushHandler> pushHandler_;
+    std::thread pushThread_;
+    // Each long-poll has its own flag, so that one being stopped (and
+    // waited for) is never started again by a handler set meanwhile.
+    std::shared_ptr<PushRun> pushRun_;
+};
+
+}  // namespace zettly::couch

@@ -1,0 +1,107 @@
+// Signing in and talking to the server: the one shared HTTP connection, and
+// what its answers mean as cloud errors.
+#include <utility>
+
+#include "platform/couch/CouchBackend.h"
+
+namespace zettly::couch {
+
+std::optional<Json> parse(const std::string& body) {
+    Json json = Json::parse(body, nullptr, false);
+    if (json.is_discarded())
+        return std::nullopt;
+    return json;
+}
+
+std::string reasonOf(const HttpResponse& response) {
+    auto json = parse(response.body);
+    if (!json)
+        return "HTTP " + std::to_string(response.status);
+    std::string reason =
+        stringMember(*json, "error").value_or("HTTP " + std::to_string(response.status));
+    if (auto detail = stringMember(*json, "reason"); detail && !detail->empty())
+        reason += ": " + *detail;
+    return reason;
+}
+
+CloudError requestFailure(const HttpResponse& response, const std::string& what) {
+    if (!response.answered())
+        return CloudError(CloudErrorCode::networkFailure, what + ": " + response.transportError);
+    const std::string reason = what + ": " + reasonOf(response);
+    const long status = response.status;
+    if (status == 401 || status == 403)
+        return CloudError(CloudErrorCode::notAuthenticated, reason);
+    if (status == 404)
+        return CloudError(CloudErrorCode::zoneNotFound, reason);
+    if (status == 413)
+        return CloudError(CloudErrorCode::limitExceeded, reason);
+    if (status == 429)
+        return CloudError(CloudErrorCode::requestRateLimited, reason);
+    if (status >= 500)
+        return CloudError(CloudErrorCode::serviceUnavailable, reason);
+    return CloudError(CloudErrorCode::serverRejectedRequest, reason);
+}
+
+CloudError unexpectedAnswer(const std::string& what) {
+    return CloudError(CloudErrorCode::serverRejectedRequest,
+                      what + ": the server's answer is not what CouchDB sends");
+}
+
+Backend::Backend(CouchSettings settings, Log& log)
+    : settings_(std::move(settings)), log_(log), http_(settings_.user, settings_.password) {
+    if (!couchUrlProblem(settings_.databaseUrl)) {
+        std::string url = settings_.databaseUrl;
+        while (url.ends_with('/'))
+            url.pop_back();
+        databaseUrl_ = url;
+        serverUrl_ = url.substr(0, url.rfind('/'));
+    }
+}
+
+bool Backend::configured() const {
+    return !settings_.databaseUrl.empty() && !settings_.user.empty() &&
+           !settings_.passphrase.empty();
+}
+
+CloudResult<> Backend::usable() const {
+    if (!configured())
+        return CloudError(CloudErrorCode::notAuthenticated, "No sync server is set up");
+    if (databaseUrl_.empty())
+        return CloudError(
+            CloudErrorCode::invalidArguments,
+            describe(
+                couchUrlProblem(settings_.databaseUrl).value_or(CouchUrlProblem::notAnAddress)));
+    return {};
+}
+
+HttpResponse Backend::send(std::string_view method, const std::string& url,
+                           const std::string& body) {
+    std::lock_guard lock(httpMutex_);
+    return http_.send(method, url, body, settings_.requestTimeoutSeconds);
+}
+
+CloudResult<Json> Backend::call(std::string_view method, const std::string& url,
+                                const std::string& body, const std::string& what) {
+    auto response = send(method, url, body);
+    if (!response.success())
+        return requestFailure(response, what);
+    auto json = parse(response.body);
+    if (!json)
+        return unexpectedAnswer(what);
+    return std::move(*json);
+}
+
+CloudResult<std::string> Backend::userRecordName() {
+    if (auto ready = usable(); !ready)
+        return ready.error();
+    auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in");
+    if (!session)
+        return session.error();
+    // pouchdb-server without admins ("admin party") signs nobody in.
+    const Json* context = member(session.value(), "userCtx");
+    if (auto name = context ? stringMember(*context, "name") : std::nullopt; name && !name->empty())
+        return *name;
+    return settings_.user;
+}
+
+}  // namespace zettly::couch
