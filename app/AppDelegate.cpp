@@ -15,11 +15,11 @@
 #include "platform/Log.h"
 #include "platform/linux/QtGeometry.h"
 #include "platform/linux/SecretServiceStore.h"
-#include "popup/ui/Texts.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "sync/SyncPace.h"
+#include "ui/Texts.h"
 
 namespace zettly {
 
@@ -73,7 +73,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     monitor_->onSkipConsumed = [this] { updateIcon(); };
     monitor_->start();
 
-    window_ = std::make_unique<PopupWindow>(&layout_);
+    window_ = std::make_unique<PopupWindow>(&layout_, &windowHints_);
     popup_ = std::make_unique<PopupController>(
         PopupController::Dependencies{*window_, desktop_, mainQueue_, texts_, images_, *monitor_,
                                       defaults_, std::string(AppIdentifier)},

@@ -16,6 +16,7 @@
 #include "platform/linux/X11Desktop.h"
 #include "platform/linux/X11HotKey.h"
 #include "platform/linux/X11Pasteboard.h"
+#include "platform/linux/X11WindowHints.h"
 #include "platform/linux/X11Workspace.h"
 #include "platform/linux/XcbConnection.h"
 #include "platform/linux/XkbKeyboardLayout.h"
@@ -79,6 +80,7 @@ private:
     X11Workspace workspace_;
     X11Desktop desktop_;
     XkbKeyboardLayout layout_;
+    X11WindowHints windowHints_;
     std::unique_ptr<PasteboardMonitor> monitor_;
     std::unique_ptr<PopupWindow> window_;
     std::unique_ptr<PopupController> popup_;

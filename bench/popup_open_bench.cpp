@@ -61,7 +61,6 @@
 #include "popup/PopupModel.h"
 #include "popup/ui/HistoryList.h"
 #include "popup/ui/PopupWindow.h"
-#include "popup/ui/Texts.h"
 #include "store/ChipOrder.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
@@ -69,6 +68,7 @@
 #include "store/PrefKeys.h"
 #include "store/StoreContext.h"
 #include "tests/fakes/TestImages.h"
+#include "ui/Texts.h"
 
 namespace fs = std::filesystem;
 using namespace zettly;

@@ -20,14 +20,14 @@
 
 #include "platform/Defaults.h"
 #include "platform/Unicode.h"
-#include "popup/ui/Dialogs.h"
-#include "popup/ui/Look.h"
-#include "popup/ui/Texts.h"
 #include "settings/PageParts.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "ui/Dialogs.h"
+#include "ui/Look.h"
+#include "ui/Texts.h"
 
 namespace zettly {
 namespace {

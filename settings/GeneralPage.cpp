@@ -14,12 +14,12 @@
 
 #include "platform/Autostart.h"
 #include "platform/Defaults.h"
-#include "popup/ui/Look.h"
 #include "settings/PageParts.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
 #include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

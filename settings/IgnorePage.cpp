@@ -20,10 +20,10 @@
 
 #include "capture/PasteboardMonitor.h"
 #include "platform/Defaults.h"
-#include "popup/ui/Look.h"
 #include "settings/PageParts.h"
 #include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <QLabel>
 
-#include "popup/ui/Look.h"
+#include "ui/Look.h"
 
 namespace zettly::pageparts {
 

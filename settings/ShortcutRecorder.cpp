@@ -7,9 +7,9 @@
 #include <array>
 #include <utility>
 
-#include "popup/ui/KeyEvents.h"
 #include "settings/SettingsContext.h"
 #include "store/ClipPrefs.h"
+#include "ui/KeyEvents.h"
 
 namespace zettly {
 namespace {

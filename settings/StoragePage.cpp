@@ -12,13 +12,13 @@
 #include <vector>
 
 #include "platform/Defaults.h"
-#include "popup/ui/Dialogs.h"
-#include "popup/ui/Texts.h"
 #include "settings/SettingsContext.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "ui/Dialogs.h"
+#include "ui/Texts.h"
 
 namespace zettly {
 namespace {

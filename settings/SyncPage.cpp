@@ -13,13 +13,13 @@
 #include <cmath>
 
 #include "platform/Defaults.h"
-#include "popup/ui/Dialogs.h"
-#include "popup/ui/Look.h"
-#include "popup/ui/Texts.h"
 #include "settings/PageParts.h"
 #include "settings/SyncServerBox.h"
 #include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
+#include "ui/Dialogs.h"
+#include "ui/Look.h"
+#include "ui/Texts.h"
 
 namespace zettly {
 namespace {

@@ -9,9 +9,9 @@
 #include <QVBoxLayout>
 
 #include "platform/Defaults.h"
-#include "popup/ui/Look.h"
 #include "settings/PageParts.h"
 #include "store/PrefKeys.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

@@ -12,6 +12,7 @@
 #include <QWheelEvent>
 
 #include "popup/PopupController.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

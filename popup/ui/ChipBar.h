@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "popup/PopupModel.h"
-#include "popup/ui/Look.h"
+#include "popup/ui/Panel.h"
 
 class QToolButton;
 

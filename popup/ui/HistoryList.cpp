@@ -6,8 +6,8 @@
 #include <QScrollBar>
 
 #include "popup/TextSearch.h"
-#include "popup/ui/Look.h"
 #include "popup/ui/RowDelegate.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

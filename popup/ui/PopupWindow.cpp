@@ -16,10 +16,11 @@
 #include "platform/linux/QtGeometry.h"
 #include "popup/PopupController.h"
 #include "popup/ui/ChipBar.h"
-#include "popup/ui/Dialogs.h"
 #include "popup/ui/HistoryList.h"
-#include "popup/ui/KeyEvents.h"
 #include "popup/ui/PreviewPanel.h"
+#include "ui/Dialogs.h"
+#include "ui/KeyEvents.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {
@@ -81,9 +82,10 @@ QString qs(const std::string& s) {
 
 }  // namespace
 
-PopupWindow::PopupWindow(KeyboardLayout* layout)
-    : PanelWidget(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint, nullptr),
-      layout_(layout) {
+PopupWindow::PopupWindow(KeyboardLayout* layout, WindowHints* hints)
+    : PanelWidget(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint, nullptr, hints),
+      layout_(layout),
+      hints_(hints) {
     setObjectName(QStringLiteral("ZettlyHistory"));
     //: Title of the history window (shown by some window lists).
     setWindowTitle(tr("Zettly"));
@@ -371,7 +373,7 @@ void PopupWindow::mouseMoveEvent(QMouseEvent* event) {
 
 void PopupWindow::showPreview(const PopupModel::Entry& entry, const Rect& frame) {
     if (!preview_)
-        preview_ = new PreviewPanel(this);
+        preview_ = new PreviewPanel(this, hints_);
     preview_->showEntry(entry, qtgeometry::toQt(frame));
 }
 

@@ -8,7 +8,7 @@
 
 #include "platform/Keyboard.h"
 #include "popup/PopupView.h"
-#include "popup/ui/Look.h"
+#include "popup/ui/Panel.h"
 
 class QAbstractButton;
 class QAction;
@@ -33,7 +33,9 @@ class PreviewPanel;
 class PopupWindow : public PanelWidget, public PopupView {
     Q_OBJECT
 public:
-    explicit PopupWindow(KeyboardLayout* layout = nullptr);
+    // Without `layout` keys are named as on a US keyboard; without `hints`
+    // the window gets no desktop hints (tests).
+    explicit PopupWindow(KeyboardLayout* layout = nullptr, WindowHints* hints = nullptr);
     ~PopupWindow() override;
 
     // Binds the window to the controller and its model: once, right after the
@@ -90,6 +92,7 @@ private:
     PopupModel* model_ = nullptr;
     PopupController* controller_ = nullptr;
     KeyboardLayout* layout_;
+    WindowHints* hints_;
     BusyCounter busy_;
     QVBoxLayout* root_;
     QLineEdit* search_;

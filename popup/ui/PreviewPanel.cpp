@@ -5,6 +5,8 @@
 #include <QPlainTextEdit>
 #include <QVBoxLayout>
 
+#include "ui/Look.h"
+
 namespace zettly {
 namespace {
 
@@ -12,10 +14,10 @@ constexpr int margin = 12;
 
 }  // namespace
 
-PreviewPanel::PreviewPanel(QWidget* parent)
+PreviewPanel::PreviewPanel(QWidget* parent, WindowHints* hints)
     : PanelWidget(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                       Qt::WindowDoesNotAcceptFocus,
-                  parent) {
+                  parent, hints) {
     setAttribute(Qt::WA_ShowWithoutActivating);
     setObjectName(QStringLiteral("ZettlyPreview"));
     setFocusPolicy(Qt::NoFocus);

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "popup/PopupModel.h"
-#include "popup/ui/Look.h"
+#include "popup/ui/Panel.h"
 
 class QLabel;
 class QPlainTextEdit;
@@ -16,7 +16,7 @@ namespace zettly {
 // history window keeps it while the preview follows the selection.
 class PreviewPanel : public PanelWidget {
 public:
-    explicit PreviewPanel(QWidget* parent = nullptr);
+    explicit PreviewPanel(QWidget* parent = nullptr, WindowHints* hints = nullptr);
 
     void showEntry(const PopupModel::Entry& entry, const QRect& frame);
     // What it shows (for tests): the text, or the image's caption.

@@ -7,8 +7,8 @@
 #include <QPainterPath>
 #include <QTextLayout>
 
-#include "popup/ui/Look.h"
 #include "popup/ui/Thumbnails.h"
+#include "ui/Look.h"
 
 namespace zettly {
 namespace {

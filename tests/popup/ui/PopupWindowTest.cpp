@@ -14,14 +14,14 @@
 #include "popup/PopupController.h"
 #include "popup/ui/ChipBar.h"
 #include "popup/ui/HistoryList.h"
-#include "popup/ui/KeyEvents.h"
 #include "popup/ui/PopupWindow.h"
 #include "popup/ui/PreviewPanel.h"
-#include "popup/ui/Texts.h"
 #include "store/ClipPrefs.h"
 #include "tests/fakes/FakeDesktop.h"
 #include "tests/fakes/HistoryEnvironment.h"
 #include "tests/fakes/TestImages.h"
+#include "ui/KeyEvents.h"
+#include "ui/Texts.h"
 
 namespace zettly {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "popup/PopupController.h"
 #include "popup/PopupModel.h"
+#include "popup/PopupTexts.h"
 
 namespace zettly {
 

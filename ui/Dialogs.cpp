@@ -1,4 +1,4 @@
-#include "popup/ui/Dialogs.h"
+#include "ui/Dialogs.h"
 
 #include <QCoreApplication>
 #include <QDialog>
@@ -12,7 +12,7 @@
 #include <QShortcut>
 #include <QVBoxLayout>
 
-#include "popup/ui/Look.h"
+#include "ui/Look.h"
 
 namespace zettly::dialogs {
 namespace {

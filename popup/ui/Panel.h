@@ -1,37 +1,14 @@
 #pragma once
 
-#include <QColor>
-#include <QIcon>
 #include <QMenu>
 #include <QWidget>
 #include <functional>
 #include <utility>
 #include <vector>
 
-class QPainter;
-
 namespace zettly {
 
-// Colours and glyphs of the history window, derived from the system palette
-// so that light and dark themes both look right.
-namespace look {
-
-QColor selectionFill(const QPalette& palette);
-QColor hoverFill(const QPalette& palette);
-QColor matchFill(const QPalette& palette);
-QColor border(const QPalette& palette);
-QColor secondaryText(const QPalette& palette);
-QColor subtleFill(const QPalette& palette);
-QFont scaledFont(const QFont& font, double factor);
-
-enum class Glyph { text, link, number, image, search, pin, more, update, chevron, plus };
-void paintGlyph(QPainter& painter, Glyph glyph, const QRectF& rect, const QColor& colour);
-QIcon glyphIcon(Glyph glyph, const QColor& colour, int size = 16);
-// The desktop's icon when its theme has one, else the painted glyph, so a
-// bare window manager without an icon theme never shows an empty spot.
-QIcon themedIcon(const char* name, Glyph fallback, const QColor& colour);
-
-}  // namespace look
+class WindowHints;
 
 // Menus and drags of the window that are up. While one is, the window's
 // losing the keyboard is ours and must not close it.
@@ -73,7 +50,8 @@ private:
 // corners on a bare X server). Kept off the taskbar and on every desktop.
 class PanelWidget : public QWidget {
 public:
-    PanelWidget(Qt::WindowFlags flags, QWidget* parent);
+    // Without `hints` (tests), the panel is square and gets no desktop hints.
+    PanelWidget(Qt::WindowFlags flags, QWidget* parent, WindowHints* hints);
 
     static constexpr int radius = 10;
 
@@ -85,6 +63,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    WindowHints* hints_;
     bool rounded_ = false;
 };
 

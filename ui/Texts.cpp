@@ -1,4 +1,4 @@
-#include "popup/ui/Texts.h"
+#include "ui/Texts.h"
 
 #include <QCoreApplication>
 

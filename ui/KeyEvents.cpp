@@ -1,4 +1,4 @@
-#include "popup/ui/KeyEvents.h"
+#include "ui/KeyEvents.h"
 
 #include <array>
 #include <optional>

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QIcon>
+#include <QPalette>
+
+class QPainter;
+
+namespace zettly {
+
+// Colours and glyphs of the history window, derived from the system palette
+// so that light and dark themes both look right.
+namespace look {
+
+QColor selectionFill(const QPalette& palette);
+QColor hoverFill(const QPalette& palette);
+QColor matchFill(const QPalette& palette);
+QColor border(const QPalette& palette);
+QColor secondaryText(const QPalette& palette);
+QColor subtleFill(const QPalette& palette);
+QFont scaledFont(const QFont& font, double factor);
+
+enum class Glyph { text, link, number, image, search, pin, more, update, chevron, plus };
+void paintGlyph(QPainter& painter, Glyph glyph, const QRectF& rect, const QColor& colour);
+QIcon glyphIcon(Glyph glyph, const QColor& colour, int size = 16);
+// The desktop's icon when its theme has one, else the painted glyph, so a
+// bare window manager without an icon theme never shows an empty spot.
+QIcon themedIcon(const char* name, Glyph fallback, const QColor& colour);
+
+}  // namespace look
+
+}  // namespace zettly
