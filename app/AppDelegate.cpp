@@ -11,10 +11,13 @@
 #include <filesystem>
 
 #include "app/TrayIcons.h"
+#include "platform/AppFolders.h"
 #include "platform/Clock.h"
+#include "platform/Desktop.h"
+#include "platform/Keyboard.h"
 #include "platform/Log.h"
+#include "platform/Pasteboard.h"
 #include "platform/linux/QtGeometry.h"
-#include "platform/linux/SecretServiceStore.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -23,29 +26,27 @@
 
 namespace zettly {
 
-AppDelegate::AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults,
-                         ClipboardStore& texts, ImageClipStore& images)
-    : x11_(std::move(x11)),
+AppDelegate::AppDelegate(Platform& platform, Defaults& defaults, ClipboardStore& texts,
+                         ImageClipStore& images)
+    : platform_(platform),
       defaults_(defaults),
       texts_(texts),
       images_(images),
-      pasteboard_(*x11_),
-      workspace_(*x11_),
-      desktop_(*x11_, std::string(AppIdentifier)),
-      layout_(*x11_),
+      mainQueue_(platform.mainQueue()),
       updater_(ZETTLY_VERSION, defaults, mainQueue_, SystemClock::instance(),
                StderrLog::instance()) {}
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate() {
+    // A read waiting on an application that does not answer must not hold
+    // up the quit.
+    platform_.pasteboard().interruptReads();
+}
 
 void AppDelegate::applicationDidFinishLaunching() {
     // Until a server is set up in the settings, the backend has no account
     // and sync only reports that.
     backend_ = std::make_unique<SyncBackend>(
-        defaults_,
-        [file = folders_.configDirectory() / "secrets.json"] {
-            return openDesktopSecretStore(file, StderrLog::instance());
-        },
+        defaults_, [this] { return platform_.openSecretStore(StderrLog::instance()); },
         StderrLog::instance());
     sync_ = std::make_unique<ClipCloudSync>(
         ClipCloudSync::Dependencies{backend_.get(), texts_, images_, defaults_,
@@ -62,21 +63,21 @@ void AppDelegate::applicationDidFinishLaunching() {
     // asks for a sync once a burst of changes is over.
     texts_.didChangeLocally = [this] {
         mainQueue_.post([this] {
-            SyncPace::shared().fastUntil = SystemClock::instance().now() + SyncPace::fastWindow;
+            pace_.fastUntil = SystemClock::instance().now() + SyncPace::fastWindow;
             sync_->syncSoon("local", 1.5);
         });
     };
 
-    monitor_ = std::make_unique<PasteboardMonitor>(
-        PasteboardMonitor::Dependencies{pasteboard_, workspace_, mainQueue_, background_, texts_,
-                                        images_, defaults_, StderrLog::instance()});
+    monitor_ = std::make_unique<PasteboardMonitor>(PasteboardMonitor::Dependencies{
+        platform_.pasteboard(), platform_.workspace(), mainQueue_, clipboardReads_, background_,
+        texts_, images_, defaults_, SystemClock::instance(), StderrLog::instance()});
     monitor_->onSkipConsumed = [this] { updateIcon(); };
     monitor_->start();
 
-    window_ = std::make_unique<PopupWindow>(&layout_, &windowHints_);
+    window_ = std::make_unique<PopupWindow>(&platform_.keyboardLayout(), &platform_.windowHints());
     popup_ = std::make_unique<PopupController>(
-        PopupController::Dependencies{*window_, desktop_, mainQueue_, texts_, images_, *monitor_,
-                                      defaults_, std::string(AppIdentifier)},
+        PopupController::Dependencies{*window_, platform_.desktop(), mainQueue_, texts_, images_,
+                                      *monitor_, defaults_, pace_, std::string(AppIdentifier)},
         &chipTitle);
     popup_->texts = translatedPopupTexts();
     popup_->onQuit = [] { QCoreApplication::quit(); };
@@ -91,21 +92,17 @@ void AppDelegate::applicationDidFinishLaunching() {
         if (settings_)
             settings_->cloudDidChange();
     };
-    registerHotKey();
-
     buildTrayMenu();
     connect(&tray_, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason r) {
         if (r == QSystemTrayIcon::Trigger)
             statusClicked(QGuiApplication::queryKeyboardModifiers());
     });
+    // The desktop's answer about the shortcut shows in the tray's tooltip.
+    registerHotKey();
     updateIcon();
     tray_.show();
 
-    pollTimer_ =
-        mainQueue_.repeating(SyncCadence::tickInterval, SyncCadence::tickTolerance, [this] {
-            if (cadence_.due(SyncPace::shared(), SystemClock::instance().now()))
-                sync_->syncInBackground("timer");
-        });
+    updateSyncCadence();
     // The server named in the settings, set up on the sync thread ahead of
     // the launch sync that the same serial thread runs next.
     syncExecutor_.run([this] { backend_->reconfigure(); });
@@ -178,23 +175,19 @@ void AppDelegate::showUpdateResult(const UpdateCheckResult& result) {
 
 SettingsContext AppDelegate::settingsContext() {
     SettingsContext context{.defaults = defaults_, .texts = texts_, .images = images_};
-    context.layout = &layout_;
+    context.layout = &platform_.keyboardLayout();
     context.hotKeyChanged = [this] { registerHotKey(); };
-    context.pasteSupport = [this] {
-        // Under XWayland our synthetic keys reach only other X11 windows.
-        if (qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland") ||
-            qEnvironmentVariableIsSet("WAYLAND_DISPLAY"))
-            return PasteSupport::wayland;
-        return desktop_.canSendKeys() ? PasteSupport::available : PasteSupport::noXTest;
-    };
+    context.hotKeyState = [this] { return hotKeyState_; };
+    context.limitations = [this] { return platform_.limitations(); };
     context.runningApps = [this] {
-        std::vector<RunningApp> apps;
-        for (auto& window : X11Workspace::clientWindows(*x11_))
-            if (window.appId != AppIdentifier)
-                apps.push_back({std::move(window.appId), std::move(window.title)});
+        std::vector<RunningApp> apps = platform_.workspace().runningApplications();
+        std::erase_if(apps, [](const RunningApp& app) { return app.appId == AppIdentifier; });
         return apps;
     };
-    context.syncSettingsChanged = [this] { sync_->syncSoon("settings", 0.5); };
+    context.syncSettingsChanged = [this] {
+        updateSyncCadence();
+        sync_->syncSoon("settings", 0.5);
+    };
     auto secret = [](SyncSecret which) {
         return which == SyncSecret::password ? SyncBackend::Secret::password
                                              : SyncBackend::Secret::passphrase;
@@ -239,7 +232,7 @@ SettingsContext AppDelegate::settingsContext() {
         context.setAutomaticUpdateChecks = [this](bool on) { updater_.setAutomaticallyChecks(on); };
         context.checkForUpdates = [this] { updater_.checkForUpdates(); };
     }
-    context.autostart = &autostart_;
+    context.autostart = &platform_.autostart();
     return context;
 }
 
@@ -305,14 +298,35 @@ std::optional<popupgeometry::Anchor> AppDelegate::trayAnchor() const {
 }
 
 void AppDelegate::registerHotKey() {
-    // Made before the old one goes, so an unchanged shortcut never lapses.
-    hotKey_ = std::make_unique<X11HotKey>(
+    hotKeyState_ = HotKeyState{};
+    platform_.hotKey().bind(
         ClipPrefs(defaults_).hotKey(),
         [this] {
             if (popup_)
                 popup_->toggle();
         },
-        layout_, StderrLog::instance());
+        [this](const HotKeyState& state) {
+            hotKeyState_ = state;
+            updateIcon();
+            if (settings_)
+                settings_->sessionChanged();
+        });
+}
+
+void AppDelegate::updateSyncCadence() {
+    // With sync switched off a tick would find nothing to do: the idle app
+    // then does not wake at all.
+    if (!ClipPrefs(defaults_).clipboardCloudSync()) {
+        pollTimer_.reset();
+        return;
+    }
+    if (pollTimer_)
+        return;
+    pollTimer_ =
+        mainQueue_.repeating(SyncCadence::tickInterval, SyncCadence::tickTolerance, [this] {
+            if (cadence_.due(pace_, SystemClock::instance().now()))
+                sync_->syncInBackground("timer");
+        });
 }
 
 void AppDelegate::updateIcon() {
@@ -323,15 +337,21 @@ void AppDelegate::updateIcon() {
                            : skip ? TrayState::skipNext
                                   : TrayState::normal,
                            update && !paused));
+    QString tip;
     if (paused)
         //: Tooltip of the tray icon while saving is paused.
-        tray_.setToolTip(tr("Zettly is paused. Alt-click to resume."));
+        tip = tr("Zettly is paused. Alt-click to resume.");
     else if (update)
         //: Tooltip of the tray icon when a new version was found. %1 is the version number,
         //: e.g. 1.0.2.
-        tray_.setToolTip(tr("Zettly %1 is available.").arg(QString::fromStdString(*update)));
+        tip = tr("Zettly %1 is available.").arg(QString::fromStdString(*update));
     else
-        tray_.setToolTip(QStringLiteral("Zettly"));
+        tip = QStringLiteral("Zettly");
+    // What does not work here stays in view until the session changes.
+    const QStringList limits = limitationLines();
+    if (!limits.isEmpty())
+        tip += QLatin1Char('\n') + limits.join(QLatin1Char('\n'));
+    tray_.setToolTip(tip);
     if (paused)
         //: Tray menu item that resumes saving copies.
         pauseAction_->setText(tr("Resume Capture"));
@@ -345,6 +365,55 @@ void AppDelegate::secondLaunch() {
     // Starting Zettly again (from the launcher) is a way to reach the history.
     if (popup_ && !popup_->isOpen())
         popup_->open();
+}
+
+void AppDelegate::toggleRequested() {
+    if (popup_)
+        popup_->toggle();
+}
+
+QStringList AppDelegate::limitationLines() const {
+    QStringList lines;
+    if (hotKeyState_.kind == HotKeyState::Kind::taken)
+        //: Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.
+        lines << tr("%1 is used by another application; choose another shortcut in Settings.")
+                     .arg(QString::fromStdString(
+                         ClipPrefs(defaults_).hotKey().display(platform_.keyboardLayout())));
+    for (Limitation limitation : platform_.limitations()) {
+        switch (limitation) {
+            case Limitation::noGlobalShortcut:
+                //: Tray tooltip line in a session where Zettly cannot have a shortcut of its own.
+                //: Keep the command as it is.
+                lines << tr(
+                    "No shortcut: bind \u201czettly --toggle\u201d in your desktop's "
+                    "keyboard settings.");
+                break;
+            case Limitation::noPaste:
+                //: Tray tooltip line in a session where Zettly cannot type into other apps.
+                lines << tr("Picked items are only copied, not pasted.");
+                break;
+            case Limitation::noXTest:
+                //: Tray tooltip line when the X server lacks the XTEST extension; keep "XTEST".
+                lines << tr("No pasting: the X server lacks XTEST.");
+                break;
+            case Limitation::captureOnlyWhileFocused:
+                //: Tray tooltip line in a session where Zettly sees the clipboard only while one
+                //: of its windows is active.
+                lines << tr("Copies are saved only while a Zettly window is active.");
+                break;
+            case Limitation::noFrontmostApp:
+                //: Tray tooltip line in a session where Zettly cannot tell which app is in front.
+                lines << tr("Ignored applications cannot be recognised.");
+                break;
+            case Limitation::noWindowActivation:
+                break;  // said by the lines above: picking only copies
+            case Limitation::x11ApplicationsOnly:
+                //: Tray tooltip line when Zettly runs through XWayland in a Wayland session.
+                lines << tr("Through XWayland: works with X11 applications only.");
+                break;
+        }
+    }
+    return lines;
 }
 
 void AppDelegate::applicationWillTerminate() {

@@ -8,18 +8,10 @@
 
 #include "app/SyncBackend.h"
 #include "capture/PasteboardMonitor.h"
-#include "platform/AppFolders.h"
-#include "platform/Autostart.h"
+#include "platform/GlobalHotKey.h"
+#include "platform/Platform.h"
 #include "platform/SerialExecutor.h"
 #include "platform/linux/AppcastUpdater.h"
-#include "platform/linux/QtMainQueue.h"
-#include "platform/linux/X11Desktop.h"
-#include "platform/linux/X11HotKey.h"
-#include "platform/linux/X11Pasteboard.h"
-#include "platform/linux/X11WindowHints.h"
-#include "platform/linux/X11Workspace.h"
-#include "platform/linux/XcbConnection.h"
-#include "platform/linux/XkbKeyboardLayout.h"
 #include "popup/PopupController.h"
 #include "popup/ui/PopupWindow.h"
 #include "settings/SettingsWindow.h"
@@ -32,20 +24,24 @@ class ClipboardStore;
 class Defaults;
 class ImageClipStore;
 
-// Wires the parts together at launch, owns the tray icon (normal, paused,
-// skip-next) and its clicks, the history window and the global hot key, and
+// Wires the parts together at launch from the session's platform services,
+// owns the tray icon (normal, paused, skip-next) and its clicks, the history
+// window and the global hot key, says what the session cannot do, and
 // clears the history on quit when asked to.
 class AppDelegate final : public QObject {
     Q_OBJECT
 public:
-    AppDelegate(std::unique_ptr<XcbConnection> x11, Defaults& defaults, ClipboardStore& texts,
+    AppDelegate(Platform& platform, Defaults& defaults, ClipboardStore& texts,
                 ImageClipStore& images);
     ~AppDelegate() override;
 
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
-    // The user started Zettly again while it runs.
+    // The user started Zettly again while it runs: the history window opens.
     void secondLaunch();
+    // `zettly --toggle`, bound to a key in the desktop's own settings where
+    // Zettly cannot hold a shortcut itself.
+    void toggleRequested();
 
     // A left click on the tray icon, with the modifiers held at the time.
     void statusClicked(Qt::KeyboardModifiers modifiers);
@@ -63,28 +59,29 @@ public:
 
 private:
     void buildTrayMenu();
+    // The sync cadence timer runs while sync is switched on.
+    void updateSyncCadence();
     SettingsContext settingsContext();
     void showUpdateResult(const UpdateCheckResult& result);
+    // What the session cannot do, in the user's words: one line each.
+    QStringList limitationLines() const;
     // Under the tray icon when the panel tells where it is.
     std::optional<popupgeometry::Anchor> trayAnchor() const;
 
-    std::unique_ptr<XcbConnection> x11_;
-    XdgAppFolders folders_;
-    XdgAutostart autostart_ = XdgAutostart::forThisProcess();
+    Platform& platform_;
     Defaults& defaults_;
     ClipboardStore& texts_;
     ImageClipStore& images_;
-    QtMainQueue mainQueue_;
+    MainQueue& mainQueue_;
+    SyncPace pace_;
     SerialExecutor background_;
-    X11Pasteboard pasteboard_;
-    X11Workspace workspace_;
-    X11Desktop desktop_;
-    XkbKeyboardLayout layout_;
-    X11WindowHints windowHints_;
     std::unique_ptr<PasteboardMonitor> monitor_;
+    // After the monitor: it goes first, finishing the read under way while
+    // the monitor's stores still exist.
+    SerialExecutor clipboardReads_;
     std::unique_ptr<PopupWindow> window_;
     std::unique_ptr<PopupController> popup_;
-    std::unique_ptr<X11HotKey> hotKey_;
+    HotKeyState hotKeyState_;
     std::unique_ptr<SyncBackend> backend_;
     std::unique_ptr<ClipCloudSync> sync_;
     std::unique_ptr<SettingsWindow> settings_;

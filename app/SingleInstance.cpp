@@ -14,8 +14,11 @@ SingleInstance::SingleInstance(QObject* parent) : QObject(parent) {
     connect(&server_, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* socket = server_.nextPendingConnection()) {
             connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
-                if (socket->readAll().startsWith("activate"))
+                QByteArray message = socket->readAll();
+                if (message.startsWith("activate"))
                     emit activated();
+                else if (message.startsWith("toggle"))
+                    emit toggled();
                 socket->disconnectFromServer();
             });
             connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
@@ -52,13 +55,13 @@ bool SingleInstance::claim() {
     return server_.listen(socketPath());
 }
 
-bool SingleInstance::notifyRunning() {
+bool SingleInstance::notifyRunning(Request request) {
     // The running instance may still be starting; give it a moment to listen.
     for (int attempt = 0; attempt < 20; ++attempt) {
         QLocalSocket socket;
         socket.connectToServer(socketPath());
         if (socket.waitForConnected(250)) {
-            socket.write("activate\n");
+            socket.write(request == Request::toggle ? "toggle\n" : "activate\n");
             socket.waitForBytesWritten(250);
             socket.disconnectFromServer();
             return true;

@@ -17,13 +17,16 @@ public:
 
     // True when this process is the one instance (and now listens).
     bool claim();
-    // Tells the running instance that the user launched Zettly again.
-    bool notifyRunning();
+    // What a second launch asks of the running instance: to show itself (a
+    // launcher), or to open or close the history window (`zettly --toggle`).
+    enum class Request { activate, toggle };
+    bool notifyRunning(Request request);
 
     static QString socketPath();
 
 signals:
     void activated();
+    void toggled();
 
 private:
     int lockFd_ = -1;

@@ -5,7 +5,10 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <variant>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -16,9 +19,11 @@
 #include "app/SingleInstance.h"
 #include "i18n/Translations.h"
 #include "platform/AppFolders.h"
+#include "platform/Backends.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Log.h"
+#include "platform/Platform.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 
@@ -73,21 +78,80 @@ std::filesystem::path imageWorkerPath() {
     return installed;
 }
 
+struct Options {
+    std::optional<std::string> platform;  // --platform NAME
+    bool toggle = false;                  // --toggle
+    bool version = false;
+    bool help = false;
+    std::string error;
+};
+
+Options parseOptions(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        std::string_view arg = argv[i];
+        if (arg == "--version") {
+            options.version = true;
+        } else if (arg == "--help" || arg == "-h") {
+            options.help = true;
+        } else if (arg == "--toggle") {
+            options.toggle = true;
+        } else if (arg == "--platform" && i + 1 < argc) {
+            options.platform = argv[++i];
+        } else if (arg.starts_with("--platform=")) {
+            options.platform = std::string(arg.substr(std::string_view("--platform=").size()));
+        } else {
+            options.error = "unknown argument \"" + std::string(arg) + "\"";
+        }
+    }
+    return options;
+}
+
+void printUsage(std::FILE* to) {
+    std::string names;
+    for (std::string_view name : zettly::backendNames())
+        names += (names.empty() ? "" : ", ") + std::string(name);
+    std::fprintf(to,
+                 "usage: zettly [--toggle] [--platform NAME] [--version]\n"
+                 "  --toggle         open or close the history window of the running Zettly\n"
+                 "                   (bind it to a key where Zettly has no shortcut of its own)\n"
+                 "  --platform NAME  use this desktop backend instead of the one the session\n"
+                 "                   suggests: %s\n",
+                 names.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Two heap arenas are plenty for a tray app with one background worker;
-    // glibc's default (eight per core) keeps freed memory resident per thread.
+    // Two heap arenas are plenty for a tray app with a few background
+    // workers; glibc's default (eight per core) keeps freed memory resident
+    // per thread.
     mallopt(M_ARENA_MAX, 2);
-    // Answered before Qt starts, so it works without a display (packaging
+    // Answered before Qt starts, so they work without a display (packaging
     // checks, bug reports from a terminal).
-    if (argc == 2 && std::string_view(argv[1]) == "--version") {
+    const Options options = parseOptions(argc, argv);
+    if (!options.error.empty()) {
+        std::fprintf(stderr, "zettly: %s\n", options.error.c_str());
+        printUsage(stderr);
+        return 2;
+    }
+    if (options.help) {
+        printUsage(stdout);
+        return 0;
+    }
+    if (options.version) {
         std::printf("zettly %s\n", ZETTLY_VERSION);
         return 0;
     }
-    // Capture, the hot key and pasting speak X11; under Wayland that is XWayland.
-    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "xcb");
+    auto chosen = zettly::chooseBackend(options.platform, zettly::SessionEnvironment::current());
+    if (auto* why = std::get_if<std::string>(&chosen)) {
+        std::fprintf(stderr, "zettly: %s\n", why->c_str());
+        return 1;
+    }
+    const auto choice = std::get<zettly::BackendChoice>(chosen);
+    // The backend and Qt's windows must speak to the same display server.
+    qputenv("QT_QPA_PLATFORM", QByteArray::fromStdString(choice.qtPlatform));
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Zettly"));
     QApplication::setApplicationVersion(QStringLiteral(ZETTLY_VERSION));
@@ -100,31 +164,31 @@ int main(int argc, char** argv) {
 
     zettly::SingleInstance instance;
     if (!instance.claim()) {
-        if (instance.notifyRunning())
+        using Request = zettly::SingleInstance::Request;
+        if (instance.notifyRunning(options.toggle ? Request::toggle : Request::activate))
             return 0;
         std::fprintf(stderr, "[Zettly] another instance holds the lock but does not answer\n");
         return 1;
     }
 
-    auto x11 = zettly::XcbConnection::open();
-    if (!x11) {
-        std::fprintf(stderr, "[Zettly] cannot reach an X server (DISPLAY=%s)\n",
-                     qEnvironmentVariable("DISPLAY").toLocal8Bit().constData());
-        return 1;
-    }
-
-    zettly::XdgAppFolders folders;
-    zettly::Defaults defaults(folders.configDirectory() / "defaults.json",
+    auto platform = zettly::makePlatform(choice, zettly::StderrLog::instance());
+    std::fprintf(stderr, "[Zettly] desktop backend: %s\n", std::string(platform->name()).c_str());
+    zettly::Defaults defaults(platform->folders().configDirectory() / "defaults.json",
                               zettly::SystemClock::instance(), zettly::StderrLog::instance());
-    zettly::StoreContext stores{defaults, [&folders] { return folders.containerURL(); },
+    zettly::StoreContext stores{defaults,
+                                [&platform] { return platform->folders().containerURL(); },
                                 zettly::SystemClock::instance(), zettly::StderrLog::instance()};
     zettly::ImageWorkerClient imageWorker(imageWorkerPath());
     zettly::ClipboardStore texts(stores);
     zettly::ImageClipStore images(stores, imageWorker);
-    zettly::AppDelegate delegate(std::move(x11), defaults, texts, images);
+    zettly::AppDelegate delegate(*platform, defaults, texts, images);
     delegate.applicationDidFinishLaunching();
+    if (options.toggle)
+        delegate.toggleRequested();
     QObject::connect(&instance, &zettly::SingleInstance::activated, &delegate,
                      &zettly::AppDelegate::secondLaunch);
+    QObject::connect(&instance, &zettly::SingleInstance::toggled, &delegate,
+                     &zettly::AppDelegate::toggleRequested);
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
                      &zettly::AppDelegate::applicationWillTerminate);
     quitOnSignals();

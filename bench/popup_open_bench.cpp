@@ -1,7 +1,7 @@
 // How fast the history window opens from the global shortcut with a full
 // history: 500 texts and 15 screenshots. The program wires the window and its
-// controller the way the application does, presses Alt+V through XTEST on an
-// X connection of its own and times each opening:
+// controller the way the application does, over the X11 backend, presses
+// Alt+V through XTEST on an X connection of its own and times each opening:
 //
 //   t0  just before the key press goes to the X server
 //   t1  the shortcut's handler starts (X server, Qt's event thread and the
@@ -35,28 +35,22 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
 
 #include <unistd.h>
-#include <xcb/xcb.h>
-#include <xcb/xcb_keysyms.h>
-#include <xcb/xtest.h>
 
 #include "capture/PasteboardMonitor.h"
 #include "platform/AppFolders.h"
+#include "platform/Backends.h"
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
+#include "platform/GlobalHotKey.h"
 #include "platform/HotKeyCombo.h"
 #include "platform/Keyboard.h"
 #include "platform/Log.h"
+#include "platform/Platform.h"
 #include "platform/SerialExecutor.h"
-#include "platform/linux/QtMainQueue.h"
-#include "platform/linux/X11Desktop.h"
-#include "platform/linux/X11HotKey.h"
-#include "platform/linux/X11Pasteboard.h"
-#include "platform/linux/X11Workspace.h"
-#include "platform/linux/XcbConnection.h"
-#include "platform/linux/XkbKeyboardLayout.h"
 #include "popup/PopupController.h"
 #include "popup/PopupModel.h"
 #include "popup/ui/HistoryList.h"
@@ -67,7 +61,9 @@
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "store/StoreContext.h"
+#include "sync/SyncPace.h"
 #include "tests/fakes/TestImages.h"
+#include "tests/x11/SyntheticInput.h"
 #include "ui/Texts.h"
 
 namespace fs = std::filesystem;
@@ -363,7 +359,7 @@ protected:
                 checkQueued_ = false;
                 if (!then_ || !listPainted_)
                     return;
-                roundTrip();
+                test::SyntheticInput::qtRoundTrip();
                 auto then = std::move(then_);
                 then_ = nullptr;
                 then(nowMs());
@@ -373,65 +369,11 @@ protected:
     }
 
 private:
-    static void roundTrip() {
-        auto* x11 = qApp->nativeInterface<QNativeInterface::QX11Application>();
-        if (!x11 || !x11->connection())
-            return;
-        std::free(xcb_get_input_focus_reply(x11->connection(),
-                                            xcb_get_input_focus(x11->connection()), nullptr));
-    }
-
     QWidget& window_;
     QWidget& list_;
     std::function<void(double)> then_;
     bool listPainted_ = false;
     bool checkQueued_ = false;
-};
-
-// Presses the shortcut the way a keyboard does, through XTEST on a
-// connection of its own (not Qt's, whose grab receives the press).
-class KeyPresser {
-public:
-    explicit KeyPresser(std::unique_ptr<XcbConnection> x11) : x11_(std::move(x11)) {
-        if (!x11_)
-            throw std::runtime_error("no second connection to the X server");
-        xcb_connection_t* c = x11_->get();
-        const xcb_query_extension_reply_t* xtest = xcb_get_extension_data(c, &xcb_test_id);
-        if (!xtest || !xtest->present)
-            throw std::runtime_error("the X server has no XTEST extension");
-        // The left Alt key as the keymap has it; Alt_L is Mod1 on every
-        // common keymap, Xvfb's included.
-        constexpr xcb_keysym_t altL = 0xffe9;
-        xcb_key_symbols_t* symbols = xcb_key_symbols_alloc(c);
-        xcb_keycode_t* codes = symbols ? xcb_key_symbols_get_keycode(symbols, altL) : nullptr;
-        if (codes && codes[0] != XCB_NO_SYMBOL)
-            alt_ = codes[0];
-        std::free(codes);
-        if (symbols)
-            xcb_key_symbols_free(symbols);
-        if (!alt_)
-            throw std::runtime_error("the keymap has no Alt_L key");
-        auto v = evdevFromMacKeyCode(keycode::v);
-        if (!v)
-            throw std::runtime_error("no key code for V");
-        v_ = xcb_keycode_t(*v + 8);
-    }
-
-    // Alt down, V down, V up, Alt up, sent in one flush.
-    void pressAltV() {
-        xcb_connection_t* c = x11_->get();
-        for (auto [type, key] : {std::pair{XCB_KEY_PRESS, alt_},
-                                 {XCB_KEY_PRESS, v_},
-                                 {XCB_KEY_RELEASE, v_},
-                                 {XCB_KEY_RELEASE, alt_}})
-            xcb_test_fake_input(c, std::uint8_t(type), key, XCB_CURRENT_TIME, XCB_NONE, 0, 0, 0);
-        xcb_flush(c);
-    }
-
-private:
-    std::unique_ptr<XcbConnection> x11_;
-    xcb_keycode_t alt_ = 0;
-    xcb_keycode_t v_ = 0;
 };
 
 struct Opening {
@@ -445,7 +387,13 @@ struct Opening {
 }  // namespace
 
 int main(int argc, char** argv) {
-    qputenv("QT_QPA_PLATFORM", "xcb");
+    auto chosen = chooseBackend("x11", SessionEnvironment::current());
+    if (auto* why = std::get_if<std::string>(&chosen)) {
+        std::fprintf(stderr, "popup_open_bench: %s (run under xvfb-run)\n", why->c_str());
+        return 1;
+    }
+    qputenv("QT_QPA_PLATFORM",
+            QByteArray::fromStdString(std::get<BackendChoice>(chosen).qtPlatform));
     QApplication qtApp(argc, argv);
     try {
         Folder folder;
@@ -464,23 +412,20 @@ int main(int argc, char** argv) {
         StoreContext context = folder.context(defaults, SystemClock::instance());
         ClipboardStore texts(context);
         ImageClipStore images(context);
-        std::unique_ptr<XcbConnection> x11 = XcbConnection::open();
-        if (!x11)
-            throw std::runtime_error("no X server (run under xvfb-run)");
-        QtMainQueue mainQueue;
-        SerialExecutor background;
-        X11Pasteboard pasteboard(*x11);
-        X11Workspace workspace(*x11);
-        X11Desktop desktop(*x11, std::string(AppIdentifier));
-        XkbKeyboardLayout layout(*x11);
-        // Built but not started: clipboard polls would only add noise.
-        PasteboardMonitor monitor(PasteboardMonitor::Dependencies{pasteboard, workspace, mainQueue,
-                                                                  background, texts, images,
-                                                                  defaults, StderrLog::instance()});
-        PopupWindow window(&layout);
+        auto platform = makePlatform(std::get<BackendChoice>(chosen), StderrLog::instance());
+        if (platform->name() != "x11")
+            throw std::runtime_error("the X11 backend could not start");
+        SerialExecutor background, reads;
+        // Built but not started: clipboard captures would only add noise.
+        PasteboardMonitor monitor(PasteboardMonitor::Dependencies{
+            platform->pasteboard(), platform->workspace(), platform->mainQueue(), reads, background,
+            texts, images, defaults, SystemClock::instance(), StderrLog::instance()});
+        PopupWindow window(&platform->keyboardLayout(), &platform->windowHints());
+        SyncPace pace;
         PopupController controller(
-            PopupController::Dependencies{window, desktop, mainQueue, texts, images, monitor,
-                                          defaults, std::string(AppIdentifier)},
+            PopupController::Dependencies{window, platform->desktop(), platform->mainQueue(), texts,
+                                          images, monitor, defaults, pace,
+                                          std::string(AppIdentifier)},
             &chipTitle);
         controller.texts = translatedPopupTexts();
         window.pasteAutomatically = [&defaults] {
@@ -494,7 +439,8 @@ int main(int argc, char** argv) {
         double handlerAt = 0, toggled = 0;
         std::optional<double> frameAt;
         QEventLoop* waiting = nullptr;
-        X11HotKey hotKey(
+        HotKeyState answer;
+        platform->hotKey().bind(
             ClipPrefs(defaults).hotKey(),
             [&] {
                 handlerAt = nowMs();
@@ -506,10 +452,10 @@ int main(int argc, char** argv) {
                 controller.toggle();
                 toggled = nowMs();
             },
-            layout, StderrLog::instance());
-        if (!hotKey.isRegistered())
+            [&](const HotKeyState& state) { answer = state; });
+        if (answer.kind != HotKeyState::Kind::bound)
             throw std::runtime_error("the shortcut could not be grabbed");
-        KeyPresser keys(XcbConnection::open());
+        test::SyntheticInput keys;
         settle(settleMs);  // Qt's connection set up, the grab in place
 
         auto open = [&]() -> Opening {

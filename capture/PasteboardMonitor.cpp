@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <mutex>
 #include <unordered_set>
 
 #include <unicode/uregex.h>
 #include <unicode/utext.h>
 
+#include "platform/Clock.h"
 #include "platform/Log.h"
 #include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
@@ -75,17 +77,180 @@ const std::vector<std::string>& PasteboardMonitor::builtInIgnoredApps() {
     return apps;
 }
 
+struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
+    Reading(Dependencies deps, std::weak_ptr<PasteboardMonitor*> monitor)
+        : deps(deps), monitor(std::move(monitor)) {}
+
+    Dependencies deps;
+    std::weak_ptr<PasteboardMonitor*> monitor;
+
+    // The last text captured, for copy-on-select terminals.
+    struct Recent {
+        std::string text;
+        double at = 0;
+        bool newRow = false;  // it made a row of its own, which it may give up
+    };
+    std::mutex mutex;
+    std::optional<Recent> recent;
+
+    void forgetRecent() {
+        std::lock_guard lock(mutex);
+        recent.reset();
+    }
+
+    // On the reader: the rules that need the contents, in their order.
+    void read(std::int64_t change, const std::optional<std::string>& frontApp) {
+        Pasteboard& pasteboard = deps.pasteboard;
+        // Already replaced: the examination of the newer copy is queued
+        // behind this one and reads the same contents.
+        if (pasteboard.changeCount() != change)
+            return;
+
+        auto typeList = pasteboard.types();
+        if (!typeList.ok())
+            return dropped(typeList.status);
+        std::unordered_set<std::string> types(typeList.value.begin(), typeList.value.end());
+        for (std::string_view ignored : ignoredTypes)
+            if (types.contains(std::string(ignored)))
+                return forgetRecent();
+
+        ClipPrefs prefs(deps.defaults);
+        if (frontApp) {
+            auto stored = prefs.ignoredApps();
+            const auto& ignored = stored ? *stored : builtInIgnoredApps();
+            if (std::find(ignored.begin(), ignored.end(), *frontApp) != ignored.end())
+                return forgetRecent();
+        }
+
+        auto text = pasteboard.string();
+        if (text.ok() && !unicode::trimmed(text.value).empty()) {
+            // Compiled afresh on every copy: a pattern edited in the settings
+            // applies to the very next one.
+            if (matchesAnyPattern(text.value, prefs.ignoredPatterns(), deps.log))
+                return forgetRecent();
+            return captureText(std::move(text.value));
+        }
+        // Text on offer that could not be read: the image beside it is only
+        // a rendering of that text, never the copy itself.
+        if (!text.ok() && text.status != ReadStatus::absent)
+            return dropped(text.status);
+
+        forgetRecent();
+        if (!prefs.saveImages())
+            return;
+        // A file manager's copy of files also offers their icons as images.
+        if (isFileCopy(types))
+            return;
+        captureImage(typeList.value);
+    }
+
+    void captureText(std::string text) {
+        const double now = deps.clock.now();
+        std::optional<Recent> previous;
+        {
+            std::lock_guard lock(mutex);
+            previous = recent;
+        }
+        ClipboardStore::InsertResult result;
+        if (previous && previous->newRow && extends(text, previous->text) &&
+            now - previous->at <= selectionWindow)
+            result = deps.texts.replaceRecent(previous->text, text);
+        else
+            result = deps.texts.insert(text);
+        {
+            std::lock_guard lock(mutex);
+            recent = Recent{text, now, result == ClipboardStore::InsertResult::inserted};
+        }
+        if (result == ClipboardStore::InsertResult::inserted ||
+            result == ClipboardStore::InsertResult::movedToTop)
+            announce();
+    }
+
+    void captureImage(const std::vector<std::string>& typeList) {
+        auto type = std::find_if(imageTypes.begin(), imageTypes.end(), [&](std::string_view t) {
+            return std::find(typeList.begin(), typeList.end(), t) != typeList.end();
+        });
+        if (type == imageTypes.end())
+            return;
+        auto data = deps.pasteboard.data(std::string(*type));
+        if (!data.ok())
+            return dropped(data.status);
+        // Decoded elsewhere, so the next copy is read meanwhile.
+        deps.background.run([self = shared_from_this(), bytes = std::move(data.value)] {
+            if (self->deps.images.save(bytes) == ImageClipStore::SaveResult::saved)
+                self->announce();
+        });
+    }
+
+    void announce() {
+        std::weak_ptr<PasteboardMonitor*> weak = monitor;
+        deps.mainQueue.post([weak] {
+            if (auto self = weak.lock(); self && *self && (*self)->onNewItem)
+                (*self)->onNewItem();
+        });
+    }
+
+    // A copy lost to its owner: said once in the log, so a user who misses
+    // one can find out why.
+    void dropped(ReadStatus why) {
+        forgetRecent();
+        if (why == ReadStatus::noAnswer)
+            deps.log.line(
+                "[Zettly] a copy was not saved: the application that made it stopped answering");
+        else if (why == ReadStatus::tooLarge)
+            deps.log.line("[Zettly] a copy was not saved: it is too large to read");
+    }
+
+    // Whether `text` is `previous` grown at either end, as a selection
+    // dragged forwards or backwards grows.
+    static bool extends(std::string_view text, std::string_view previous) {
+        return text.size() > previous.size() &&
+               (text.starts_with(previous) || text.ends_with(previous));
+    }
+};
+
 PasteboardMonitor::PasteboardMonitor(Dependencies dependencies)
     : deps_(dependencies),
       lastChangeCount_(deps_.pasteboard.changeCount()),
-      self_(std::make_shared<PasteboardMonitor*>(this)) {}
+      self_(std::make_shared<PasteboardMonitor*>(this)) {
+    reading_ = std::make_shared<Reading>(deps_, self_);
+}
 
-PasteboardMonitor::~PasteboardMonitor() = default;
+PasteboardMonitor::~PasteboardMonitor() {
+    *self_ = nullptr;
+    if (started_ && deps_.pasteboard.signalsChanges())
+        deps_.pasteboard.setChangeHandler(nullptr);
+}
 
 void PasteboardMonitor::start() {
-    if (timer_)
+    if (started_)
         return;
+    started_ = true;
+    if (deps_.pasteboard.signalsChanges()) {
+        std::weak_ptr<PasteboardMonitor*> weak = self_;
+        deps_.pasteboard.setChangeHandler([weak] {
+            if (auto self = weak.lock(); self && *self)
+                (*self)->schedulePoll();
+        });
+        return;
+    }
     timer_ = deps_.mainQueue.repeating(pollInterval, pollTolerance, [this] { poll(); });
+}
+
+void PasteboardMonitor::schedulePoll() {
+    // Posted rather than run inside the notice: our own copy-back raises the
+    // change count before it records the count as its own, and several
+    // notices in one go are one examination.
+    if (pollPosted_)
+        return;
+    pollPosted_ = true;
+    std::weak_ptr<PasteboardMonitor*> weak = self_;
+    deps_.mainQueue.post([weak] {
+        if (auto self = weak.lock(); self && *self) {
+            (*self)->pollPosted_ = false;
+            (*self)->poll();
+        }
+    });
 }
 
 void PasteboardMonitor::poll() {
@@ -104,67 +269,17 @@ void PasteboardMonitor::poll() {
             onSkipConsumed();
         return;
     }
-
-    std::vector<std::string> typeList = deps_.pasteboard.types();
-    std::unordered_set<std::string> types(typeList.begin(), typeList.end());
-    for (std::string_view ignored : ignoredTypes)
-        if (types.contains(std::string(ignored)))
-            return;
-
-    ClipPrefs prefs(deps_.defaults);
-    if (auto app = deps_.workspace.frontmostApplicationId()) {
-        auto stored = prefs.ignoredApps();
-        const auto& ignored = stored ? *stored : builtInIgnoredApps();
-        if (std::find(ignored.begin(), ignored.end(), *app) != ignored.end())
-            return;
-    }
-
-    if (auto text = deps_.pasteboard.string(); text && !unicode::trimmed(*text).empty()) {
-        // Compiled afresh on every copy: a pattern edited in the settings
-        // applies to the very next one.
-        if (matchesAnyPattern(*text, prefs.ignoredPatterns(), deps_.log))
-            return;
-        auto result = deps_.texts.insert(*text);
-        if (result == ClipboardStore::InsertResult::inserted ||
-            result == ClipboardStore::InsertResult::movedToTop) {
-            if (onNewItem)
-                onNewItem();
-        }
-        return;  // with usable text, images on the same clipboard are not considered
-    }
-
-    if (!prefs.saveImages())
-        return;
-    // A file manager's copy of files also offers their icons as images.
-    if (isFileCopy(types))
-        return;
-    captureImage(typeList);
-}
-
-void PasteboardMonitor::captureImage(const std::vector<std::string>& typeList) {
-    auto type = std::find_if(imageTypes.begin(), imageTypes.end(), [&](std::string_view t) {
-        return std::find(typeList.begin(), typeList.end(), t) != typeList.end();
-    });
-    if (type == imageTypes.end())
-        return;
-    auto data = deps_.pasteboard.data(std::string(*type));
-    if (!data)
-        return;
-
-    std::weak_ptr<PasteboardMonitor*> weak = self_;
-    ImageClipStore& images = deps_.images;
-    MainQueue& mainQueue = deps_.mainQueue;
-    deps_.background.run([weak, &images, &mainQueue, bytes = std::move(*data)] {
-        if (images.save(bytes) != ImageClipStore::SaveResult::saved)
-            return;
-        mainQueue.post([weak] {
-            if (auto self = weak.lock(); self && (*self)->onNewItem)
-                (*self)->onNewItem();
-        });
+    // The application in front now, not when the read gets its turn.
+    std::optional<std::string> frontApp = deps_.workspace.frontmostApplicationId();
+    deps_.reader.run([reading = reading_, count, frontApp = std::move(frontApp)] {
+        reading->read(count, frontApp);
     });
 }
 
 void PasteboardMonitor::copyTextFromHistory(std::string_view text) {
+    // A picked entry is no selection in progress: a later copy never takes
+    // its row.
+    reading_->forgetRecent();
     deps_.pasteboard.clear();
     deps_.pasteboard.writeString(text);
     ownChangeCount = deps_.pasteboard.changeCount();
@@ -172,6 +287,7 @@ void PasteboardMonitor::copyTextFromHistory(std::string_view text) {
 }
 
 void PasteboardMonitor::copyImageFromHistory(std::span<const std::uint8_t> data) {
+    reading_->forgetRecent();
     deps_.pasteboard.clear();
     deps_.pasteboard.writeImage(data);
     ownChangeCount = deps_.pasteboard.changeCount();

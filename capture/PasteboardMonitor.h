@@ -16,26 +16,34 @@
 namespace zettly {
 
 class ClipboardStore;
+class Clock;
 class Defaults;
 class ImageClipStore;
 class Log;
 
-// Turns each new copy made in another application into a history entry. It
-// polls the clipboard's change count twice a second on the main thread;
-// nothing else is read unless the count moved. Text goes to the text store
-// inline, images are decoded on a background executor.
+// Turns each new copy made in another application into a history entry.
 //
-// All members are used on the main thread only.
+// A change is examined as soon as the clipboard says it changed (or, where
+// it says nothing, at the next half-second poll). The examination starts on
+// the main thread, where the app's own writes, pausing and skipping are
+// decided and the application in front is noted; the contents are then read
+// on the `reader` executor, one copy at a time, because their owner answers
+// in its own time. Text goes to the text store from there, images are
+// decoded on the `background` executor.
+//
+// Members are used on the main thread, except where noted.
 class PasteboardMonitor {
 public:
     struct Dependencies {
         Pasteboard& pasteboard;
         Workspace& workspace;
         MainQueue& mainQueue;
-        Executor& background;
+        Executor& reader;      // clipboard reads, in order
+        Executor& background;  // image decoding
         ClipboardStore& texts;
         ImageClipStore& images;
         Defaults& defaults;
+        const Clock& clock;
         Log& log;
     };
 
@@ -57,19 +65,25 @@ public:
     // Used only while the user has never stored a list of their own.
     static const std::vector<std::string>& builtInIgnoredApps();
 
+    // Where the clipboard does not say when it changed.
     static constexpr double pollInterval = 0.5;
     static constexpr double pollTolerance = 0.2;
     // A user pattern that runs longer than this on one copy counts as a match.
     static constexpr double patternTimeLimit = 0.05;
+    // Copy-on-select terminals put each step of a growing selection on the
+    // clipboard; a text that extends the one captured within this many
+    // seconds takes its place.
+    static constexpr double selectionWindow = 1.0;
 
     explicit PasteboardMonitor(Dependencies dependencies);
     ~PasteboardMonitor();
     PasteboardMonitor(const PasteboardMonitor&) = delete;
     PasteboardMonitor& operator=(const PasteboardMonitor&) = delete;
 
-    // Begins polling; does nothing when already started.
+    // Begins watching; does nothing when already started.
     void start();
-    // One examination of the clipboard (what the timer runs).
+    // One examination of the clipboard: what a change notice or the poll
+    // timer runs.
     void poll();
 
     // Puts a text from the history back on the clipboard (not captured
@@ -87,8 +101,6 @@ public:
     bool paused = false;
     bool skipNext = false;
     std::optional<std::int64_t> ownChangeCount;
-
-    Pasteboard& pasteboard() { return deps_.pasteboard; }
 
     // True when one of the user's patterns finds a match anywhere in the
     // text (case-sensitive, no flags). Invalid patterns are skipped; one that
@@ -108,13 +120,19 @@ public:
     static std::optional<PatternError> patternError(std::string_view pattern);
 
 private:
-    void captureImage(std::vector<std::string> const& types);
+    // What the reads need; shared with the reader executor's work, which
+    // may finish after the monitor is gone.
+    struct Reading;
+
+    void schedulePoll();
 
     Dependencies deps_;
     std::int64_t lastChangeCount_;
     std::unique_ptr<Timer> timer_;
-    // Lets work that finishes later (an image decoded on the background
-    // executor) notice that the monitor is gone.
+    bool started_ = false;
+    bool pollPosted_ = false;
+    std::shared_ptr<Reading> reading_;
+    // Lets work that finishes later notice that the monitor is gone.
     std::shared_ptr<PasteboardMonitor*> self_;
 };
 

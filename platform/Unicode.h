@@ -30,6 +30,10 @@ std::string uppercased(std::string_view utf8);
 
 // A label or category name as entered: line feeds become blanks, white
 // space at both ends goes, and at most `limit` characters are kept.
+// Latin-1 (ISO 8859-1) as UTF-8: every byte is its own code point. Old X
+// clients still speak it (the STRING type).
+std::string latin1ToUtf8(std::string_view latin1);
+
 std::string oneLineName(std::string_view raw, std::size_t limit);
 
 }  // namespace zettly::unicode

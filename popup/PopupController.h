@@ -19,12 +19,15 @@ namespace zettly {
 
 class Defaults;
 class PasteboardMonitor;
+struct SyncPace;
 
 // Opens and places the history window, handles its keyboard, and carries
 // out the pick: the entry goes back on the clipboard, the window closes, the
 // window that was in front gets the keyboard back and, when the user wants
-// it, the paste shortcut 0.15 s later. The row and chip actions with their
-// dialogs live here too.
+// it, the desktop pastes into it 0.15 s later. The row and chip actions with
+// their dialogs live here too: the window and the pick in
+// PopupController.cpp, the key table in PopupKeys.cpp, the row and chip
+// actions in PopupActions.cpp.
 //
 // Main thread only.
 class PopupController {
@@ -37,6 +40,8 @@ public:
         ImageClipStore& images;
         PasteboardMonitor& monitor;
         Defaults& defaults;
+        // The sync cadence's view of the window: quick polls while it is open.
+        SyncPace& pace;
         // This application's id, as Desktop reports it for its own windows.
         std::string ownAppId;
     };
@@ -113,9 +118,6 @@ public:
 
     // The window that gets the paste (for tests and diagnostics).
     const std::optional<AppWindow>& previousApp() const { return previousApp_; }
-
-    // Terminal emulators paste with Ctrl+Shift+V.
-    static bool isTerminal(const std::optional<std::string>& appId);
 
 private:
     void pasteIntoFront();

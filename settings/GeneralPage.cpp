@@ -103,32 +103,27 @@ void GeneralPage::reload() {
         paste_->setChecked(prefs.pasteAutomatically());
     }
 
-    const PasteSupport support =
-        context_.pasteSupport ? context_.pasteSupport() : PasteSupport::available;
-    switch (support) {
-        case PasteSupport::available:
-            pasteNote_->clear();
-            break;
-        case PasteSupport::wayland:
-            //: Settings › General, under "Paste right away" in a Wayland session. "X11" and
-            //: "Xorg" are the names the login screen's session menu shows; keep them.
-            pasteNote_->setText(
-                tr("In a Wayland session, Zettly cannot type into other apps' windows, so the "
-                   "item only goes to the clipboard. To paste right away, log out and pick an "
-                   "\u201cX11\u201d or \u201cXorg\u201d session in the login screen's session "
-                   "menu."));
-            break;
-        case PasteSupport::noXTest:
-            //: Settings › General, under "Paste right away" when the X server cannot simulate
-            //: key presses. XTEST is the name of the X server extension; keep it.
-            pasteNote_->setText(
-                tr("This X server lacks the XTEST extension, which Zettly needs to press Ctrl+V "
-                   "for you, so the item only goes to the clipboard. Enable XTEST in the X "
-                   "server's configuration (or install the package that provides it) and "
-                   "start Zettly again."));
-            break;
-    }
-    pasteNote_->setHidden(support == PasteSupport::available);
+    const std::vector<Limitation> limits =
+        context_.limitations ? context_.limitations() : std::vector<Limitation>{};
+    auto limited = [&](Limitation limitation) {
+        return std::find(limits.begin(), limits.end(), limitation) != limits.end();
+    };
+    pasteNote_->clear();
+    if (limited(Limitation::noPaste))
+        //: Settings › General, under "Paste right away" in a session where Zettly cannot type
+        //: into other applications.
+        pasteNote_->setText(
+            tr("In this session Zettly cannot type into other apps' windows, so the item only "
+               "goes to the clipboard. Paste it yourself with Ctrl+V."));
+    else if (limited(Limitation::noXTest))
+        //: Settings › General, under "Paste right away" when the X server cannot simulate
+        //: key presses. XTEST is the name of the X server extension; keep it.
+        pasteNote_->setText(
+            tr("This X server lacks the XTEST extension, which Zettly needs to press Ctrl+V "
+               "for you, so the item only goes to the clipboard. Enable XTEST in the X "
+               "server's configuration (or install the package that provides it) and "
+               "start Zettly again."));
+    pasteNote_->setHidden(pasteNote_->text().isEmpty());
 
     position_->setCurrentIndex(prefs.popupPosition() == ClipPrefs::PopupPosition::center ? 1 : 0);
     reloadPreview();

@@ -5,6 +5,10 @@
 #include <string>
 #include <vector>
 
+#include "platform/GlobalHotKey.h"
+#include "platform/Pasteboard.h"
+#include "platform/Platform.h"
+
 namespace zettly {
 
 class Autostart;
@@ -12,18 +16,6 @@ class ClipboardStore;
 class Defaults;
 class ImageClipStore;
 class KeyboardLayout;
-
-// Whether "Paste right away" can work in this session, and if not, why: the
-// page then explains how to fix it instead of leaving the switch silently
-// without effect.
-enum class PasteSupport { available, noXTest, wayland };
-
-// A window of a running application, offered when the user picks an app to
-// ignore instead of typing its id.
-struct RunningApp {
-    std::string appId;
-    std::string title;
-};
 
 enum class SyncSecret { password, passphrase };
 
@@ -56,7 +48,11 @@ struct SettingsContext {
 
     // The shortcut was recorded and stored: register it again.
     std::function<void()> hotKeyChanged = {};
-    std::function<PasteSupport()> pasteSupport = {};
+    // What the desktop said of the shortcut.
+    std::function<HotKeyState()> hotKeyState = {};
+    // What this session cannot do; the pages explain each where it matters
+    // instead of leaving a switch without effect.
+    std::function<std::vector<Limitation>()> limitations = {};
     std::function<std::vector<RunningApp>()> runningApps = {};
     // The sync switch or the chip-order switch changed: sync soon.
     std::function<void()> syncSettingsChanged = {};

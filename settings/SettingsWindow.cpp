@@ -87,6 +87,11 @@ void SettingsWindow::cloudDidChange() {
     sync_->reload();
 }
 
+void SettingsWindow::sessionChanged() {
+    if (isVisible())
+        general_->reload();
+}
+
 SettingsWindow::Tab SettingsWindow::currentTab() const {
     return static_cast<Tab>(tabs_->currentIndex());
 }

@@ -32,6 +32,8 @@ public:
     void open(Tab tab);
     // Sync changed the history or its status: pages that show them re-read.
     void cloudDidChange();
+    // The desktop answered about the shortcut, or the session changed.
+    void sessionChanged();
     Tab currentTab() const;
 
 protected:

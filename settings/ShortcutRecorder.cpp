@@ -7,35 +7,12 @@
 #include <array>
 #include <utility>
 
+#include "platform/UsKeyboardLayout.h"
 #include "settings/SettingsContext.h"
 #include "store/ClipPrefs.h"
 #include "ui/KeyEvents.h"
 
 namespace zettly {
-namespace {
-
-// Key names when the app has no view of the user's layout (no XKB on the
-// display): what the keys type on a US keyboard.
-class UsLayout final : public KeyboardLayout {
-public:
-    std::optional<std::string> character(std::uint32_t macKeyCode) override {
-        static constexpr std::array<std::pair<std::uint32_t, char>, 48> keys{{
-            {0, 'a'},  {1, 's'},  {2, 'd'},   {3, 'f'},  {4, 'h'},  {5, 'g'},   {6, 'z'},
-            {7, 'x'},  {8, 'c'},  {9, 'v'},   {11, 'b'}, {12, 'q'}, {13, 'w'},  {14, 'e'},
-            {15, 'r'}, {16, 'y'}, {17, 't'},  {18, '1'}, {19, '2'}, {20, '3'},  {21, '4'},
-            {22, '6'}, {23, '5'}, {24, '='},  {25, '9'}, {26, '7'}, {27, '-'},  {28, '8'},
-            {29, '0'}, {30, ']'}, {31, 'o'},  {32, 'u'}, {33, '['}, {34, 'i'},  {35, 'p'},
-            {37, 'l'}, {38, 'j'}, {39, '\''}, {40, 'k'}, {41, ';'}, {42, '\\'}, {43, ','},
-            {44, '/'}, {45, 'n'}, {46, 'm'},  {47, '.'}, {50, '`'}, {10, '<'},
-        }};
-        for (const auto& [code, typed] : keys)
-            if (code == macKeyCode)
-                return std::string(1, typed);
-        return std::nullopt;
-    }
-};
-
-}  // namespace
 
 ShortcutRecorder::ShortcutRecorder(SettingsContext& context, QWidget* parent)
     : QWidget(parent), context_(context) {
@@ -70,7 +47,7 @@ void ShortcutRecorder::reload() {
 }
 
 QString ShortcutRecorder::displayText(HotKeyCombo combo) const {
-    UsLayout us;
+    UsKeyboardLayout us;
     KeyboardLayout& layout = context_.layout ? *context_.layout : us;
     //: Name of the space bar in a shortcut, as in "Ctrl+Space".
     const std::string space = tr("Space").toStdString();

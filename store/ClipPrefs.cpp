@@ -71,6 +71,30 @@ bool ClipPrefs::pasteAutomatically() const {
     return defaults_.boolValue(prefkey::pasteAutomatically);
 }
 
+std::vector<PasteChordChoice> ClipPrefs::pasteChords() const {
+    std::vector<PasteChordChoice> choices;
+    for (const std::string& entry :
+         defaults_.stringArray(prefkey::pasteShortcuts).value_or(std::vector<std::string>{})) {
+        auto equals = entry.rfind('=');
+        if (equals == std::string::npos || equals == 0)
+            continue;
+        auto chord = chordNamed(std::string_view(entry).substr(equals + 1));
+        if (!chord)
+            continue;
+        std::string appId = entry.substr(0, equals);
+        std::erase_if(choices, [&](const PasteChordChoice& c) { return c.appId == appId; });
+        choices.push_back({std::move(appId), *chord});
+    }
+    return choices;
+}
+
+void ClipPrefs::setPasteChords(const std::vector<PasteChordChoice>& choices) {
+    std::vector<std::string> entries;
+    for (const PasteChordChoice& choice : choices)
+        entries.push_back(choice.appId + "=" + std::string(chordName(choice.chord)));
+    defaults_.setStringArray(prefkey::pasteShortcuts, entries);
+}
+
 bool ClipPrefs::clipboardCloudSync() const {
     return defaults_.boolValue(prefkey::clipboardCloudSync);
 }

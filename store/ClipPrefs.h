@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/HotKeyCombo.h"
+#include "platform/PasteChord.h"
 
 namespace zettly {
 
@@ -53,6 +54,10 @@ public:
     std::int64_t clipboardRetentionMinutes() const;
     bool clearOnQuit() const;
     bool pasteAutomatically() const;
+    // Entries that do not read as "<app id>=<chord>" are left out; a later
+    // entry for the same application wins.
+    std::vector<PasteChordChoice> pasteChords() const;
+    void setPasteChords(const std::vector<PasteChordChoice>& choices);
     bool clipboardCloudSync() const;
 
     // None when the user never stored a list (the built-in list applies then).

@@ -82,6 +82,13 @@ public:
     // ---- capture --------------------------------------------------------
     // Stores a copied text, or moves an equal one to the top.
     InsertResult insert(std::string_view text, std::optional<std::string> type = std::nullopt);
+    // The next step of a selection that grows on the clipboard: `text`
+    // takes the place of the row holding `previous`, when that row is still
+    // as capture made it (no pin, name or category), and becomes the newest
+    // (`inserted`). When `text` is in the history already, that row moves to
+    // the top and the row of `previous` goes (`movedToTop`). Otherwise, or
+    // when `previous` is gone, it is a plain insert.
+    InsertResult replaceRecent(std::string_view previous, std::string_view text);
 
     // SHA-256 of the UTF-8 text exactly as given, 64 lower-case hex digits.
     static std::string hash(std::string_view text);
@@ -222,6 +229,10 @@ public:
 
 private:
     bool ensureOpenLocked();
+    // None when `previous` is not there as capture made it (or the
+    // database failed), and nothing was changed.
+    std::optional<InsertResult> replaceLocked(std::string_view previous, std::string_view text,
+                                              double now);
     InsertResult insertLocked(std::string_view text, const std::optional<std::string>& type,
                               double now);
     void trimLocked(double now);

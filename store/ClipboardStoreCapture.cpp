@@ -101,6 +101,62 @@ ClipboardStore::InsertResult ClipboardStore::insert(std::string_view text,
     return result;
 }
 
+ClipboardStore::InsertResult ClipboardStore::replaceRecent(std::string_view previous,
+                                                           std::string_view text) {
+    std::optional<InsertResult> result;
+    if (KeyboardSettings(context_.defaults).clipboardEnabled() && text.size() <= maxTextBytes) {
+        std::lock_guard lock(mutex_);
+        if (ensureOpenLocked())
+            result = replaceLocked(previous, text, context_.clock.now());
+    }
+    if (!result)
+        return insert(text);
+    notifyLocalChange();
+    return *result;
+}
+
+std::optional<ClipboardStore::InsertResult> ClipboardStore::replaceLocked(std::string_view previous,
+                                                                          std::string_view text,
+                                                                          double now) {
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun())
+        return std::nullopt;
+    sql::Statement row = db_.prepare(
+        "SELECT id, ck IS NOT NULL FROM items WHERE hash = ? AND pinned = 0 AND label IS NULL "
+        "AND category IS NULL");
+    row.bind(1, hash(previous));
+    if (row.step() != SQLITE_ROW)
+        return std::nullopt;
+    const std::string id = row.text(0);
+    const bool uploaded = row.int64(1) != 0;
+    row = {};
+    // Only a step the other devices have seen is retracted there; a
+    // tombstone for one they never saw would delete an equal text that they
+    // copied themselves.
+    if (uploaded)
+        tombstoneLocked("id = " + sql::quote(id), now);
+
+    sql::Statement existing = db_.prepare("SELECT 1 FROM items WHERE hash = ?");
+    existing.bind(1, hash(text));
+    const bool known = existing.step() == SQLITE_ROW;
+    existing = {};
+    if (known) {
+        bool moved =
+            sql::run(db_, "DELETE FROM items WHERE id = ?", id) &&
+            sql::run(db_, "UPDATE items SET created = ?, modified = ?, dirty = 1 WHERE hash = ?",
+                     now, now, hash(text)) &&
+            tx.commit();
+        return moved ? std::optional(InsertResult::movedToTop) : std::nullopt;
+    }
+    bool replaced =
+        sql::run(db_,
+                 "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
+                 "created = ?, modified = ?, dirty = 1 WHERE id = ?",
+                 text, hash(text), detectType(text), recordName(text, syncKey()), now, now, id) &&
+        tx.commit();
+    return replaced ? std::optional(InsertResult::inserted) : std::nullopt;
+}
+
 ClipboardStore::InsertResult ClipboardStore::insertLocked(std::string_view text,
                                                           const std::optional<std::string>& type,
                                                           double now) {

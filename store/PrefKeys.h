@@ -12,6 +12,9 @@ inline constexpr std::string_view clipboardRetentionMinutes = "clipboardRetentio
 inline constexpr std::string_view saveImages = "saveImages";
 inline constexpr std::string_view clearOnQuit = "clearOnQuit";
 inline constexpr std::string_view pasteAutomatically = "pasteAutomatically";
+// The user's paste shortcut per application, "<app id>=<chord>" each (the
+// chords as chordName() writes them).
+inline constexpr std::string_view pasteShortcuts = "pasteShortcuts";
 inline constexpr std::string_view popupPosition = "popupPosition";
 inline constexpr std::string_view popupWidth = "popupWidth";
 inline constexpr std::string_view popupHeight = "popupHeight";

@@ -39,13 +39,20 @@ protected:
     }
 
     PasteboardMonitor::Dependencies deps() {
-        return {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log};
+        return {pasteboard, workspace, queue,        reader,    executor,
+                texts,      images,    env.defaults, env.clock, env.log};
     }
+    // One examination: on the main thread, then the reads it queued.
+    void examine(PasteboardMonitor& which) {
+        which.poll();
+        reader.runAll();
+    }
+    void examine() { examine(monitor); }
     // Another application copies; the clock moves so that history order is defined.
     void copyAndPoll(const std::string& text) {
         env.clock.advance(1);
         pasteboard.copyText(text);
-        monitor.poll();
+        examine();
     }
     std::vector<std::string> history() {
         std::vector<std::string> out;
@@ -63,7 +70,7 @@ protected:
     // survives a poll that has nothing new to look at.
     void expectChangeConsumed() {
         monitor.skipNext = true;
-        monitor.poll();
+        examine();
         EXPECT_TRUE(monitor.skipNext) << "the refused change was examined a second time";
         monitor.skipNext = false;
     }
@@ -74,6 +81,7 @@ protected:
     bool copiedBefore = (pasteboard.copyText("copied before the monitor started"), true);
     test::FakeWorkspace workspace;
     test::ManualMainQueue queue{env.clock};
+    test::ManualExecutor reader;
     test::ManualExecutor executor;
     ClipboardStore texts{env.context()};
     ImageClipStore images{env.context()};
@@ -83,17 +91,120 @@ protected:
 };
 
 TEST_F(Capture, TextIsStoredWithItsBlanksAndEachNewOrRepeatedCopyIsAnnouncedOnce) {
-    monitor.poll();  // what was copied before the monitor existed is not new to it
+    examine();  // what was copied before the monitor existed is not new to it
     copyAndPoll("  padded note \n");
-    monitor.poll();
+    examine();
+    queue.runPending();
     EXPECT_EQ(announced, 1) << "an unchanged clipboard was captured again";
     copyAndPoll("other");
     copyAndPoll("  padded note \n");
+    queue.runPending();
     EXPECT_THAT(history(), ElementsAre("  padded note \n", "other"));
     EXPECT_EQ(announced, 3);
 }
 
-TEST_F(Capture, StartingTwiceStillPollsOnceEveryHalfSecondAndSeesOnlyTheLastCopyOfATick) {
+TEST_F(Capture, AClipboardThatSignalsIsExaminedOnTheNextTurnOfTheMainLoopWithoutPolling) {
+    pasteboard.signals = true;
+    monitor.start();
+    pasteboard.copyText("first");
+    EXPECT_EQ(reader.pendingCount(), 0u) << "examined inside the change notice";
+    queue.runPending();
+    reader.runAll();
+    EXPECT_THAT(history(), ElementsAre("first"));
+
+    // Notices that arrive together are one examination of the newest copy.
+    env.clock.advance(1);
+    pasteboard.copyText("gone before anyone looked");
+    pasteboard.copyText("second");
+    queue.runPending();
+    EXPECT_EQ(reader.pendingCount(), 1u);
+    reader.runAll();
+    EXPECT_THAT(history(), ElementsAre("second", "first"));
+
+    // Our own copy-back raises the count twice before it records it as ours.
+    monitor.copyTextFromHistory("first");
+    queue.runPending();
+    EXPECT_EQ(reader.pendingCount(), 0u);
+    // Nothing ticks: an idle app is never woken.
+    const int readsBefore = pasteboard.reads;
+    queue.advance(60);
+    reader.runAll();
+    EXPECT_EQ(pasteboard.reads, readsBefore);
+}
+
+TEST_F(Capture, ACopyReplacedBeforeItsTurnIsLeftToTheNewerOneAndTheFrontAppIsTheOneAtTheChange) {
+    workspace.frontmost = "KeePassXC";
+    pasteboard.copyText("typed in the vault");
+    monitor.poll();
+    workspace.frontmost = "org.gnome.TextEditor";
+    pasteboard.copyText("newer");
+    monitor.poll();
+    reader.runAll();
+    // The first read found the clipboard moved on, and the second was taken
+    // while the editor was in front.
+    EXPECT_THAT(history(), ElementsAre("newer"));
+}
+
+TEST_F(Capture, TextThatCannotBeReadDropsTheCopyWithoutTakingItsImageAndSaysSoOnce) {
+    pasteboard.failing = {{"text/plain;charset=utf-8", ReadStatus::noAnswer}};
+    pasteboard.copy({{plainText, bytes("slow")}, {"image/png", picture(30)}});
+    examine();
+    EXPECT_EQ(executor.pendingCount(), 0u) << "the image of a text was taken for the copy";
+    ASSERT_EQ(env.log.lines().size(), 1u);
+    EXPECT_THAT(env.log.lines()[0], HasSubstr("stopped answering"));
+
+    // An owner that does not even list its types is the same.
+    pasteboard.failing = {{"TARGETS", ReadStatus::noAnswer}};
+    copyAndPoll("unlisted");
+    EXPECT_EQ(env.log.lines().size(), 2u);
+    // The clipboard changing under a read is no fault of anyone's.
+    pasteboard.failing = {{"TARGETS", ReadStatus::superseded}};
+    copyAndPoll("replaced");
+    EXPECT_EQ(env.log.lines().size(), 2u);
+
+    pasteboard.failing.clear();
+    copyAndPoll("answered");
+    EXPECT_THAT(history(), ElementsAre("answered"));
+}
+
+TEST_F(Capture, ASelectionGrowingOnTheClipboardKeepsOneRowUntilItPausesOrSomethingElseComes) {
+    // A copy-on-select terminal re-copies every step of a mouse drag.
+    for (const char* step : {"ls", "ls -l", "ls -la", "sudo ls -la"}) {
+        env.clock.advance(0.2);
+        pasteboard.copyText(step);
+        examine();
+    }
+    EXPECT_THAT(history(), ElementsAre("sudo ls -la"));
+
+    // A shorter selection, a pause, or a pick in between each start a row.
+    env.clock.advance(0.2);
+    pasteboard.copyText("ls");
+    examine();
+    env.clock.advance(1.5);
+    pasteboard.copyText("ls -a");
+    examine();
+    monitor.copyTextFromHistory("sudo ls -la");
+    env.clock.advance(0.2);
+    pasteboard.copyText("sudo ls -la | less");
+    examine();
+    EXPECT_THAT(history(), ElementsAre("sudo ls -la | less", "sudo ls -la", "ls -a", "ls"));
+
+    // A step that reaches a text already in the history moves that one up
+    // and takes its own row away; the older row is never given up later.
+    env.clock.advance(1.5);
+    pasteboard.copyText("l");
+    examine();
+    env.clock.advance(0.2);
+    pasteboard.copyText("ls -a");
+    examine();
+    env.clock.advance(0.2);
+    pasteboard.copyText("ls -al");
+    examine();
+    EXPECT_THAT(history(),
+                ElementsAre("ls -al", "ls -a", "sudo ls -la | less", "sudo ls -la", "ls"));
+}
+
+TEST_F(Capture, WithoutChangeNoticesStartingTwiceStillPollsOnceEveryHalfSecond) {
     const double t0 = env.clock.now();
     monitor.start();
     queue.runUntil(t0 + 0.25);
@@ -102,14 +213,18 @@ TEST_F(Capture, StartingTwiceStillPollsOnceEveryHalfSecondAndSeesOnlyTheLastCopy
     pasteboard.copyText("lost");
     pasteboard.copyText("a");
     queue.runUntil(t0 + 0.45);
+    reader.runAll();
     EXPECT_THAT(history(), IsEmpty());
     queue.runUntil(t0 + 0.5);
+    reader.runAll();
     EXPECT_THAT(history(), ElementsAre("a"));
 
     pasteboard.copyText("b");
     queue.runUntil(t0 + 0.8);
+    reader.runAll();
     EXPECT_EQ(history().size(), 1u);
     queue.runUntil(t0 + 1.0);
+    reader.runAll();
     EXPECT_EQ(history().size(), 2u);
 }
 
@@ -118,14 +233,14 @@ TEST_F(Capture, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
     copyAndPoll("second");
     env.clock.advance(1);
     monitor.copyTextFromHistory("first");
-    EXPECT_EQ(pasteboard.string(), "first");
+    EXPECT_EQ(pasteboard.text(), "first");
     EXPECT_THAT(history(), ElementsAre("first", "second"));
     expectChangeConsumed();
     monitor.copyImageFromHistory(test::jpeg(30, 20, test::gradient(30)));
     expectChangeConsumed();
     // Bytes that are no image leave the clipboard empty, and that emptying is ours too.
     monitor.copyImageFromHistory(bytes("not an image at all"));
-    EXPECT_THAT(pasteboard.types(), IsEmpty());
+    EXPECT_TRUE(pasteboard.empty());
     expectChangeConsumed();
     copyAndPoll("third");
     EXPECT_THAT(history(), ElementsAre("third", "first", "second"));
@@ -134,11 +249,11 @@ TEST_F(Capture, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
 TEST_F(Capture, OnlyAnExaminedCopyUsesUpASkipAndPausedCopiesStayUncapturedAfterResuming) {
     monitor.skipNext = true;
     monitor.copyTextFromHistory("picked");
-    monitor.poll();
+    examine();
     monitor.paused = true;
     copyAndPoll("while paused");
     monitor.paused = false;
-    monitor.poll();
+    examine();
     EXPECT_THAT(history(), ElementsAre("picked"));
     EXPECT_TRUE(monitor.skipNext);
     EXPECT_EQ(skipsConsumed, 0);
@@ -157,7 +272,7 @@ TEST_F(Capture, EachIgnoredTypeRefusesTheCopyEvenWithTextPresent) {
                              "x-kde-passwordManagerHint", "text/x-kde-passwordManagerHint"}) {
         SCOPED_TRACE(type);
         pasteboard.copy({{plainText, bytes("hunter2")}, {type, bytes("secret")}});
-        monitor.poll();
+        examine();
         EXPECT_THAT(history(), IsEmpty());
         expectChangeConsumed();
     }
@@ -189,7 +304,7 @@ TEST_F(Capture, TheBuiltInAppListAppliesOnlyWhileNoListIsStoredAndAStoredOneIsEx
 TEST_F(Capture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterByAMonitorStillAlive) {
     // Blank text does not count as text, so the image on the same clipboard is taken.
     pasteboard.copy({{plainText, bytes(" \n\t ")}, {"image/png", picture(30)}});
-    monitor.poll();
+    examine();
     EXPECT_THAT(imageWidths(), IsEmpty());
     executor.runAll();
     EXPECT_THAT(imageWidths(), ElementsAre(30));
@@ -199,19 +314,21 @@ TEST_F(Capture, AnImageIsSavedOnTheExecutorAndAnnouncedLaterByAMonitorStillAlive
     EXPECT_THAT(history(), IsEmpty());
 
     pasteboard.copy({{"image/png", picture(40)}, {plainText, bytes("caption")}});
-    monitor.poll();
+    examine();
     EXPECT_THAT(history(), ElementsAre("caption"));
     EXPECT_EQ(executor.pendingCount(), 0u);
 
-    // One finished after its monitor is gone is still stored, but announced to no one.
+    // One read and decoded after its monitor is gone is still stored, but
+    // announced to no one.
     {
         PasteboardMonitor shortLived(deps());
         shortLived.onNewItem = [this] { announced += 10; };
         env.clock.advance(1);
         pasteboard.copy({{"image/png", picture(50)}});
         shortLived.poll();
-        executor.runAll();
     }
+    reader.runAll();
+    executor.runAll();
     queue.runPending();
     EXPECT_EQ(announced, 2);
     EXPECT_THAT(imageWidths(), ElementsAre(50, 30));
@@ -233,7 +350,7 @@ TEST_F(Capture, TheMostPreferredImageFormatOnOfferIsDecoded) {
                 entries.emplace_back(type, picture(width, suffix));
         env.clock.advance(1);
         pasteboard.copy(std::move(entries));
-        monitor.poll();
+        examine();
         executor.runAll();
         stored.insert(stored.begin(), narrowest);
         EXPECT_EQ(imageWidths(), stored);
@@ -245,14 +362,14 @@ TEST_F(Capture, NeitherACopyOfFilesNorAnyImageWhileImagesAreSwitchedOffIsCapture
         SCOPED_TRACE(marker);
         pasteboard.copy({{std::string(marker), bytes("file:///home/u/photo.png\r\n")},
                          {"image/png", picture(30)}});
-        monitor.poll();
+        examine();
         EXPECT_EQ(executor.pendingCount(), 0u);
     }
     EXPECT_THAT(history(), IsEmpty());
 
     env.defaults.setBool(prefkey::saveImages, false);
     pasteboard.copy({{"image/png", picture(30)}});
-    monitor.poll();
+    examine();
     env.defaults.setBool(prefkey::saveImages, true);
     expectChangeConsumed();
     EXPECT_EQ(executor.pendingCount(), 0u);

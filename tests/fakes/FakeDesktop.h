@@ -9,7 +9,7 @@ namespace zettly::test {
 
 // A desktop with one 1440 × 900 screen (a 25-point panel at the top) whose
 // front window, pointer and key rights a test sets; it records activations
-// and synthesised pastes.
+// and pastes with the chord the desktop would type.
 class FakeDesktop final : public Desktop {
 public:
     std::vector<ScreenInfo> screenList{{Rect{0, 0, 1440, 900}, Rect{0, 0, 1440, 875}}};
@@ -17,8 +17,12 @@ public:
     std::optional<AppWindow> front;
     bool keysAllowed = true;
 
+    struct Paste {
+        AppWindow target;
+        PasteChord chord;
+    };
     std::vector<AppWindow> activated;
-    std::vector<bool> pastes;  // withShift of each paste, in order
+    std::vector<Paste> pastes;
 
     std::vector<ScreenInfo> screens() override { return screenList; }
     Point mouseLocation() override { return mouse; }
@@ -27,8 +31,10 @@ public:
         activated.push_back(window);
         front = window;
     }
-    bool canSendKeys() override { return keysAllowed; }
-    void sendPasteKeystroke(bool withShift) override { pastes.push_back(withShift); }
+    bool canPaste() override { return keysAllowed; }
+    void paste(const AppWindow& target, const std::vector<PasteChordChoice>& chosen) override {
+        pastes.push_back({target, pasteChordFor(target.appId, chosen)});
+    }
 };
 
 }  // namespace zettly::test

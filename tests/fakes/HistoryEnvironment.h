@@ -21,11 +21,12 @@ struct HistoryEnvironment {
     FakePasteboard pasteboard;
     FakeWorkspace workspace;
     ManualMainQueue queue{env.clock};
+    ManualExecutor reader;
     ManualExecutor executor;
     ClipboardStore texts{env.context()};
     ImageClipStore images{env.context()};
-    PasteboardMonitor monitor{
-        {pasteboard, workspace, queue, executor, texts, images, env.defaults, env.log}};
+    PasteboardMonitor monitor{{pasteboard, workspace, queue, reader, executor, texts, images,
+                               env.defaults, env.clock, env.log}};
 
     ClipboardStore::Item textItem(const std::string& text) {
         for (const auto& item : texts.fetch(100, 0))

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "popup/PopupController.h"
+#include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
 #include "sync/SyncPace.h"
 #include "tests/fakes/FakeDesktop.h"
@@ -45,7 +46,9 @@ protected:
     std::string selectedText() { return controller.model().selectedEntry()->text()->text; }
     test::FakePopupView view;
     test::FakeDesktop desktop;
-    PopupController controller{{view, desktop, queue, texts, images, monitor, env.defaults, ownId}};
+    SyncPace pace;
+    PopupController controller{
+        {view, desktop, queue, texts, images, monitor, env.defaults, pace, ownId}};
     const AppWindow editor{11, "org.gnome.TextEditor"};
     const AppWindow ourPanel{12, ownId};
 };
@@ -88,7 +91,7 @@ TEST_F(Keys, CtrlDigitPicksThatRowWhateverIsSelectedAndIsSwallowedWhenTheRowIsMi
     controller.open();
     EXPECT_TRUE(press(20, modifier::command, "3"));
     EXPECT_TRUE(controller.isOpen());
-    EXPECT_EQ(pasteboard.string(), std::nullopt);
+    EXPECT_EQ(pasteboard.text(), std::nullopt);
     EXPECT_FALSE(press(20, modifier::command | modifier::option, "3"));
 
     addTexts({"c", "d", "e"});
@@ -97,14 +100,14 @@ TEST_F(Keys, CtrlDigitPicksThatRowWhateverIsSelectedAndIsSwallowedWhenTheRowIsMi
     controller.open();
     EXPECT_EQ(controller.model().selection(), 0u);
     EXPECT_TRUE(press(20, modifier::command, "3"));
-    EXPECT_EQ(pasteboard.string(), "c");
+    EXPECT_EQ(pasteboard.text(), "c");
     EXPECT_FALSE(controller.isOpen());
 
     // French AZERTY types "é" on the 2 key; its position still counts.
     controller.open();
     EXPECT_EQ(listed(), (std::vector<std::string>{"c", "e", "d", "b", "a"}));
     EXPECT_TRUE(press(19, modifier::command, "\xc3\xa9"));
-    EXPECT_EQ(pasteboard.string(), "e");
+    EXPECT_EQ(pasteboard.text(), "e");
 }
 
 TEST_F(Keys, CommandsThatNeedAnEntryPassWithoutOneAndTheOthersAlwaysWork) {
@@ -133,19 +136,21 @@ TEST_F(Keys, CommandsThatNeedAnEntryPassWithoutOneAndTheOthersAlwaysWork) {
 // That the pick reaches the window the user worked in, and that the window
 // closes, is the X11 scenario HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch;
 // that it moves to the top uncaptured is PasteboardMonitorTest's.
-TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTerminalsGetCtrlShiftV) {
+TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTheUsersChordWins) {
     addTexts({"ls -la", "newer"});
     env.defaults.setBool(prefkey::pasteAutomatically, true);
     controller.open();
     desktop.front = ourPanel;
     press(keycode::downArrow);
     EXPECT_TRUE(press(keycode::returnKey));
-    EXPECT_EQ(pasteboard.string(), "ls -la");
+    EXPECT_EQ(pasteboard.text(), "ls -la");
     EXPECT_THAT(desktop.activated, ElementsAre(editor));
     queue.advance(0.14);
     EXPECT_TRUE(desktop.pastes.empty());
     queue.advance(0.02);
-    EXPECT_THAT(desktop.pastes, ElementsAre(false));
+    ASSERT_EQ(desktop.pastes.size(), 1u);
+    EXPECT_EQ(desktop.pastes[0].target, editor);
+    EXPECT_EQ(desktop.pastes[0].chord, PasteChord::ctrlV);
 
     std::size_t expected = 1;
     for (bool preference : {false, true}) {
@@ -159,6 +164,9 @@ TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTerminalsGetCtr
         }
     }
 
+    // The chord the user chose for an application in the settings reaches
+    // the desktop with the paste.
+    ClipPrefs(env.defaults).setPasteChords({{"gnome-terminal", PasteChord::shiftInsert}});
     desktop.front = AppWindow{20, "Gnome-terminal"};
     controller.open();
     desktop.front = editor;  // the desktop already gave the keyboard back itself
@@ -166,14 +174,15 @@ TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTerminalsGetCtr
     press(keycode::returnKey);
     queue.advance(1);
     EXPECT_TRUE(desktop.activated.empty());
-    EXPECT_TRUE(desktop.pastes.back());
+    EXPECT_EQ(desktop.pastes.back().target, (AppWindow{20, "Gnome-terminal"}));
+    EXPECT_EQ(desktop.pastes.back().chord, PasteChord::shiftInsert);
 
     desktop.keysAllowed = false;
     controller.open();
     press(keycode::returnKey, modifier::option);
     queue.advance(1);
     EXPECT_EQ(desktop.pastes.size(), expected + 1);
-    EXPECT_EQ(pasteboard.string(), "ls -la");
+    EXPECT_EQ(pasteboard.text(), "ls -la");
 }
 
 TEST_F(Window, OpeningOverOurOwnWindowKeepsTheWindowToPasteInto) {
@@ -194,18 +203,18 @@ TEST_F(Window, SyncPollsFastExactlyWhileOpenAndAResizeIsUsedNextTime) {
     int opened = 0;
     controller.onOpened = [&] { ++opened; };
     controller.toggle();
-    EXPECT_TRUE(SyncPace::shared().menuOpen);
+    EXPECT_TRUE(pace.menuOpen);
     EXPECT_EQ(opened, 1);
     EXPECT_TRUE(controller.keyMonitorActive());
     controller.panelDidEndResize({500, 700});
     controller.toggle();
-    EXPECT_FALSE(SyncPace::shared().menuOpen);
+    EXPECT_FALSE(pace.menuOpen);
     EXPECT_FALSE(controller.keyMonitorActive());
     controller.toggle();
     EXPECT_EQ(view.frame.width, 500);
     EXPECT_EQ(view.frame.height, 700);
     controller.panelDidResignKey();
-    EXPECT_FALSE(SyncPace::shared().menuOpen);
+    EXPECT_FALSE(pace.menuOpen);
 }
 
 TEST_F(Window, ChangesFromTheCloudReloadTheOpenWindowKeepingTheHighlightedItem) {

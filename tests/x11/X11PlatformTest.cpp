@@ -2,6 +2,8 @@
 // the global hot key, key names, the window in front and the synthetic paste.
 #include <QCoreApplication>
 #include <QGuiApplication>
+#include <algorithm>
+#include <bit>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -15,10 +17,11 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/linux/X11Desktop.h"
-#include "platform/linux/X11HotKey.h"
-#include "platform/linux/X11Workspace.h"
-#include "platform/linux/XkbKeyboardLayout.h"
+#include "platform/linux/QtMainQueue.h"
+#include "platform/x11/X11Desktop.h"
+#include "platform/x11/X11HotKey.h"
+#include "platform/x11/X11Workspace.h"
+#include "platform/x11/XkbKeyboardLayout.h"
 #include "tests/fakes/RecordingLog.h"
 
 namespace zettly::test {
@@ -29,16 +32,21 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto kDeadline = 10s;
 
-// Runs Qt's event loop meanwhile: hot-key presses arrive through it.
+// Runs Qt's event loop meanwhile: hot-key presses and delayed pastes
+// arrive through it.
 template <typename Ready>
-bool waitUntil(Ready ready) {
-    for (auto end = Clock::now() + kDeadline; Clock::now() < end;) {
+bool waitUntil(std::chrono::milliseconds time, Ready ready) {
+    for (auto end = Clock::now() + time; Clock::now() < end;) {
         if (ready())
             return true;
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
         std::this_thread::sleep_for(5ms);
     }
     return ready();
+}
+template <typename Ready>
+bool waitUntil(Ready ready) {
+    return waitUntil(kDeadline, ready);
 }
 
 void shell(const std::string& command) {
@@ -92,11 +100,13 @@ public:
         std::free(error);
         return !error;
     }
-    // Key presses and releases reaching our windows, until `enough`.
+    // Key presses and releases reaching our windows, until `enough` or the
+    // time is up.
     template <typename Enough>
-    std::vector<xcb_key_press_event_t> keyEvents(Enough enough) {
+    std::vector<xcb_key_press_event_t> keyEvents(Enough enough,
+                                                 std::chrono::milliseconds time = kDeadline) {
         std::vector<xcb_key_press_event_t> seen;
-        waitUntil([&] {
+        waitUntil(time, [&] {
             while (xcb_generic_event_t* event = xcb_poll_for_event(c_)) {
                 auto kind = event->response_type & 0x7f;
                 if (kind == XCB_KEY_PRESS || kind == XCB_KEY_RELEASE)
@@ -124,24 +134,31 @@ protected:
     }
     std::unique_ptr<XcbConnection> x11_;
     std::unique_ptr<XkbKeyboardLayout> layout_;
+    QtMainQueue queue_;
     RecordingLog log_;
 };
 
 TEST_F(X11PlatformTest, APressRunsOnlyTheNewestLiveRegistrationOfItsShortcutWithNumLockOnOrOff) {
     int first = 0, other = 0, replacement = 0;
-    auto firstKey = std::make_unique<X11HotKey>(
-        HotKeyCombo{keycode::v, modifier::option}, [&] { ++first; }, *layout_, log_);
-    auto otherKey = std::make_unique<X11HotKey>(
-        HotKeyCombo{keycode::e, modifier::option}, [&] { ++other; }, *layout_, log_);
-    ASSERT_TRUE(firstKey->isRegistered());
+    std::vector<HotKeyState> answers;
+    auto answered = [&](const HotKeyState& state) { answers.push_back(state); };
+    auto firstKey = std::make_unique<X11HotKey>(*layout_, log_);
+    firstKey->bind(
+        {keycode::v, modifier::option}, [&] { ++first; }, answered);
+    auto otherKey = std::make_unique<X11HotKey>(*layout_, log_);
+    otherKey->bind(
+        {keycode::e, modifier::option}, [&] { ++other; }, answered);
+    // X11 answers before bind() returns.
+    ASSERT_EQ(answers, (std::vector<HotKeyState>(2, HotKeyState{HotKeyState::Kind::bound, {}})));
     shell("xdotool key alt+e key alt+v key Num_Lock key alt+v key Num_Lock");
     ASSERT_TRUE(waitUntil([&] { return first == 2; }));
     EXPECT_EQ(other, 1);
 
     // The settings make the new hot key before the old one goes.
-    X11HotKey replacing(
-        {keycode::v, modifier::option}, [&] { ++replacement; }, *layout_, log_);
-    ASSERT_TRUE(replacing.isRegistered());
+    X11HotKey replacing(*layout_, log_);
+    replacing.bind(
+        {keycode::v, modifier::option}, [&] { ++replacement; }, answered);
+    ASSERT_EQ(replacing.state().kind, HotKeyState::Kind::bound);
     shell("xdotool key alt+v");
     ASSERT_TRUE(waitUntil([&] { return replacement == 1; }));
     firstKey.reset();
@@ -159,10 +176,11 @@ TEST_F(X11PlatformTest, AShortcutHeldByAnotherClientStaysOffWithOneLogLine) {
     // Held only with NumLock on: the variants granted before the refusal must be given back.
     ASSERT_TRUE(other.grabKey(xKey(keycode::q), XCB_MOD_MASK_1 | XCB_MOD_MASK_2));
 
-    bool ran = false;
-    X11HotKey hotKey(
-        {keycode::q, modifier::option}, [&] { ran = true; }, *layout_, log_);
-    EXPECT_FALSE(hotKey.isRegistered());
+    X11HotKey hotKey(*layout_, log_);
+    HotKeyState answer;
+    hotKey.bind(
+        {keycode::q, modifier::option}, [] {}, [&](const HotKeyState& state) { answer = state; });
+    EXPECT_EQ(answer.kind, HotKeyState::Kind::taken);
     ASSERT_EQ(log_.lines().size(), 1u);
     EXPECT_NE(log_.lines()[0].find("Alt+Q is taken by another application"), std::string::npos)
         << log_.lines()[0];
@@ -172,7 +190,7 @@ TEST_F(X11PlatformTest, AShortcutHeldByAnotherClientStaysOffWithOneLogLine) {
     EXPECT_TRUE(third.grabKey(xKey(keycode::q), XCB_MOD_MASK_1 | XCB_MOD_MASK_LOCK));
 }
 
-TEST_F(X11PlatformTest, TheActivatedWindowIsInFrontAndThePasteKeystrokeTypesCtrlVIntoIt) {
+TEST_F(X11PlatformTest, TheActivatedWindowIsInFrontAndEachKindOfAppGetsItsPasteChord) {
     OtherClient other;
     xcb_window_t browser = other.window();
     const char wmClass[] = "navigator\0Firefox\0";
@@ -181,7 +199,8 @@ TEST_F(X11PlatformTest, TheActivatedWindowIsInFrontAndThePasteKeystrokeTypesCtrl
     auto pid = static_cast<std::uint32_t>(::getpid());
     other.setProperty(ours, other.atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 32, &pid, 1);
 
-    X11Desktop desktop(*x11_, "org.zettly.Zettly");
+    int primaryFilled = 0;
+    X11Desktop desktop(*x11_, "org.zettly.Zettly", queue_, [&] { ++primaryFilled; });
     desktop.activate(AppWindow{browser, std::nullopt});
     EXPECT_EQ(desktop.frontmostWindow(), (AppWindow{browser, "Firefox"}));
     EXPECT_EQ(X11Workspace(*x11_).frontmostApplicationId(), "Firefox");
@@ -191,21 +210,73 @@ TEST_F(X11PlatformTest, TheActivatedWindowIsInFrontAndThePasteKeystrokeTypesCtrl
     other.focus(other.window(browser));
     EXPECT_EQ(desktop.frontmostWindow(), (AppWindow{browser, "Firefox"}));
 
-    desktop.activate(AppWindow{other.window(), std::nullopt});
-    ASSERT_TRUE(desktop.canSendKeys());
-    for (bool withShift : {false, true}) {
-        SCOPED_TRACE(withShift ? "Ctrl+Shift+V" : "Ctrl+V");
-        desktop.sendPasteKeystroke(withShift);
-        std::size_t keys = withShift ? 3 : 2;
+    xcb_window_t target = other.window();
+    desktop.activate(AppWindow{target, std::nullopt});
+    ASSERT_TRUE(desktop.canPaste());
+    struct Case {
+        const char* appId;
+        std::vector<PasteChordChoice> chosen;
+        xcb_keycode_t key;
+        std::uint16_t modifiers;
+    };
+    const xcb_keycode_t insert = 110 + 8;
+    const Case cases[] = {
+        {"Firefox", {}, xKey(keycode::v), XCB_MOD_MASK_CONTROL},
+        {"konsole", {}, xKey(keycode::v), XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT},
+        {"XTerm", {}, insert, XCB_MOD_MASK_SHIFT},
+        {"konsole", {{"Konsole", PasteChord::ctrlV}}, xKey(keycode::v), XCB_MOD_MASK_CONTROL},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.appId);
+        desktop.paste(AppWindow{target, c.appId}, c.chosen);
+        std::size_t keys = std::popcount(c.modifiers) + 1u;
         auto events = other.keyEvents([&](const auto& seen) { return seen.size() >= 2 * keys; });
         ASSERT_EQ(events.size(), 2 * keys) << "every key pressed is released";
-        const auto& v = events[keys - 1];
-        EXPECT_EQ(v.response_type & 0x7f, XCB_KEY_PRESS);
-        EXPECT_EQ(v.detail, xKey(keycode::v));
-        EXPECT_EQ(v.state & (XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_1),
-                  withShift ? XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT : XCB_MOD_MASK_CONTROL);
+        const auto& last = events[keys - 1];
+        EXPECT_EQ(last.response_type & 0x7f, XCB_KEY_PRESS);
+        EXPECT_EQ(last.detail, c.key);
+        EXPECT_EQ(last.state & (XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT | XCB_MOD_MASK_1),
+                  c.modifiers);
         for (std::size_t i = keys; i < events.size(); ++i)
             EXPECT_EQ(events[i].response_type & 0x7f, XCB_KEY_RELEASE);
+    }
+    EXPECT_EQ(primaryFilled, 1) << "Shift+Insert pastes the primary selection";
+}
+
+TEST_F(X11PlatformTest, APasteWaitsForTheAltStillHeldFromPickingAndLiftsItAfterTheWait) {
+    OtherClient other;
+    xcb_window_t target = other.window();
+    X11Desktop desktop(*x11_, "org.zettly.Zettly", queue_);
+    desktop.activate(AppWindow{target, std::nullopt});
+    auto v = [](const auto& seen) {
+        return std::any_of(seen.begin(), seen.end(), [](const xcb_key_press_event_t& e) {
+            return (e.response_type & 0x7f) == XCB_KEY_PRESS && e.detail == xKey(keycode::v);
+        });
+    };
+
+    shell("xdotool keydown alt");
+    desktop.paste(AppWindow{target, "Firefox"}, {});
+    auto early = other.keyEvents([&](const auto&) { return false; }, 400ms);
+    EXPECT_FALSE(v(early)) << "Ctrl+V went out while Alt was down";
+    shell("xdotool keyup alt");
+    auto events = other.keyEvents(v);
+    ASSERT_TRUE(v(events));
+    for (const auto& e : events) {
+        if (e.detail == xKey(keycode::v)) {
+            EXPECT_EQ(e.state & XCB_MOD_MASK_1, 0) << "the target saw Ctrl+Alt+V";
+        }
+    }
+
+    // A finger resting on Alt past the wait: Alt is lifted around the paste.
+    shell("xdotool keydown alt");
+    desktop.paste(AppWindow{target, "Firefox"}, {});
+    events = other.keyEvents(v, X11Desktop::modifierWait + 3s);
+    shell("xdotool keyup alt");
+    ASSERT_TRUE(v(events));
+    for (const auto& e : events) {
+        if (e.detail == xKey(keycode::v) && (e.response_type & 0x7f) == XCB_KEY_PRESS) {
+            EXPECT_EQ(e.state & XCB_MOD_MASK_1, 0);
+        }
     }
 }
 
@@ -218,7 +289,7 @@ TEST_F(X11PlatformTest, KeysAreNamedByWhatTheyTypeWithoutModifiersAndScreensMeas
     EXPECT_EQ(layout_->character(keycode::y), "y") << "a locked Caps Lock upper-cased the name";
     shell("xdotool key Caps_Lock");
 
-    X11Desktop desktop(*x11_, "org.zettly.Zettly");
+    X11Desktop desktop(*x11_, "org.zettly.Zettly", queue_);
     Rect screen{0, 0, 1280, 800};
     EXPECT_EQ(desktop.screens(), (std::vector<ScreenInfo>{{screen, screen}}));
     shell("xdotool mousemove 100 200");

@@ -17,6 +17,7 @@
 #include "popup/ui/PopupWindow.h"
 #include "popup/ui/PreviewPanel.h"
 #include "store/ClipPrefs.h"
+#include "sync/SyncPace.h"
 #include "tests/fakes/FakeDesktop.h"
 #include "tests/fakes/HistoryEnvironment.h"
 #include "tests/fakes/TestImages.h"
@@ -70,8 +71,9 @@ protected:
 
     test::FakeDesktop desktop;
     PopupWindow window;
+    SyncPace pace;
     PopupController controller{
-        {window, desktop, queue, texts, images, monitor, env.defaults, "org.zettly.Zettly"},
+        {window, desktop, queue, texts, images, monitor, env.defaults, pace, "org.zettly.Zettly"},
         &chipTitle};
 };
 
@@ -165,7 +167,7 @@ TEST_F(PopupWindowTest, ClickingARowPicksItAndAltInvertsThePastePreference) {
         EXPECT_FALSE(window.isVisible());
         queue.advance(1);
     }
-    EXPECT_EQ(pasteboard.string(), "second");  // the first pick moved "first" to the top
+    EXPECT_EQ(pasteboard.text(), "second");  // the first pick moved "first" to the top
     EXPECT_EQ(desktop.pastes.size(), 1u);
 }
 

@@ -1,4 +1,4 @@
-#include "platform/linux/X11WindowHints.h"
+#include "platform/x11/X11WindowHints.h"
 
 #include <QGuiApplication>
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "platform/Keyboard.h"
-#include "platform/linux/XcbConnection.h"
+#include "platform/x11/XcbConnection.h"
 
 struct xkb_context;
 

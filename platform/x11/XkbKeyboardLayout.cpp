@@ -1,4 +1,4 @@
-#include "platform/linux/XkbKeyboardLayout.h"
+#include "platform/x11/XkbKeyboardLayout.h"
 
 #include <array>
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "platform/Pasteboard.h"
-#include "platform/linux/XcbConnection.h"
+#include "platform/x11/XcbConnection.h"
 
 namespace zettly {
 
@@ -16,6 +16,7 @@ class X11Workspace final : public Workspace {
 public:
     explicit X11Workspace(XcbConnection& connection) : connection_(connection) {}
     std::optional<std::string> frontmostApplicationId() override;
+    std::vector<RunningApp> runningApplications() override;
 
     // The top-level window in front: the window manager's active window, or,
     // with no window manager keeping one (a bare X server, a minimal WM), the

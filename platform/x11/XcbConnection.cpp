@@ -1,4 +1,4 @@
-#include "platform/linux/XcbConnection.h"
+#include "platform/x11/XcbConnection.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,10 +1,12 @@
-#include "platform/linux/X11Workspace.h"
+#include "platform/x11/X11Workspace.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <sstream>
+
+#include "platform/Unicode.h"
 
 namespace zettly {
 
@@ -27,21 +29,6 @@ std::optional<xcb_window_t> topLevelOf(XcbConnection& x, xcb_window_t window) {
         window = tree->parent;
     }
     return std::nullopt;
-}
-
-// WM_NAME of type STRING is Latin-1; every byte is its own code point.
-std::string latin1ToUtf8(const std::string& latin1) {
-    std::string out;
-    out.reserve(latin1.size());
-    for (unsigned char c : latin1) {
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        }
-    }
-    return out;
 }
 
 }  // namespace
@@ -117,10 +104,17 @@ std::vector<X11Workspace::ClientWindow> X11Workspace::clientWindows(XcbConnectio
         if (auto name = x.property(window, x.atom("_NET_WM_NAME"), utf8); name && !name->empty())
             title = *name;
         else if (auto legacy = x.property(window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING))
-            title = latin1ToUtf8(*legacy);
+            title = unicode::latin1ToUtf8(*legacy);  // WM_NAME of type STRING
         windows.push_back(ClientWindow{window, std::move(*appId), std::move(title)});
     }
     return windows;
+}
+
+std::vector<RunningApp> X11Workspace::runningApplications() {
+    std::vector<RunningApp> apps;
+    for (ClientWindow& window : clientWindows(connection_))
+        apps.push_back({std::move(window.appId), std::move(window.title)});
+    return apps;
 }
 
 std::optional<std::string> X11Workspace::frontmostApplicationId() {

@@ -1,4 +1,4 @@
-#include "platform/linux/X11HotKey.h"
+#include "platform/x11/X11HotKey.h"
 
 #include <QAbstractNativeEventFilter>
 #include <QByteArray>
@@ -189,47 +189,83 @@ Dispatcher& dispatcher() {
 
 }  // namespace
 
-X11HotKey::X11HotKey(HotKeyCombo combo, std::function<void()> handler, KeyboardLayout& layout,
-                     Log& log) {
-    Dispatcher& d = dispatcher();
-    id_ = d.nextId++;
-    auto off = [&](const std::string& why,
-                   const std::string& until = "; it stays off until it is changed") {
-        log.line("[Zettly] the shortcut " + combo.display(layout) + " " + why + until);
-    };
-    if (!d.connection()) {
-        off("needs an X11 session", "; it stays off");
-        return;
-    }
-    auto evdev = evdevFromMacKeyCode(combo.keyCode);
-    if (!evdev) {
-        off("has no key on this keyboard");
-        return;
-    }
-    Grab grab{static_cast<xcb_keycode_t>(*evdev + 8), xModifiers(combo.modifiers)};
-    // A new hot key for the same combination usually replaces an old one
-    // that is still alive: the grab we hold already serves both.
-    if (!d.heldByUs(grab)) {
-        if (std::uint8_t error = d.grab(grab)) {
-            off(error == XCB_ACCESS
-                    ? "is taken by another application"
-                    : "cannot be registered (X error " + std::to_string(error) + ")");
+// One grab held for one wish; the grab goes when the last holder does.
+class X11HotKey::Holder {
+public:
+    Holder(HotKeyCombo combo, std::function<void()> pressed, KeyboardLayout& layout, Log& log) {
+        Dispatcher& d = dispatcher();
+        id_ = d.nextId++;
+        auto off = [&](HotKeyState::Kind kind, const std::string& why,
+                       const std::string& until = "; it stays off until it is changed") {
+            state_ = HotKeyState{kind, why};
+            log.line("[Zettly] the shortcut " + combo.display(layout) + " " + why + until);
+        };
+        if (!d.connection()) {
+            off(HotKeyState::Kind::failed, "needs an X11 session", "; it stays off");
             return;
         }
+        auto evdev = evdevFromMacKeyCode(combo.keyCode);
+        if (!evdev) {
+            off(HotKeyState::Kind::failed, "has no key on this keyboard");
+            return;
+        }
+        Grab grab{static_cast<xcb_keycode_t>(*evdev + 8), xModifiers(combo.modifiers)};
+        // A new wish for the same combination usually replaces an old one
+        // that is still alive: the grab we hold already serves both.
+        if (!d.heldByUs(grab)) {
+            if (std::uint8_t error = d.grab(grab)) {
+                if (error == XCB_ACCESS)
+                    off(HotKeyState::Kind::taken, "is taken by another application");
+                else
+                    off(HotKeyState::Kind::failed,
+                        "cannot be registered (X error " + std::to_string(error) + ")");
+                return;
+            }
+        }
+        d.registrations.emplace(id_, Registration{grab, std::move(pressed)});
+        state_ = HotKeyState{HotKeyState::Kind::bound, {}};
     }
-    d.registrations.emplace(id_, Registration{grab, std::move(handler)});
-    registered_ = true;
+
+    ~Holder() {
+        if (state_.kind != HotKeyState::Kind::bound)
+            return;
+        Dispatcher& d = dispatcher();
+        auto found = d.registrations.find(id_);
+        Grab grab = found->second.grab;
+        d.registrations.erase(found);
+        if (!d.heldByUs(grab))
+            d.ungrab(grab);
+    }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+
+    const HotKeyState& state() const { return state_; }
+
+private:
+    std::uint32_t id_ = 0;
+    HotKeyState state_;
+};
+
+X11HotKey::X11HotKey(KeyboardLayout& layout, Log& log) : layout_(layout), log_(log) {}
+
+X11HotKey::~X11HotKey() = default;
+
+void X11HotKey::bind(HotKeyCombo combo, std::function<void()> pressed,
+                     std::function<void(const HotKeyState&)> answered) {
+    // Made before the old one goes, so an unchanged shortcut never lapses.
+    auto holder = std::make_unique<Holder>(combo, std::move(pressed), layout_, log_);
+    holder_ = std::move(holder);
+    if (answered)
+        answered(holder_->state());
 }
 
-X11HotKey::~X11HotKey() {
-    if (!registered_)
-        return;
-    Dispatcher& d = dispatcher();
-    auto found = d.registrations.find(id_);
-    Grab grab = found->second.grab;
-    d.registrations.erase(found);
-    if (!d.heldByUs(grab))
-        d.ungrab(grab);
+void X11HotKey::release() {
+    holder_.reset();
+}
+
+const HotKeyState& X11HotKey::state() const {
+    static const HotKeyState none;
+    return holder_ ? holder_->state() : none;
 }
 
 }  // namespace zettly

@@ -1,0 +1,59 @@
+#include "platform/Backends.h"
+
+#include <cstdlib>
+
+namespace zettly {
+
+namespace {
+
+std::string variable(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+// Qt picks its Wayland plugin when it is installed and its X11 one
+// otherwise (through XWayland); with neither display there is nothing to
+// show a window on.
+std::variant<BackendChoice, std::string> fallbackFor(const SessionEnvironment& session) {
+    if (!session.waylandDisplay.empty())
+        return BackendChoice{"fallback", "wayland;xcb"};
+    if (!session.display.empty())
+        return BackendChoice{"fallback", "xcb"};
+    return std::string(
+        "Zettly needs a graphical session, and neither WAYLAND_DISPLAY nor DISPLAY is set.");
+}
+
+}  // namespace
+
+SessionEnvironment SessionEnvironment::current() {
+    return {variable("XDG_SESSION_TYPE"), variable("WAYLAND_DISPLAY"), variable("DISPLAY")};
+}
+
+std::vector<std::string_view> backendNames() {
+    return {"x11", "fallback"};
+}
+
+std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::string>& forced,
+                                                       const SessionEnvironment& session) {
+    if (forced) {
+        if (*forced == "x11") {
+            if (session.display.empty())
+                return std::string("The x11 platform needs an X server, and DISPLAY is not set.");
+            return BackendChoice{"x11", "xcb"};
+        }
+        if (*forced == "fallback")
+            return fallbackFor(session);
+        std::string known;
+        for (std::string_view name : backendNames())
+            known += (known.empty() ? "" : ", ") + std::string(name);
+        return "There is no platform \"" + *forced + "\"; this Zettly knows " + known + ".";
+    }
+    // No backend speaks Wayland's own protocols yet: a Wayland session gets
+    // the fallback, which says what it cannot do there.
+    bool wayland = session.sessionType == "wayland" || !session.waylandDisplay.empty();
+    if (!wayland && !session.display.empty())
+        return BackendChoice{"x11", "xcb"};
+    return fallbackFor(session);
+}
+
+}  // namespace zettly
