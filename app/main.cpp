@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -84,10 +85,14 @@ struct Options {
     bool version = false;
     bool help = false;
     std::string error;
+    // What is left for Qt: it would take --platform for its own option and
+    // look for a Qt plugin of that name.
+    std::vector<char*> qtArguments;
 };
 
 Options parseOptions(int argc, char** argv) {
     Options options;
+    options.qtArguments.push_back(argv[0]);
     for (int i = 1; i < argc; ++i) {
         std::string_view arg = argv[i];
         if (arg == "--version") {
@@ -104,6 +109,7 @@ Options parseOptions(int argc, char** argv) {
             options.error = "unknown argument \"" + std::string(arg) + "\"";
         }
     }
+    options.qtArguments.push_back(nullptr);
     return options;
 }
 
@@ -129,7 +135,7 @@ int main(int argc, char** argv) {
     mallopt(M_ARENA_MAX, 2);
     // Answered before Qt starts, so they work without a display (packaging
     // checks, bug reports from a terminal).
-    const Options options = parseOptions(argc, argv);
+    Options options = parseOptions(argc, argv);
     if (!options.error.empty()) {
         std::fprintf(stderr, "zettly: %s\n", options.error.c_str());
         printUsage(stderr);
@@ -152,7 +158,8 @@ int main(int argc, char** argv) {
     // The backend and Qt's windows must speak to the same display server.
     qputenv("QT_QPA_PLATFORM", QByteArray::fromStdString(choice.qtPlatform));
 
-    QApplication app(argc, argv);
+    int qtArgc = static_cast<int>(options.qtArguments.size()) - 1;
+    QApplication app(qtArgc, options.qtArguments.data());
     QApplication::setApplicationName(QStringLiteral("Zettly"));
     QApplication::setApplicationVersion(QStringLiteral(ZETTLY_VERSION));
     zettly::installTranslations(app, QLocale::system());
