@@ -154,6 +154,47 @@ TEST_F(ClipboardCapture, HashesAndRecordNamesCoverTheExactBytesAndNeedA32ByteKey
     EXPECT_THAT(sql("SELECT * FROM sync_tombstones"), IsEmpty());
 }
 
+TEST_F(ClipboardCapture, AGrowingSelectionTakesOverItsRowAndRetractsOnlyWhatWasSent) {
+    env.defaults.setData(prefkey::clipSyncKey, key(32));
+    ASSERT_EQ(store.insert("https://exa"), Result::inserted);
+    const std::string id = idOf("https://exa");
+    env.clock.advance(1);
+    // Never sent: the other devices never saw it, so nothing is retracted there.
+    EXPECT_EQ(store.replaceRecent("https://exa", "https://example.org"), Result::inserted);
+    EXPECT_THAT(
+        sql("SELECT id, text, type, rid, CAST(created AS INTEGER) FROM items"),
+        ElementsAre(Row{id, "https://example.org", "url",
+                        *ClipboardStore::recordName("https://example.org", key(32)), now()}));
+    EXPECT_THAT(sql("SELECT * FROM sync_tombstones"), IsEmpty());
+
+    // Sent already: its record goes with a tombstone.
+    sql("UPDATE items SET ck = x'01', dirty = 0");
+    env.clock.advance(1);
+    EXPECT_EQ(store.replaceRecent("https://example.org", "https://example.org/a"),
+              Result::inserted);
+    EXPECT_THAT(sql("SELECT key FROM sync_tombstones"),
+                ElementsAre(Row{*ClipboardStore::recordName("https://example.org", key(32))}));
+    EXPECT_THAT(sql("SELECT ck, dirty FROM items"), ElementsAre(Row{"NULL", "1"}));
+
+    // Reaching a text the history holds: that row moves up and this one goes.
+    env.clock.advance(1);
+    store.insert("older note");
+    env.clock.advance(1);
+    store.insert("older");
+    env.clock.advance(1);
+    EXPECT_EQ(store.replaceRecent("older", "older note"), Result::movedToTop);
+    EXPECT_EQ(texts(), (std::vector<std::string>{"https://example.org/a", "older note"}));
+
+    // A row the user pinned, named or filed meanwhile stays; so does any text
+    // when the previous one is gone: both are plain inserts.
+    store.setPinned(idOf("older note"), true);
+    env.clock.advance(1);
+    EXPECT_EQ(store.replaceRecent("older note", "older note!"), Result::inserted);
+    EXPECT_EQ(store.replaceRecent("never stored", "fresh"), Result::inserted);
+    EXPECT_EQ(texts(), (std::vector<std::string>{"https://example.org/a", "older note", "fresh",
+                                                 "older note!"}));
+}
+
 TEST_F(ClipboardCapture, AnEqualTextStoredByAnotherConnectionMidInsertCountsAsMovedToTop) {
     store.insert("earlier");
     // Stands in for a second process that stores the same text between the store's UPDATE and

@@ -76,6 +76,20 @@ TEST_F(Preferences, PopupSizeIsClampedOnWrite) {
     EXPECT_EQ(prefs.popupSize(), (Size{320, 800}));
 }
 
+TEST_F(Preferences, PasteKeysReadOnlyWellFormedEntriesAndTheLastOneForAnApplicationWins) {
+    EXPECT_TRUE(prefs.pasteChords().empty());
+    // Hand-edited files: an id may hold "=", a chord name any case.
+    defaults.setStringArray(prefkey::pasteShortcuts,
+                            {"xterm=ctrl+shift+v", "=ctrl+v", "emacs", "vim=alt+v",
+                             "odd=id=Shift+Insert", "xterm=ctrl+v"});
+    EXPECT_EQ(prefs.pasteChords(),
+              (std::vector<PasteChordChoice>{{"odd=id", PasteChord::shiftInsert},
+                                             {"xterm", PasteChord::ctrlV}}));
+    prefs.setPasteChords({{"kitty", PasteChord::ctrlV}, {"Emacs", PasteChord::shiftInsert}});
+    EXPECT_EQ(defaults.stringArray(prefkey::pasteShortcuts),
+              (Strings{"kitty=ctrl+v", "Emacs=shift+insert"}));
+}
+
 TEST(ChipOrder, MergeKeepsTheStoredOrderAndPlacesMissingChips) {
     using C = ClipboardStore::Category;
     // A new category goes right after the last stored one, or without one right after
