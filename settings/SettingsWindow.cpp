@@ -92,10 +92,6 @@ void SettingsWindow::sessionChanged() {
         general_->reload();
 }
 
-SettingsWindow::Tab SettingsWindow::currentTab() const {
-    return static_cast<Tab>(tabs_->currentIndex());
-}
-
 bool SettingsWindow::event(QEvent* event) {
     // Coming back after deleting or renaming a category from the history
     // window's chips shows the list as it is now. The other pages keep what

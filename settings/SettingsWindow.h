@@ -34,7 +34,6 @@ public:
     void cloudDidChange();
     // The desktop answered about the shortcut, or the session changed.
     void sessionChanged();
-    Tab currentTab() const;
 
 protected:
     bool event(QEvent* event) override;

@@ -90,10 +90,6 @@ int Database::errorCode() const {
     return db_ ? sqlite3_errcode(db_) : SQLITE_MISUSE;
 }
 
-std::string Database::errorMessage() const {
-    return db_ ? sqlite3_errmsg(db_) : "not open";
-}
-
 void Database::setBusyTimeout(int milliseconds) {
     if (db_)
         sqlite3_busy_timeout(db_, milliseconds);

@@ -109,7 +109,6 @@ public:
 
     int changes() const;
     int errorCode() const;
-    std::string errorMessage() const;
     void setBusyTimeout(int milliseconds);
 
     sqlite3* handle() const { return db_; }
