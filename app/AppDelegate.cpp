@@ -18,11 +18,11 @@
 #include "platform/Log.h"
 #include "platform/Pasteboard.h"
 #include "platform/linux/QtGeometry.h"
+#include "popup/ui/Texts.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "sync/SyncPace.h"
-#include "ui/Texts.h"
 
 namespace zettly {
 
@@ -233,6 +233,7 @@ SettingsContext AppDelegate::settingsContext() {
         context.checkForUpdates = [this] { updater_.checkForUpdates(); };
     }
     context.autostart = &platform_.autostart();
+    context.dialogTexts = translatedPopupTexts();
     return context;
 }
 

@@ -55,6 +55,7 @@
 #include "popup/PopupModel.h"
 #include "popup/ui/HistoryList.h"
 #include "popup/ui/PopupWindow.h"
+#include "popup/ui/Texts.h"
 #include "store/ChipOrder.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
@@ -64,7 +65,6 @@
 #include "sync/SyncPace.h"
 #include "tests/fakes/TestImages.h"
 #include "tests/x11/SyntheticInput.h"
-#include "ui/Texts.h"
 
 namespace fs = std::filesystem;
 using namespace zettly;

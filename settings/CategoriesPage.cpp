@@ -27,7 +27,6 @@
 #include "store/PrefKeys.h"
 #include "ui/Dialogs.h"
 #include "ui/Look.h"
-#include "ui/Texts.h"
 
 namespace zettly {
 namespace {
@@ -271,7 +270,7 @@ void CategoriesPage::reload() {
 }
 
 void CategoriesPage::createCategory() {
-    const PopupTexts texts = translatedPopupTexts();
+    const PopupTexts& texts = context_.dialogTexts;
     std::optional<QString> typed = dialogs::ask(
         this, QString::fromStdString(texts.newCategoryTitle), std::nullopt, QString(), false);
     if (!typed)
@@ -326,7 +325,7 @@ void CategoriesPage::deleteCategory(const std::string& id) {
         reload();
         return;
     }
-    const PopupTexts texts = translatedPopupTexts();
+    const PopupTexts& texts = context_.dialogTexts;
     const QString title = QString::fromStdString(texts.deleteCategoryTitle)
                               .arg(QString::fromStdString(category->name));
     if (!dialogs::confirm(this, title, QString::fromStdString(texts.deleteCategoryDetail),

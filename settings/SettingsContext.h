@@ -8,6 +8,7 @@
 #include "platform/GlobalHotKey.h"
 #include "platform/Pasteboard.h"
 #include "platform/Platform.h"
+#include "popup/PopupTexts.h"
 
 namespace zettly {
 
@@ -66,6 +67,9 @@ struct SettingsContext {
     std::function<void(bool)> setAutomaticUpdateChecks = {};
     std::function<void()> checkForUpdates = {};
     SyncServerHooks syncServer = {};
+    // The history window's dialog texts that the settings show too (deleting
+    // a category, clearing the history), in the user's language.
+    PopupTexts dialogTexts = {};
     // Starting at login; the page offers no switch without it.
     Autostart* autostart = nullptr;
 };

@@ -18,7 +18,6 @@
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
 #include "ui/Dialogs.h"
-#include "ui/Texts.h"
 
 namespace zettly {
 namespace {
@@ -152,7 +151,7 @@ void StoragePage::reload() {
 }
 
 void StoragePage::clearHistory() {
-    const PopupTexts texts = translatedPopupTexts();
+    const PopupTexts& texts = context_.dialogTexts;
     if (!dialogs::confirm(this, QString::fromStdString(texts.clearTitle),
                           QString::fromStdString(texts.clearDetail),
                           QString::fromStdString(texts.clearButton)))

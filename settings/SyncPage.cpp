@@ -19,7 +19,6 @@
 #include "store/PrefKeys.h"
 #include "ui/Dialogs.h"
 #include "ui/Look.h"
-#include "ui/Texts.h"
 
 namespace zettly {
 namespace {
@@ -221,7 +220,7 @@ void SyncPage::deleteCloudCopy() {
            "The copy on the sync server is removed for all your devices. While "
            "sync is on, the next sync uploads this computer's history again.");
     if (!dialogs::confirm(this, title, detail,
-                          QString::fromStdString(translatedPopupTexts().deleteButton)))
+                          QString::fromStdString(context_.dialogTexts.deleteButton)))
         return;
     deleting_ = true;
     deleteButton_->setEnabled(false);

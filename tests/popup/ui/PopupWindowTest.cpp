@@ -16,13 +16,13 @@
 #include "popup/ui/HistoryList.h"
 #include "popup/ui/PopupWindow.h"
 #include "popup/ui/PreviewPanel.h"
+#include "popup/ui/Texts.h"
 #include "store/ClipPrefs.h"
 #include "sync/SyncPace.h"
 #include "tests/fakes/FakeDesktop.h"
 #include "tests/fakes/HistoryEnvironment.h"
 #include "tests/fakes/TestImages.h"
 #include "ui/KeyEvents.h"
-#include "ui/Texts.h"
 
 namespace zettly {
 namespace {

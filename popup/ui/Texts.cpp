@@ -1,4 +1,4 @@
-#include "ui/Texts.h"
+#include "popup/ui/Texts.h"
 
 #include <QCoreApplication>
 
