@@ -6,8 +6,6 @@
 #include <memory>
 #include <optional>
 
-#include "platform/linux/QtClipboardWrites.h"
-
 namespace zettly {
 
 namespace {
@@ -24,27 +22,17 @@ struct Pending {
 }  // namespace
 
 QtPasteboard::QtPasteboard(MainQueue& mainQueue, QObject* parent)
-    : QObject(parent), mainQueue_(mainQueue) {
-    connect(clipboard(), &QClipboard::dataChanged, this, [this] {
-        ++count_;
-        if (changed_)
-            changed_();
-    });
-}
-
-void QtPasteboard::setChangeHandler(std::function<void()> handler) {
-    changed_ = std::move(handler);
-}
+    : QtClipboardPasteboard(parent), mainQueue_(mainQueue) {}
 
 template <typename T>
 ReadResult<T> QtPasteboard::onMainThread(std::function<ReadResult<T>()> read) {
     // Shared with the main thread's task, which may finish after we stop
     // waiting for it.
     auto pending = std::make_shared<Pending<T>>();
-    const std::int64_t change = count_.load();
+    const std::int64_t change = changeCount();
     mainQueue_.post([this, pending, read = std::move(read), change] {
         ReadResult<T> result =
-            count_.load() == change ? read() : ReadResult<T>::failure(ReadStatus::superseded);
+            changeCount() == change ? read() : ReadResult<T>::failure(ReadStatus::superseded);
         std::lock_guard lock(mutex_);
         pending->result = std::move(result);
         answered_.notify_all();
@@ -93,18 +81,6 @@ ReadResult<Pasteboard::Bytes> QtPasteboard::data(const std::string& type) {
         QByteArray bytes = mime->data(format);
         return ReadResult<Bytes>::success(Bytes(bytes.begin(), bytes.end()));
     });
-}
-
-void QtPasteboard::clear() {
-    qtclipboard::clear();
-}
-
-void QtPasteboard::writeString(std::string_view text) {
-    qtclipboard::writeString(text);
-}
-
-bool QtPasteboard::writeImage(std::span<const std::uint8_t> data) {
-    return qtclipboard::writeImage(data);
 }
 
 }  // namespace zettly

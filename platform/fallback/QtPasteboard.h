@@ -1,7 +1,5 @@
 #pragma once
 
-#include <QObject>
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -9,6 +7,7 @@
 
 #include "platform/MainQueue.h"
 #include "platform/Pasteboard.h"
+#include "platform/linux/QtClipboardPasteboard.h"
 
 namespace zettly {
 
@@ -17,25 +16,17 @@ namespace zettly {
 // read is handed to it and the capture thread waits, for at most the read
 // limit. Under Wayland Qt sees the clipboard only while one of our windows
 // has the keyboard.
-class QtPasteboard final : public QObject, public Pasteboard {
+class QtPasteboard final : public QtClipboardPasteboard {
     Q_OBJECT
 public:
     static constexpr std::chrono::milliseconds readLimit{5000};
 
     explicit QtPasteboard(MainQueue& mainQueue, QObject* parent = nullptr);
 
-    std::int64_t changeCount() override { return count_.load(); }
-    bool signalsChanges() const override { return true; }
-    void setChangeHandler(std::function<void()> handler) override;
-
     ReadResult<std::vector<std::string>> types() override;
     ReadResult<std::string> string() override;
     ReadResult<Bytes> data(const std::string& type) override;
     void interruptReads() override;
-
-    void clear() override;
-    void writeString(std::string_view text) override;
-    bool writeImage(std::span<const std::uint8_t> data) override;
 
 private:
     // Runs `read` on the main thread and waits for its answer.
@@ -43,8 +34,6 @@ private:
     ReadResult<T> onMainThread(std::function<ReadResult<T>()> read);
 
     MainQueue& mainQueue_;
-    std::atomic<std::int64_t> count_{0};
-    std::function<void()> changed_;
     std::mutex mutex_;
     std::condition_variable answered_;
     bool interrupted_ = false;

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include "platform/Unicode.h"
-#include "platform/linux/QtClipboardWrites.h"
 
 namespace zettly {
 
@@ -28,27 +27,14 @@ QClipboard* clipboard() {
 }  // namespace
 
 X11Pasteboard::X11Pasteboard(std::unique_ptr<XcbConnection> reads, QObject* parent)
-    : QObject(parent),
+    : QtClipboardPasteboard(parent),
       wakeFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       readConnection_(std::move(reads)),
-      reader_(*readConnection_, wakeFd_, [this] { return interruption(); }) {
-    // Qt reports other applications' ownership changes (XFixes) and our own
-    // writes; either is a new clipboard state.
-    connect(clipboard(), &QClipboard::dataChanged, this, [this] {
-        ++count_;
-        wakeReader();
-        if (changed_)
-            changed_();
-    });
-}
+      reader_(*readConnection_, wakeFd_, [this] { return interruption(); }) {}
 
 X11Pasteboard::~X11Pasteboard() {
     if (wakeFd_ >= 0)
         ::close(wakeFd_);
-}
-
-void X11Pasteboard::setChangeHandler(std::function<void()> handler) {
-    changed_ = std::move(handler);
 }
 
 void X11Pasteboard::wakeReader() {
@@ -63,14 +49,14 @@ void X11Pasteboard::interruptReads() {
     wakeReader();
 }
 
-std::optional<ReadStatus> X11Pasteboard::interruption() const {
-    if (interrupted_ || count_.load() != reading_)
+std::optional<ReadStatus> X11Pasteboard::interruption() {
+    if (interrupted_ || changeCount() != reading_)
         return ReadStatus::superseded;
     return std::nullopt;
 }
 
 ReadResult<std::vector<std::string>> X11Pasteboard::types() {
-    std::int64_t now = count_.load();
+    std::int64_t now = changeCount();
     if (typesCount_ == now)
         return types_;
     reading_ = now;
@@ -106,20 +92,8 @@ ReadResult<std::string> X11Pasteboard::string() {
 }
 
 ReadResult<Pasteboard::Bytes> X11Pasteboard::data(const std::string& type) {
-    reading_ = count_.load();
+    reading_ = changeCount();
     return reader_.read(type, {idleLimit, maxReadBytes});
-}
-
-void X11Pasteboard::clear() {
-    qtclipboard::clear();
-}
-
-void X11Pasteboard::writeString(std::string_view text) {
-    qtclipboard::writeString(text);
-}
-
-bool X11Pasteboard::writeImage(std::span<const std::uint8_t> data) {
-    return qtclipboard::writeImage(data);
 }
 
 void X11Pasteboard::copyToPrimary() {

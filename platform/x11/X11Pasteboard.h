@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QObject>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 
 #include "platform/Pasteboard.h"
+#include "platform/linux/QtClipboardPasteboard.h"
 #include "platform/x11/XcbConnection.h"
 #include "platform/x11/XcbSelectionReader.h"
 
@@ -19,7 +19,7 @@ namespace zettly {
 // neither the history window nor the hot key. Even what this process owns
 // is read that way: the main thread answers it while the capture thread
 // waits.
-class X11Pasteboard final : public QObject, public Pasteboard {
+class X11Pasteboard final : public QtClipboardPasteboard {
     Q_OBJECT
 public:
     // A read ends when nothing arrived for this long, however long it runs
@@ -32,32 +32,25 @@ public:
     explicit X11Pasteboard(std::unique_ptr<XcbConnection> reads, QObject* parent = nullptr);
     ~X11Pasteboard() override;
 
-    std::int64_t changeCount() override { return count_.load(); }
-    bool signalsChanges() const override { return true; }
-    void setChangeHandler(std::function<void()> handler) override;
-
     ReadResult<std::vector<std::string>> types() override;
     ReadResult<std::string> string() override;
     ReadResult<Bytes> data(const std::string& type) override;
     void interruptReads() override;
-
-    void clear() override;
-    void writeString(std::string_view text) override;
-    bool writeImage(std::span<const std::uint8_t> data) override;
 
     // Puts what Zettly wrote to the clipboard on the primary selection too,
     // which is what Shift+Insert pastes in xterm and rxvt. Nothing happens
     // when another application owns the clipboard.
     void copyToPrimary();
 
+protected:
+    void changed() override { wakeReader(); }
+
 private:
     void wakeReader();
     // A read under way ends when the clipboard changes or the app quits.
-    std::optional<ReadStatus> interruption() const;
+    std::optional<ReadStatus> interruption();
 
-    std::atomic<std::int64_t> count_{0};
     std::atomic<bool> interrupted_{false};
-    std::function<void()> changed_;
     int wakeFd_ = -1;
     std::unique_ptr<XcbConnection> readConnection_;
     XcbSelectionReader reader_;
