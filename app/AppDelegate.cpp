@@ -101,6 +101,12 @@ void AppDelegate::applicationDidFinishLaunching() {
     registerHotKey();
     updateIcon();
     tray_.show();
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        // Without a tray the history is reached by the shortcut, by starting
+        // Zettly again, or by `zettly --toggle`.
+        StderrLog::instance().line(
+            "[Zettly] this session shows no tray icons; start Zettly again or run "
+            "zettly --toggle to open the history");
 
     updateSyncCadence();
     // The server named in the settings, set up on the sync thread ahead of

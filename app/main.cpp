@@ -1,6 +1,8 @@
 // The zettly executable: one tray application per user session.
 #include <QApplication>
+#include <QFileInfo>
 #include <QIcon>
+#include <QLibraryInfo>
 #include <QSocketNotifier>
 #include <csignal>
 #include <cstdio>
@@ -77,6 +79,24 @@ std::filesystem::path imageWorkerPath() {
     std::fprintf(stderr, "[Zettly] %s is neither in %s nor beside %s; images are not saved\n", name,
                  installed.parent_path().c_str(), self.c_str());
     return installed;
+}
+
+// The plugins of `wanted` ("wayland;xcb") that this Qt has, in their order.
+// Qt aborts when none of them loads; knowing beforehand lets Zettly say what
+// to install instead.
+std::string installedQtPlatforms(const std::string& wanted) {
+    const QString folder =
+        QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms/");
+    std::string out;
+    for (const QString& name : QString::fromStdString(wanted).split(QLatin1Char(';'))) {
+        // The Wayland plugin's file is named after its shell integration.
+        const QString file = name == QLatin1String("wayland")
+                                 ? QStringLiteral("libqwayland-generic.so")
+                                 : QStringLiteral("libq%1.so").arg(name);
+        if (QFileInfo::exists(folder + file))
+            out += (out.empty() ? "" : ";") + name.toStdString();
+    }
+    return out;
 }
 
 struct Options {
@@ -156,7 +176,15 @@ int main(int argc, char** argv) {
     }
     const auto choice = std::get<zettly::BackendChoice>(chosen);
     // The backend and Qt's windows must speak to the same display server.
-    qputenv("QT_QPA_PLATFORM", QByteArray::fromStdString(choice.qtPlatform));
+    const std::string qtPlatforms = installedQtPlatforms(choice.qtPlatform);
+    if (qtPlatforms.empty()) {
+        std::fprintf(stderr,
+                     "zettly: Qt has no platform plugin for this session (%s); install Qt's "
+                     "Wayland or X11 platform plugin (Debian: qt6-wayland, qt6-qpa-plugins)\n",
+                     choice.qtPlatform.c_str());
+        return 1;
+    }
+    qputenv("QT_QPA_PLATFORM", QByteArray::fromStdString(qtPlatforms));
 
     int qtArgc = static_cast<int>(options.qtArguments.size()) - 1;
     QApplication app(qtArgc, options.qtArguments.data());

@@ -11,12 +11,12 @@ std::string variable(const char* name) {
     return value ? value : "";
 }
 
-// Qt picks its Wayland plugin when it is installed and its X11 one
-// otherwise (through XWayland); with neither display there is nothing to
-// show a window on.
+// Qt takes its Wayland plugin where it can, else its X11 one (through
+// XWayland when that runs); with neither display there is nothing to show a
+// window on.
 std::variant<BackendChoice, std::string> fallbackFor(const SessionEnvironment& session) {
     if (!session.waylandDisplay.empty())
-        return BackendChoice{"fallback", "wayland;xcb"};
+        return BackendChoice{"fallback", session.display.empty() ? "wayland" : "wayland;xcb"};
     if (!session.display.empty())
         return BackendChoice{"fallback", "xcb"};
     return std::string(
