@@ -92,7 +92,9 @@ ReadResult<std::string> X11Pasteboard::string() {
 }
 
 ReadResult<Pasteboard::Bytes> X11Pasteboard::data(const std::string& type) {
-    reading_ = changeCount();
+    // For the change whose types were read: when the clipboard moved on
+    // since, the read is cut short rather than taking the next owner's data.
+    reading_ = typesCount_ >= 0 ? typesCount_ : changeCount();
     return reader_.read(type, {idleLimit, maxReadBytes});
 }
 
