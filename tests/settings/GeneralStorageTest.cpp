@@ -19,6 +19,7 @@
 #include "settings/AboutPage.h"
 #include "settings/GeneralPage.h"
 #include "settings/SettingsContext.h"
+#include "settings/SettingsWindow.h"
 #include "settings/ShortcutRecorder.h"
 #include "settings/StoragePage.h"
 #include "store/ClipPrefs.h"
@@ -68,6 +69,7 @@ protected:
     ClipboardStore texts{env.context()};
     ImageClipStore images{env.context()};
     int hotKeyChanges = 0;
+    HotKeyState hotKey;
     std::vector<Limitation> limits;
     XdgAutostart autostart{env.dir / "config/autostart", "/usr/bin/zettly"};
     SettingsContext context{
@@ -75,6 +77,7 @@ protected:
         .texts = texts,
         .images = images,
         .hotKeyChanged = [this] { ++hotKeyChanges; },
+        .hotKeyState = [this] { return hotKey; },
         .limitations = [this] { return limits; },
         .autostart = &autostart,
     };
@@ -273,6 +276,103 @@ TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater)
     automatic = false;
     page.reload();
     EXPECT_FALSE(page.automaticChecksSwitch()->isChecked());
+}
+
+// ---- what this session cannot do --------------------------------------------
+
+QStringList limitationTexts(const GeneralPage& page) {
+    QStringList texts;
+    for (const QLabel* line : page.sessionNote()->findChildren<QLabel*>("limitation"))
+        texts << line->text();
+    return texts;
+}
+
+TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsItsChanges) {
+    GeneralPage page(context);
+    auto visibleNotes = [&] {
+        QStringList shown;
+        for (const QLabel* label :
+             {page.shortcutProblem(), page.shortcutHelp(), page.shortcutCommand()})
+            if (!label->isHidden())
+                shown << label->text();
+        return shown;
+    };
+    for (HotKeyState::Kind quiet : {HotKeyState::Kind::waiting, HotKeyState::Kind::bound}) {
+        hotKey = {quiet, "ignored"};
+        page.reload();
+        EXPECT_EQ(visibleNotes(), QStringList()) << static_cast<int>(quiet);
+        EXPECT_TRUE(page.shortcutRecorder()->isEnabled());
+    }
+
+    hotKey = {HotKeyState::Kind::taken, {}};
+    page.reload();
+    EXPECT_EQ(visibleNotes(),
+              QStringList{"Alt+V is used by another application. Choose another shortcut."});
+    prefs.setHotKey({keycode::k, HotKeyCombo::command | HotKeyCombo::shift});
+    page.reload();
+    EXPECT_TRUE(page.shortcutProblem()->text().startsWith("Ctrl+Shift+K is used"));
+
+    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard"};
+    page.reload();
+    EXPECT_EQ(visibleNotes(), QStringList{"The shortcut Ctrl+Shift+K could not be set: has no key "
+                                          "on this keyboard"});
+
+    // Recording here would change nothing: the desktop's own settings hold it.
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle"};
+    page.reload();
+    ASSERT_EQ(visibleNotes().size(), 2);
+    EXPECT_TRUE(page.shortcutHelp()->text().contains("keyboard settings"));
+    EXPECT_EQ(page.shortcutCommand()->text(), "zettly --toggle");
+    EXPECT_TRUE(page.shortcutCommand()->textInteractionFlags() & Qt::TextSelectableByMouse);
+    EXPECT_FALSE(page.shortcutRecorder()->isEnabled());
+
+    // The app reloads the open window when the desktop answers.
+    SettingsWindow window(context);
+    window.open(SettingsWindow::Tab::general);
+    auto* shown = window.findChild<GeneralPage*>();
+    ASSERT_NE(shown, nullptr);
+    hotKey = {HotKeyState::Kind::bound, {}};
+    window.sessionChanged();
+    EXPECT_TRUE(shown->shortcutHelp()->isHidden());
+    EXPECT_TRUE(shown->shortcutCommand()->isHidden());
+    EXPECT_TRUE(shown->shortcutRecorder()->isEnabled());
+}
+
+TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAny) {
+    GeneralPage page(context);
+    EXPECT_TRUE(page.sessionNote()->isHidden());
+
+    // Typing nothing into other windows covers the window that cannot be
+    // activated; every other limitation gets a sentence of its own.
+    limits = {Limitation::noGlobalShortcut,
+              Limitation::noPaste,
+              Limitation::noXTest,
+              Limitation::captureOnlyWhileFocused,
+              Limitation::noFrontmostApp,
+              Limitation::noWindowActivation,
+              Limitation::x11ApplicationsOnly};
+    page.reload();
+    EXPECT_FALSE(page.sessionNote()->isHidden());
+    const QStringList lines = limitationTexts(page);
+    const QStringList expected = {"shortcut of its own",
+                                  "cannot type into other applications",
+                                  "XTEST",
+                                  "only while one of its windows is active",
+                                  "which application is in front",
+                                  "XWayland"};
+    ASSERT_EQ(lines.size(), expected.size()) << lines.join('\n').toStdString();
+    for (int i = 0; i < lines.size(); ++i)
+        EXPECT_TRUE(lines[i].contains(expected[i])) << lines[i].toStdString();
+
+    limits = {Limitation::noWindowActivation};
+    page.reload();
+    ASSERT_EQ(limitationTexts(page).size(), 1);
+    EXPECT_TRUE(limitationTexts(page)[0].contains("give the keyboard back"));
+
+    limits.clear();
+    page.reload();
+    EXPECT_TRUE(page.sessionNote()->isHidden());
+    EXPECT_TRUE(limitationTexts(page).isEmpty());
 }
 
 }  // namespace
