@@ -17,6 +17,7 @@
 #include "platform/Autostart.h"
 #include "platform/Defaults.h"
 #include "settings/PageParts.h"
+#include "settings/PasteKeysBox.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
 #include "store/ClipPrefs.h"
@@ -114,6 +115,11 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     form->addRow(pasteHint);
     pasteNote_ = hiddenNote(this);
     form->addRow(pasteNote_);
+    pasteKeys_ = new PasteKeysBox(context_, this);
+    pasteKeys_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    //: Settings › General: label before the list of applications with keys of their own for
+    //: pasting.
+    form->addRow(tr("Paste keys:"), pasteKeys_);
 
     if (context_.autostart) {
         //: Settings › General switch: start Zettly when the user logs in to the desktop.
@@ -156,6 +162,10 @@ void GeneralPage::reload() {
                "server's configuration (or install the package that provides it) and "
                "start Zettly again."));
     pasteNote_->setHidden(pasteNote_->text().isEmpty());
+    // Keys for applications nothing can be typed into would be a choice
+    // without effect.
+    form_->setRowVisible(pasteKeys_, !limited(Limitation::noPaste));
+    pasteKeys_->reload();
 
     position_->setCurrentIndex(prefs.popupPosition() == ClipPrefs::PopupPosition::center ? 1 : 0);
     reloadPreview();

@@ -14,10 +14,11 @@ class QLabel;
 namespace zettly {
 
 struct SettingsContext;
+class PasteKeysBox;
 class ShortcutRecorder;
 
-// Settings › General: what this session cannot do, pasting right away, the
-// preview delay, where the history window opens, its
+// Settings › General: what this session cannot do, pasting right away and
+// with which keys, the preview delay, where the history window opens, its
 // shortcut and starting at login. Every change is stored at once.
 class GeneralPage : public QWidget {
     Q_OBJECT
@@ -46,6 +47,8 @@ public:
     QCheckBox* pasteSwitch() const { return paste_; }
     // Why pasting cannot work in this session; hidden when it can.
     QLabel* pasteNote() const { return pasteNote_; }
+    // Hidden where nothing can be pasted.
+    PasteKeysBox* pasteKeys() const { return pasteKeys_; }
     QComboBox* previewPicker() const { return preview_; }
     QComboBox* positionPicker() const { return position_; }
     ShortcutRecorder* shortcutRecorder() const { return recorder_; }
@@ -69,6 +72,7 @@ private:
     QLabel* shortcutCommand_;
     QCheckBox* paste_;
     QLabel* pasteNote_;
+    PasteKeysBox* pasteKeys_;
     QComboBox* preview_;
     QComboBox* position_;
     ShortcutRecorder* recorder_;

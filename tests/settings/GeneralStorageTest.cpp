@@ -4,9 +4,11 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
+#include <QToolButton>
 #include <QtTest/QTest>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +20,8 @@
 #include "platform/Autostart.h"
 #include "settings/AboutPage.h"
 #include "settings/GeneralPage.h"
+#include "settings/PasteKeysBox.h"
+#include "settings/RunningAppsButton.h"
 #include "settings/SettingsContext.h"
 #include "settings/SettingsWindow.h"
 #include "settings/ShortcutRecorder.h"
@@ -31,6 +35,8 @@
 
 namespace zettly {
 namespace {
+
+using Strings = std::vector<std::string>;
 
 // Picks an entry the way a keyboard user does, so the picker's own
 // "activated" path runs rather than a programmatic index change.
@@ -71,6 +77,7 @@ protected:
     int hotKeyChanges = 0;
     HotKeyState hotKey;
     std::vector<Limitation> limits;
+    std::vector<RunningApp> windows;
     XdgAutostart autostart{env.dir / "config/autostart", "/usr/bin/zettly"};
     SettingsContext context{
         .defaults = env.defaults,
@@ -79,6 +86,7 @@ protected:
         .hotKeyChanged = [this] { ++hotKeyChanges; },
         .hotKeyState = [this] { return hotKey; },
         .limitations = [this] { return limits; },
+        .runningApps = [this] { return windows; },
         .autostart = &autostart,
     };
     ClipPrefs prefs{env.defaults};
@@ -373,6 +381,70 @@ TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAn
     page.reload();
     EXPECT_TRUE(page.sessionNote()->isHidden());
     EXPECT_TRUE(limitationTexts(page).isEmpty());
+}
+
+// ---- paste keys ---------------------------------------------------------------
+
+TEST_F(SettingsPagesTest, PasteKeysAreAddedChangedAndRemovedInTheStoreAtOnce) {
+    prefs.setPasteChords({{"org.gnome.Terminal", PasteChord::ctrlShiftV}});
+    windows = {{"org.mozilla.firefox", "Mozilla Firefox"}, {"org.gnome.terminal", "Terminal"}};
+    GeneralPage page(context);
+    PasteKeysBox* box = page.pasteKeys();
+    auto stored = [&] { return env.defaults.stringArray(prefkey::pasteShortcuts); };
+    auto rows = [&] {
+        QStringList shown;
+        for (int row = 0; row < box->rowCount(); ++row)
+            shown << box->appIdAt(row) + "=" + box->keysPicker(row)->currentText();
+        return shown;
+    };
+    EXPECT_EQ(rows(), QStringList{"org.gnome.Terminal=Ctrl+Shift+V"});
+    EXPECT_EQ(entries(box->keysPicker(0)), (QStringList{"Ctrl+V", "Ctrl+Shift+V", "Shift+Insert"}));
+
+    // A typed application starts with the keys it is pasted with now; one
+    // already listed, in whatever case, is not added twice.
+    EXPECT_FALSE(box->addButton()->isEnabled());
+    for (const char* typed : {"  xterm ", "XTerm"}) {
+        QTest::keyClicks(box->appField(), typed);
+        QTest::keyClick(box->appField(), Qt::Key_Return);
+    }
+    EXPECT_EQ(stored(), (Strings{"org.gnome.Terminal=ctrl+shift+v", "xterm=shift+insert"}));
+    EXPECT_EQ(rows(), (QStringList{"org.gnome.Terminal=Ctrl+Shift+V", "xterm=Shift+Insert"}));
+    EXPECT_TRUE(box->appField()->text().isEmpty());
+
+    pick(box->keysPicker(1), "Ctrl+V");
+    EXPECT_EQ(prefs.pasteChords(),
+              (std::vector<PasteChordChoice>{{"org.gnome.Terminal", PasteChord::ctrlShiftV},
+                                             {"xterm", PasteChord::ctrlV}}));
+
+    // The open windows offer what is not listed yet.
+    QMenu* menu = box->runningAppsButton()->menu();
+    Q_EMIT menu->aboutToShow();
+    ASSERT_EQ(menu->actions().size(), 2);
+    EXPECT_FALSE(menu->actions()[1]->isEnabled());
+    menu->actions()[0]->trigger();
+    EXPECT_EQ(stored(), (Strings{"org.gnome.Terminal=ctrl+shift+v", "xterm=ctrl+v",
+                                 "org.mozilla.firefox=ctrl+v"}));
+
+    QTest::mouseClick(box->removeButton(0), Qt::LeftButton);
+    EXPECT_EQ(stored(), (Strings{"xterm=ctrl+v", "org.mozilla.firefox=ctrl+v"}));
+    EXPECT_EQ(rows(), (QStringList{"xterm=Ctrl+V", "org.mozilla.firefox=Ctrl+V"}));
+    QTest::mouseClick(box->removeButton(1), Qt::LeftButton);
+    QTest::mouseClick(box->removeButton(0), Qt::LeftButton);
+    EXPECT_EQ(stored(), Strings{});
+    EXPECT_EQ(box->rowCount(), 0);
+}
+
+TEST_F(SettingsPagesTest, PasteKeysHideWhereNothingCanBePasted) {
+    prefs.setPasteChords({{"xterm", PasteChord::ctrlV}});
+    GeneralPage page(context);
+    EXPECT_FALSE(page.pasteKeys()->isHidden());
+    limits = {Limitation::noXTest};  // fixable: the choices apply once XTEST is there
+    page.reload();
+    EXPECT_FALSE(page.pasteKeys()->isHidden());
+    limits = {Limitation::noPaste};
+    page.reload();
+    EXPECT_TRUE(page.pasteKeys()->isHidden());
+    EXPECT_EQ(prefs.pasteChords().size(), 1u);
 }
 
 }  // namespace
