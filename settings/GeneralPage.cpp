@@ -46,8 +46,12 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     // paste keys take the width there is.
     form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
 
-    auto* session = new pageparts::NoteBox(this);
-    sessionNote_ = session;
+    // Apart from the settings below it: it speaks of the whole session.
+    sessionNote_ = new QWidget(this);
+    auto* sessionRow = new QVBoxLayout(sessionNote_);
+    sessionRow->setContentsMargins(0, 0, 0, 6);
+    auto* session = new pageparts::NoteBox(sessionNote_);
+    sessionRow->addWidget(session);
     //: Settings › General, at the top in a session where some things cannot work: the heading
     //: of the list of what does not.
     auto* sessionTitle =
@@ -61,7 +65,7 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     lines->setVerticalSpacing(3);
     lines->setColumnStretch(1, 1);
     session->content()->addWidget(sessionLines_);
-    form->addRow(session);
+    form->addRow(sessionNote_);
 
     recorder_ = new ShortcutRecorder(context_, this);
     //: Settings › General: label before the button that records the shortcut opening the history.

@@ -48,7 +48,6 @@ PasteKeysBox::PasteKeysBox(SettingsContext& context, QWidget* parent)
 
     auto* addRowLayout = new QHBoxLayout;
     appField_ = new QLineEdit(this);
-    appField_->setObjectName(QStringLiteral("pasteKeysAppField"));
     //: Settings › General › paste keys: placeholder of the field for an application id.
     appField_->setPlaceholderText(tr("Application id"));
     appField_->setClearButtonEnabled(true);
