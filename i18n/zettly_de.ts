@@ -347,6 +347,41 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Tray menu item, greyed out, when this build has no update feed.</extracomment>
         <translation>Updates nicht eingerichtet</translation>
     </message>
+    <message>
+        <source>%1 is used by another application; choose another shortcut in Settings.</source>
+        <extracomment>Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.</extracomment>
+        <translation>%1 wird von einer anderen Anwendung verwendet; wählen Sie in den Einstellungen ein anderes Tastenkürzel.</translation>
+    </message>
+    <message>
+        <source>No shortcut: bind “zettly --toggle” in your desktop&apos;s keyboard settings.</source>
+        <extracomment>Tray tooltip line in a session where Zettly cannot have a shortcut of its own. Keep the command as it is.</extracomment>
+        <translation>Kein Tastenkürzel: Legen Sie „zettly --toggle“ in den Tastatureinstellungen Ihrer Arbeitsumgebung auf eine Taste.</translation>
+    </message>
+    <message>
+        <source>Picked items are only copied, not pasted.</source>
+        <extracomment>Tray tooltip line in a session where Zettly cannot type into other apps.</extracomment>
+        <translation>Ausgewählte Einträge werden nur kopiert, nicht eingefügt.</translation>
+    </message>
+    <message>
+        <source>No pasting: the X server lacks XTEST.</source>
+        <extracomment>Tray tooltip line when the X server lacks the XTEST extension; keep &quot;XTEST&quot;.</extracomment>
+        <translation>Kein Einfügen: Dem X-Server fehlt XTEST.</translation>
+    </message>
+    <message>
+        <source>Copies are saved only while a Zettly window is active.</source>
+        <extracomment>Tray tooltip line in a session where Zettly sees the clipboard only while one of its windows is active.</extracomment>
+        <translation>Kopien werden nur gespeichert, solange ein Zettly-Fenster aktiv ist.</translation>
+    </message>
+    <message>
+        <source>Ignored applications cannot be recognised.</source>
+        <extracomment>Tray tooltip line in a session where Zettly cannot tell which app is in front.</extracomment>
+        <translation>Ignorierte Anwendungen können nicht erkannt werden.</translation>
+    </message>
+    <message>
+        <source>Through XWayland: works with X11 applications only.</source>
+        <extracomment>Tray tooltip line when Zettly runs through XWayland in a Wayland session.</extracomment>
+        <translation>Über XWayland: funktioniert nur mit X11-Anwendungen.</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AppcastUpdater</name>
@@ -498,11 +533,6 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <translation>Bei der Anmeldung starten</translation>
     </message>
     <message>
-        <source>In a Wayland session, Zettly cannot type into other apps&apos; windows, so the item only goes to the clipboard. To paste right away, log out and pick an “X11” or “Xorg” session in the login screen&apos;s session menu.</source>
-        <extracomment>Settings › General, under &quot;Paste right away&quot; in a Wayland session. &quot;X11&quot; and &quot;Xorg&quot; are the names the login screen&apos;s session menu shows; keep them.</extracomment>
-        <translation>In einer Wayland-Sitzung kann Zettly nicht in die Fenster anderer Anwendungen tippen, daher landet der Eintrag nur in der Zwischenablage. Um sofort einzufügen, melden Sie sich ab und wählen Sie im Sitzungsmenü des Anmeldebildschirms eine „X11“- oder „Xorg“-Sitzung.</translation>
-    </message>
-    <message>
         <source>This X server lacks the XTEST extension, which Zettly needs to press Ctrl+V for you, so the item only goes to the clipboard. Enable XTEST in the X server&apos;s configuration (or install the package that provides it) and start Zettly again.</source>
         <extracomment>Settings › General, under &quot;Paste right away&quot; when the X server cannot simulate key presses. XTEST is the name of the X server extension; keep it.</extracomment>
         <translation>Diesem X-Server fehlt die Erweiterung XTEST, mit der Zettly für Sie Strg+V drückt, daher landet der Eintrag nur in der Zwischenablage. Aktivieren Sie XTEST in der Konfiguration des X-Servers (oder installieren Sie das Paket, das sie bereitstellt) und starten Sie Zettly neu.</translation>
@@ -531,6 +561,76 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Choosing an item also pastes it into the window you were working in. Alt+Return in the history does the other.</source>
         <extracomment>Settings › General, under &quot;Paste right away&quot;: what the switch does, and the key that does the other thing for one pick.</extracomment>
         <translation>Beim Auswählen wird der Eintrag auch gleich in das Fenster eingefügt, in dem Sie gearbeitet haben. Alt+Eingabetaste im Verlauf bewirkt jeweils das andere.</translation>
+    </message>
+    <message>
+        <source>Some features are not available in this session:</source>
+        <extracomment>Settings › General, at the top in a session where some things cannot work: the heading of the list of what does not.</extracomment>
+        <translation>Einige Funktionen stehen in dieser Sitzung nicht zur Verfügung:</translation>
+    </message>
+    <message>
+        <source>Paste keys:</source>
+        <extracomment>Settings › General: label before the list of applications with keys of their own for pasting.</extracomment>
+        <translation>Einfügetasten:</translation>
+    </message>
+    <message>
+        <source>In this session Zettly cannot type into other apps&apos; windows, so the item only goes to the clipboard. Paste it yourself with Ctrl+V.</source>
+        <extracomment>Settings › General, under &quot;Paste right away&quot; in a session where Zettly cannot type into other applications.</extracomment>
+        <translation>In dieser Sitzung kann Zettly nicht in die Fenster anderer Anwendungen tippen, daher landet der Eintrag nur in der Zwischenablage. Fügen Sie ihn selbst mit Strg+V ein.</translation>
+    </message>
+    <message>
+        <source>Zettly cannot have a shortcut of its own, so the history opens with one you set up in your desktop&apos;s keyboard settings.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Zettly kann kein eigenes Tastenkürzel haben; der Verlauf öffnet sich mit einem, das Sie in den Tastatureinstellungen Ihrer Arbeitsumgebung einrichten.</translation>
+    </message>
+    <message>
+        <source>Zettly cannot type into other applications, so a picked item is only copied and you paste it yourself.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Zettly kann nicht in andere Anwendungen tippen, daher wird ein ausgewählter Eintrag nur kopiert und Sie fügen ihn selbst ein.</translation>
+    </message>
+    <message>
+        <source>The X server lacks the XTEST extension, so a picked item is only copied, not pasted.</source>
+        <extracomment>Settings › General, list of what this session cannot do. XTEST is the name of an X server extension; keep it.</extracomment>
+        <translation>Dem X-Server fehlt die Erweiterung XTEST, daher wird ein ausgewählter Eintrag nur kopiert, nicht eingefügt.</translation>
+    </message>
+    <message>
+        <source>Zettly can read the clipboard only while one of its windows is active, so what you copy in other applications may not be saved.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Zettly kann die Zwischenablage nur lesen, solange eines seiner Fenster aktiv ist; was Sie in anderen Anwendungen kopieren, wird daher womöglich nicht gespeichert.</translation>
+    </message>
+    <message>
+        <source>Zettly cannot tell which application is in front, so ignored applications are not recognised; text patterns still apply.</source>
+        <extracomment>Settings › General, list of what this session cannot do. Refers to the list in Settings › Ignore.</extracomment>
+        <translation>Zettly weiß nicht, welche Anwendung im Vordergrund ist, daher werden ignorierte Anwendungen nicht erkannt; Textmuster gelten weiterhin.</translation>
+    </message>
+    <message>
+        <source>Zettly cannot give the keyboard back to the window you were working in, so a picked item may not be pasted there.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Zettly kann die Tastatur nicht an das Fenster zurückgeben, in dem Sie gearbeitet haben, daher wird ein ausgewählter Eintrag dort womöglich nicht eingefügt.</translation>
+    </message>
+    <message>
+        <source>Zettly runs through XWayland, so its shortcut, saving copies and pasting work with X11 applications only.</source>
+        <extracomment>Settings › General, list of what this session cannot do. XWayland and X11 are names; keep them.</extracomment>
+        <translation>Zettly läuft über XWayland, daher funktionieren Tastenkürzel, das Speichern von Kopien und das Einfügen nur mit X11-Anwendungen.</translation>
+    </message>
+    <message>
+        <source>%1 is used by another application. Choose another shortcut.</source>
+        <extracomment>Settings › General, under the shortcut when another application holds it. %1 is the shortcut, e.g. Alt+V.</extracomment>
+        <translation>%1 wird von einer anderen Anwendung verwendet. Wählen Sie ein anderes Tastenkürzel.</translation>
+    </message>
+    <message>
+        <source>This desktop gives applications no shortcuts of their own. To open the history with a key, add a shortcut for this command in your desktop&apos;s keyboard settings:</source>
+        <extracomment>Settings › General, under the shortcut in a session where applications cannot have shortcuts; the command to bind follows on the next line.</extracomment>
+        <translation>Diese Arbeitsumgebung erlaubt Anwendungen keine eigenen Tastenkürzel. Um den Verlauf per Taste zu öffnen, legen Sie in den Tastatureinstellungen Ihrer Arbeitsumgebung ein Tastenkürzel für diesen Befehl an:</translation>
+    </message>
+    <message>
+        <source>The shortcut %1 could not be set.</source>
+        <extracomment>Settings › General, under the shortcut when the desktop refused it without saying why. %1 is the shortcut, e.g. Alt+V.</extracomment>
+        <translation>Das Tastenkürzel %1 konnte nicht eingerichtet werden.</translation>
+    </message>
+    <message>
+        <source>The shortcut %1 could not be set: %2</source>
+        <extracomment>Settings › General, under the shortcut when the desktop refused it. %1 is the shortcut, e.g. Alt+V; %2 is the system&apos;s reason, in English.</extracomment>
+        <translation>Das Tastenkürzel %1 konnte nicht eingerichtet werden: %2</translation>
     </message>
 </context>
 <context>
@@ -634,11 +734,6 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <translation>Anwendungskennung, etwa org.keepassxc.KeePassXC</translation>
     </message>
     <message>
-        <source>Open Windows</source>
-        <extracomment>Settings › Ignore: button with a menu of the open windows, to pick an application to ignore.</extracomment>
-        <translation>Offene Fenster</translation>
-    </message>
-    <message>
         <source>Restore Defaults</source>
         <extracomment>Settings › Ignore: button that goes back to the built-in list of ignored applications.</extracomment>
         <translation>Vorgaben wiederherstellen</translation>
@@ -669,16 +764,6 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <translation>Bearbeiten</translation>
     </message>
     <message>
-        <source>%1 — %2</source>
-        <extracomment>Settings › Ignore: an entry of the open-windows menu: the window&apos;s title, then the application id.</extracomment>
-        <translation>%1 – %2</translation>
-    </message>
-    <message>
-        <source>No windows found</source>
-        <extracomment>Settings › Ignore: the open-windows menu when no window could be listed.</extracomment>
-        <translation>Keine Fenster gefunden</translation>
-    </message>
-    <message>
         <source>An empty pattern would match every text you copy.</source>
         <extracomment>Settings › Ignore: why an empty pattern cannot be stored.</extracomment>
         <translation>Ein leeres Muster würde auf jeden kopierten Text passen.</translation>
@@ -702,6 +787,59 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Save</source>
         <extracomment>Settings › Ignore: button that stores the edited pattern in place of the old one.</extracomment>
         <translation>Speichern</translation>
+    </message>
+    <message>
+        <source>In this session Zettly cannot tell which application is in front, so the applications in this list are not recognised. Text patterns, and the marks password managers put on what they copy, still keep copies out.</source>
+        <extracomment>Settings › Ignore, above the application list in a session where Zettly cannot tell which application is in front. The marks are hints password managers add to what they copy.</extracomment>
+        <translation>In dieser Sitzung weiß Zettly nicht, welche Anwendung im Vordergrund ist, daher werden die Anwendungen in dieser Liste nicht erkannt. Textmuster und die Markierungen, die Passwortmanager an ihre Kopien anbringen, halten Kopien weiterhin aus dem Verlauf fern.</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::PasteKeysBox</name>
+    <message>
+        <source>Most applications paste with Ctrl+V, terminals with Ctrl+Shift+V, xterm and rxvt with Shift+Insert. Choose other keys for an application that pastes nothing.</source>
+        <extracomment>Settings › General › paste keys: why one would choose the keys for an application. Key names as on the keyboard; xterm and rxvt are program names.</extracomment>
+        <translation>Die meisten Anwendungen fügen mit Strg+V ein, Terminals mit Strg+Umschalt+V, xterm und rxvt mit Umschalt+Einfg. Wählen Sie andere Tasten für eine Anwendung, die nichts einfügt.</translation>
+    </message>
+    <message>
+        <source>Application id</source>
+        <extracomment>Settings › General › paste keys: placeholder of the field for an application id.</extracomment>
+        <translation>Anwendungskennung</translation>
+    </message>
+    <message>
+        <source>Add</source>
+        <extracomment>Settings › General › paste keys: button that adds the typed application to the list.</extracomment>
+        <translation>Hinzufügen</translation>
+    </message>
+    <message>
+        <source>Ctrl+V</source>
+        <extracomment>Settings › General › paste keys: the keys that paste in most applications.</extracomment>
+        <translation>Strg+V</translation>
+    </message>
+    <message>
+        <source>Ctrl+Shift+V</source>
+        <extracomment>Settings › General › paste keys: the keys that paste in most terminals.</extracomment>
+        <translation>Strg+Umschalt+V</translation>
+    </message>
+    <message>
+        <source>Shift+Insert</source>
+        <extracomment>Settings › General › paste keys: the keys that paste in xterm and rxvt.</extracomment>
+        <translation>Umschalt+Einfg</translation>
+    </message>
+    <message>
+        <source>Paste keys for %1</source>
+        <extracomment>Settings › General › paste keys: accessible name of the keys picker of one application. %1 is the application id.</extracomment>
+        <translation>Einfügetasten für %1</translation>
+    </message>
+    <message>
+        <source>Remove, pasting with the usual keys again</source>
+        <extracomment>Settings › General › paste keys: tooltip of the button that removes an application&apos;s keys, so it is pasted into with the usual keys again.</extracomment>
+        <translation>Entfernen; dann wird wieder mit den üblichen Tasten eingefügt</translation>
+    </message>
+    <message>
+        <source>Remove %1</source>
+        <extracomment>Settings › General › paste keys: accessible name of the remove button of one application. %1 is the application id.</extracomment>
+        <translation>%1 entfernen</translation>
     </message>
 </context>
 <context>
@@ -810,6 +948,24 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Quit Zettly</source>
         <extracomment>Footer menu of the history window: quits the application.</extracomment>
         <translation>Zettly beenden</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::RunningAppsButton</name>
+    <message>
+        <source>Open Windows</source>
+        <extracomment>Settings › Ignore and Settings › General › paste keys: button with a menu of the open windows, to pick an application from.</extracomment>
+        <translation>Offene Fenster</translation>
+    </message>
+    <message>
+        <source>%1 — %2</source>
+        <extracomment>The open-windows menu (Settings › Ignore, paste keys): an entry with the window&apos;s title, then the application id.</extracomment>
+        <translation>%1 – %2</translation>
+    </message>
+    <message>
+        <source>No windows found</source>
+        <extracomment>The open-windows menu when no window could be listed.</extracomment>
+        <translation>Keine Fenster gefunden</translation>
     </message>
 </context>
 <context>

@@ -77,13 +77,17 @@ PasteChord pasteChordFor(const std::optional<std::string>& appId,
                          const std::vector<PasteChordChoice>& chosen) {
     if (!appId)
         return PasteChord::ctrlV;
-    std::string id = asciiLower(*appId);
     for (const PasteChordChoice& choice : chosen)
-        if (asciiLower(choice.appId) == id)
+        if (sameAppId(choice.appId, *appId))
             return choice.chord;
+    std::string id = asciiLower(*appId);
     auto terminal = std::find_if(std::begin(terminals), std::end(terminals),
                                  [&](const auto& entry) { return entry.first == id; });
     return terminal != std::end(terminals) ? terminal->second : PasteChord::ctrlV;
+}
+
+bool sameAppId(std::string_view a, std::string_view b) {
+    return asciiLower(a) == asciiLower(b);
 }
 
 std::string_view chordName(PasteChord chord) {

@@ -25,6 +25,9 @@ struct PasteChordChoice {
 PasteChord pasteChordFor(const std::optional<std::string>& appId,
                          const std::vector<PasteChordChoice>& chosen);
 
+// Whether two ids name the same application for the choices above.
+bool sameAppId(std::string_view a, std::string_view b);
+
 // How a chord is stored: "ctrl+v", "ctrl+shift+v", "shift+insert".
 std::string_view chordName(PasteChord chord);
 std::optional<PasteChord> chordNamed(std::string_view name);

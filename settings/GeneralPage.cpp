@@ -2,7 +2,9 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QFontDatabase>
 #include <QFormLayout>
+#include <QGridLayout>
 #include <QLabel>
 #include <QLocale>
 #include <QSignalBlocker>
@@ -15,6 +17,7 @@
 #include "platform/Autostart.h"
 #include "platform/Defaults.h"
 #include "settings/PageParts.h"
+#include "settings/PasteKeysBox.h"
 #include "settings/SettingsContext.h"
 #include "settings/ShortcutRecorder.h"
 #include "store/ClipPrefs.h"
@@ -37,13 +40,47 @@ bool sameDelay(double a, double b) {
 }  // namespace
 
 GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
-    : QWidget(parent), context_(context) {
-    auto* form = new QFormLayout(this);
-    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+    : QWidget(parent), context_(context), form_(new QFormLayout(this)) {
+    QFormLayout* form = form_;
+    // Pickers keep their natural width; only the wrapping notes and the
+    // paste keys take the width there is.
+    form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
+
+    // Apart from the settings below it: it speaks of the whole session.
+    sessionNote_ = new QWidget(this);
+    auto* sessionRow = new QVBoxLayout(sessionNote_);
+    sessionRow->setContentsMargins(0, 0, 0, 6);
+    auto* session = new pageparts::NoteBox(sessionNote_);
+    sessionRow->addWidget(session);
+    //: Settings › General, at the top in a session where some things cannot work: the heading
+    //: of the list of what does not.
+    auto* sessionTitle =
+        new QLabel(tr("Some features are not available in this session:"), session);
+    sessionTitle->setWordWrap(true);
+    session->content()->addWidget(sessionTitle);
+    sessionLines_ = new QWidget(session);
+    auto* lines = new QGridLayout(sessionLines_);
+    lines->setContentsMargins(0, 0, 0, 0);
+    lines->setHorizontalSpacing(6);
+    lines->setVerticalSpacing(3);
+    lines->setColumnStretch(1, 1);
+    session->content()->addWidget(sessionLines_);
+    form->addRow(sessionNote_);
 
     recorder_ = new ShortcutRecorder(context_, this);
     //: Settings › General: label before the button that records the shortcut opening the history.
     form->addRow(tr("Open history with:"), recorder_);
+    shortcutProblem_ = pageparts::problemLabel(this);
+    shortcutHelp_ = hiddenNote(this);
+    shortcutCommand_ = new QLabel(this);
+    shortcutCommand_->setTextFormat(Qt::PlainText);
+    shortcutCommand_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    shortcutCommand_->setTextInteractionFlags(Qt::TextSelectableByMouse |
+                                              Qt::TextSelectableByKeyboard);
+    shortcutCommand_->setCursor(Qt::IBeamCursor);
+    shortcutCommand_->hide();
+    for (QLabel* label : {shortcutProblem_, shortcutHelp_, shortcutCommand_})
+        form->addRow(label);
 
     position_ = new QComboBox(this);
     //: Settings › General › where the history window opens: near the mouse pointer.
@@ -82,6 +119,11 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     form->addRow(pasteHint);
     pasteNote_ = hiddenNote(this);
     form->addRow(pasteNote_);
+    pasteKeys_ = new PasteKeysBox(context_, this);
+    pasteKeys_->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    //: Settings › General: label before the list of applications with keys of their own for
+    //: pasting.
+    form->addRow(tr("Paste keys:"), pasteKeys_);
 
     if (context_.autostart) {
         //: Settings › General switch: start Zettly when the user logs in to the desktop.
@@ -103,11 +145,11 @@ void GeneralPage::reload() {
         paste_->setChecked(prefs.pasteAutomatically());
     }
 
-    const std::vector<Limitation> limits =
-        context_.limitations ? context_.limitations() : std::vector<Limitation>{};
+    const std::vector<Limitation> limits = context_.currentLimitations();
     auto limited = [&](Limitation limitation) {
         return std::find(limits.begin(), limits.end(), limitation) != limits.end();
     };
+    reloadSessionNote(limits);
     pasteNote_->clear();
     if (limited(Limitation::noPaste))
         //: Settings › General, under "Paste right away" in a session where Zettly cannot type
@@ -124,10 +166,15 @@ void GeneralPage::reload() {
                "server's configuration (or install the package that provides it) and "
                "start Zettly again."));
     pasteNote_->setHidden(pasteNote_->text().isEmpty());
+    // Keys for applications nothing can be typed into would be a choice
+    // without effect.
+    form_->setRowVisible(pasteKeys_, !limited(Limitation::noPaste));
+    pasteKeys_->reload();
 
     position_->setCurrentIndex(prefs.popupPosition() == ClipPrefs::PopupPosition::center ? 1 : 0);
     reloadPreview();
     recorder_->reload();
+    reloadShortcutNote();
 
     if (launch_) {
         const QSignalBlocker block(launch_);
@@ -135,6 +182,125 @@ void GeneralPage::reload() {
         launchError_->clear();
         launchError_->setHidden(true);
     }
+}
+
+QStringList GeneralPage::limitationLines(const std::vector<Limitation>& limits) {
+    const bool noPaste =
+        std::find(limits.begin(), limits.end(), Limitation::noPaste) != limits.end();
+    QStringList lines;
+    for (Limitation limitation : limits) {
+        switch (limitation) {
+            case Limitation::noGlobalShortcut:
+                //: Settings › General, list of what this session cannot do.
+                lines << tr(
+                    "Zettly cannot have a shortcut of its own, so the history opens with "
+                    "one you set up in your desktop's keyboard settings.");
+                break;
+            case Limitation::noPaste:
+                //: Settings › General, list of what this session cannot do.
+                lines << tr(
+                    "Zettly cannot type into other applications, so a picked item is "
+                    "only copied and you paste it yourself.");
+                break;
+            case Limitation::noXTest:
+                //: Settings › General, list of what this session cannot do. XTEST is the name of
+                //: an X server extension; keep it.
+                lines << tr(
+                    "The X server lacks the XTEST extension, so a picked item is only "
+                    "copied, not pasted.");
+                break;
+            case Limitation::captureOnlyWhileFocused:
+                //: Settings › General, list of what this session cannot do.
+                lines << tr(
+                    "Zettly can read the clipboard only while one of its windows is "
+                    "active, so what you copy in other applications may not be saved.");
+                break;
+            case Limitation::noFrontmostApp:
+                //: Settings › General, list of what this session cannot do. Refers to the list
+                //: in Settings › Ignore.
+                lines << tr(
+                    "Zettly cannot tell which application is in front, so ignored "
+                    "applications are not recognised; text patterns still apply.");
+                break;
+            case Limitation::noWindowActivation:
+                // Nothing is pasted anyway when typing is impossible too.
+                if (!noPaste)
+                    //: Settings › General, list of what this session cannot do.
+                    lines << tr(
+                        "Zettly cannot give the keyboard back to the window you were "
+                        "working in, so a picked item may not be pasted there.");
+                break;
+            case Limitation::x11ApplicationsOnly:
+                //: Settings › General, list of what this session cannot do. XWayland and X11
+                //: are names; keep them.
+                lines << tr(
+                    "Zettly runs through XWayland, so its shortcut, saving copies and "
+                    "pasting work with X11 applications only.");
+                break;
+        }
+    }
+    return lines;
+}
+
+void GeneralPage::reloadSessionNote(const std::vector<Limitation>& limits) {
+    qDeleteAll(sessionLines_->findChildren<QLabel*>(Qt::FindDirectChildrenOnly));
+    auto* grid = static_cast<QGridLayout*>(sessionLines_->layout());
+    int row = 0;
+    for (const QString& line : limitationLines(limits)) {
+        auto* bullet = new QLabel(QStringLiteral("•"), sessionLines_);
+        auto* text = new QLabel(line, sessionLines_);
+        text->setObjectName(QStringLiteral("limitation"));
+        text->setWordWrap(true);
+        text->setTextFormat(Qt::PlainText);
+        grid->addWidget(bullet, row, 0, Qt::AlignTop);
+        grid->addWidget(text, row, 1);
+        ++row;
+    }
+    sessionNote_->setHidden(row == 0);
+}
+
+void GeneralPage::reloadShortcutNote() {
+    const HotKeyState state = context_.hotKeyState ? context_.hotKeyState() : HotKeyState{};
+    const QString combo = recorder_->displayText(ClipPrefs(context_.defaults).hotKey());
+    const QString detail = QString::fromStdString(state.detail);
+    QString problem, help;
+    switch (state.kind) {
+        case HotKeyState::Kind::waiting:
+        case HotKeyState::Kind::bound:
+            break;
+        case HotKeyState::Kind::taken:
+            //: Settings › General, under the shortcut when another application holds it. %1 is
+            //: the shortcut, e.g. Alt+V.
+            problem = tr("%1 is used by another application. Choose another shortcut.").arg(combo);
+            break;
+        case HotKeyState::Kind::inDesktopSettings:
+            //: Settings › General, under the shortcut in a session where applications cannot
+            //: have shortcuts; the command to bind follows on the next line.
+            help =
+                tr("This desktop gives applications no shortcuts of their own. To open the "
+                   "history with a key, add a shortcut for this command in your desktop's "
+                   "keyboard settings:");
+            break;
+        case HotKeyState::Kind::failed:
+            if (detail.isEmpty())
+                //: Settings › General, under the shortcut when the desktop refused it without
+                //: saying why. %1 is the shortcut, e.g. Alt+V.
+                problem = tr("The shortcut %1 could not be set.").arg(combo);
+            else
+                //: Settings › General, under the shortcut when the desktop refused it. %1 is the
+                //: shortcut, e.g. Alt+V; %2 is the system's reason, in English.
+                problem = tr("The shortcut %1 could not be set: %2").arg(combo, detail);
+            break;
+    }
+    shortcutProblem_->setText(problem);
+    shortcutProblem_->setHidden(problem.isEmpty());
+    shortcutHelp_->setText(help);
+    shortcutHelp_->setHidden(help.isEmpty());
+    const bool bindElsewhere = state.kind == HotKeyState::Kind::inDesktopSettings;
+    shortcutCommand_->setText(bindElsewhere ? detail : QString());
+    shortcutCommand_->setHidden(!bindElsewhere || detail.isEmpty());
+    // A shortcut recorded here would never reach Zettly.
+    recorder_->setEnabled(!bindElsewhere);
 }
 
 void GeneralPage::reloadPreview() {

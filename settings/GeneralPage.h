@@ -1,19 +1,25 @@
 #pragma once
 
+#include <QStringList>
 #include <QWidget>
+#include <vector>
+
+#include "platform/Platform.h"
 
 class QCheckBox;
 class QComboBox;
+class QFormLayout;
 class QLabel;
 
 namespace zettly {
 
 struct SettingsContext;
+class PasteKeysBox;
 class ShortcutRecorder;
 
-// Settings › General: pasting right away, the preview delay, where the
-// history window opens, its shortcut and starting at login. Every change is
-// stored at once.
+// Settings › General: what this session cannot do, pasting right away and
+// with which keys, the preview delay, where the history window opens, its
+// shortcut and starting at login. Every change is stored at once.
 class GeneralPage : public QWidget {
     Q_OBJECT
 public:
@@ -26,9 +32,23 @@ public:
     // its shortcut.
     static constexpr double previewDelays[] = {0, 0.5, 1.5, 3};
 
+    // One sentence for each thing this session cannot do and what follows
+    // from it; none for one another sentence already covers.
+    static QStringList limitationLines(const std::vector<Limitation>& limits);
+
+    // The limitations of this session; hidden when there are none.
+    QWidget* sessionNote() const { return sessionNote_; }
+    // What the desktop said of the shortcut when it cannot be used as
+    // recorded; hidden otherwise.
+    QLabel* shortcutProblem() const { return shortcutProblem_; }
+    QLabel* shortcutHelp() const { return shortcutHelp_; }
+    // The command to bind in the desktop's keyboard settings, selectable.
+    QLabel* shortcutCommand() const { return shortcutCommand_; }
     QCheckBox* pasteSwitch() const { return paste_; }
     // Why pasting cannot work in this session; hidden when it can.
     QLabel* pasteNote() const { return pasteNote_; }
+    // Hidden where nothing can be pasted.
+    PasteKeysBox* pasteKeys() const { return pasteKeys_; }
     QComboBox* previewPicker() const { return preview_; }
     QComboBox* positionPicker() const { return position_; }
     ShortcutRecorder* shortcutRecorder() const { return recorder_; }
@@ -38,12 +58,21 @@ public:
     QLabel* launchError() const { return launchError_; }
 
 private:
+    void reloadSessionNote(const std::vector<Limitation>& limits);
+    void reloadShortcutNote();
     void reloadPreview();
     void setLaunchAtLogin(bool on);
 
     SettingsContext& context_;
+    QFormLayout* form_;
+    QWidget* sessionNote_;
+    QWidget* sessionLines_;
+    QLabel* shortcutProblem_;
+    QLabel* shortcutHelp_;
+    QLabel* shortcutCommand_;
     QCheckBox* paste_;
     QLabel* pasteNote_;
+    PasteKeysBox* pasteKeys_;
     QComboBox* preview_;
     QComboBox* position_;
     ShortcutRecorder* recorder_;

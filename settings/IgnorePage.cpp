@@ -6,21 +6,19 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMenu>
 #include <QPainter>
 #include <QPixmap>
 #include <QPushButton>
 #include <QShortcut>
-#include <QToolButton>
 #include <QVBoxLayout>
 #include <algorithm>
-#include <map>
 #include <set>
 #include <string_view>
 
 #include "capture/PasteboardMonitor.h"
 #include "platform/Defaults.h"
 #include "settings/PageParts.h"
+#include "settings/RunningAppsButton.h"
 #include "store/ClipPrefs.h"
 #include "store/PrefKeys.h"
 #include "ui/Look.h"
@@ -106,6 +104,20 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     //: Settings › Ignore: explanation of the ignored applications.
     appsLayout->addWidget(pageparts::noteLabel(
         tr("Nothing you copy while one of these applications is in front is saved."), apps));
+    auto* frontmostNote = new pageparts::NoteBox(apps);
+    frontmostNote_ = frontmostNote;
+    frontmostNote_->setObjectName(QStringLiteral("appsUnrecognisedNote"));
+    //: Settings › Ignore, above the application list in a session where Zettly cannot tell
+    //: which application is in front. The marks are hints password managers add to what they
+    //: copy.
+    auto* frontmostText = new QLabel(
+        tr("In this session Zettly cannot tell which application is in front, so the "
+           "applications in this list are not recognised. Text patterns, and the marks password "
+           "managers put on what they copy, still keep copies out."),
+        frontmostNote);
+    frontmostText->setWordWrap(true);
+    frontmostNote->content()->addWidget(frontmostText);
+    appsLayout->addWidget(frontmostNote_);
     appList_ = new QListWidget(apps);
     appList_->setObjectName(QStringLiteral("appList"));
     appList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
@@ -126,15 +138,14 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     appField_->setClearButtonEnabled(true);
     addAppButton_ = new QPushButton(addLabel(), apps);
     addAppButton_->setObjectName(QStringLiteral("addAppButton"));
-    runningAppsButton_ = new QToolButton(apps);
+    runningAppsButton_ = new RunningAppsButton(
+        context_.runningApps,
+        [this](const std::string& appId) {
+            const std::vector<std::string> ignored = ignoredApps();
+            return std::find(ignored.begin(), ignored.end(), appId) != ignored.end();
+        },
+        apps);
     runningAppsButton_->setObjectName(QStringLiteral("runningAppsButton"));
-    //: Settings › Ignore: button with a menu of the open windows, to pick an application to
-    //: ignore.
-    runningAppsButton_->setText(tr("Open Windows"));
-    runningAppsButton_->setPopupMode(QToolButton::InstantPopup);
-    runningAppsMenu_ = new QMenu(runningAppsButton_);
-    runningAppsButton_->setMenu(runningAppsMenu_);
-    runningAppsButton_->setVisible(static_cast<bool>(context_.runningApps));
     appRow->addWidget(appField_, 1);
     appRow->addWidget(addAppButton_);
     appRow->addWidget(runningAppsButton_);
@@ -209,7 +220,8 @@ IgnorePage::IgnorePage(SettingsContext& context, QWidget* parent)
     connect(addAppButton_, &QPushButton::clicked, this, addTypedApp);
     connect(appField_, &QLineEdit::returnPressed, this, addTypedApp);
     connect(appField_, &QLineEdit::textChanged, this, [this] { updateButtons(); });
-    connect(runningAppsMenu_, &QMenu::aboutToShow, this, [this] { fillRunningAppsMenu(); });
+    connect(runningAppsButton_, &RunningAppsButton::picked, this,
+            [this](const QString& appId) { addApp(appId); });
     auto removeSelectedApps = [this] {
         std::vector<std::string> chosen;
         for (QListWidgetItem* item : appList_->selectedItems())
@@ -263,6 +275,7 @@ void IgnorePage::reload() {
         item->setSelected(selected.contains(item->text()));
     }
     defaultsNote_->setVisible(!ownList);
+    frontmostNote_->setVisible(context_.limitedBy(Limitation::noFrontmostApp));
     defaultsButton_->setEnabled(ownList);
 
     // A pattern being edited stays in the field while the list changes
@@ -327,38 +340,6 @@ void IgnorePage::removeApp(const std::string& appId) {
 void IgnorePage::useDefaultApps() {
     context_.defaults.remove(prefkey::ignoredApps);
     reload();
-}
-
-void IgnorePage::fillRunningAppsMenu() {
-    runningAppsMenu_->clear();
-    if (!context_.runningApps)
-        return;
-    const std::vector<std::string> ignored = ignoredApps();
-    // One entry per application; a browser with six windows is one choice.
-    std::set<std::string> seen;
-    for (const RunningApp& app : context_.runningApps()) {
-        if (app.appId.empty() || !seen.insert(app.appId).second)
-            continue;
-        const QString id = QString::fromStdString(app.appId);
-        QString title = QString::fromStdString(app.title);
-        title.replace(QLatin1Char('&'), QStringLiteral("&&"));
-        //: Settings › Ignore: an entry of the open-windows menu: the window's title, then the
-        //: application id.
-        const QString text = title.isEmpty() ? id : tr("%1 \u2014 %2").arg(title, id);
-        QAction* action = runningAppsMenu_->addAction(text);
-        if (std::find(ignored.begin(), ignored.end(), app.appId) != ignored.end()) {
-            // Already ignored: shown ticked so the user sees it is covered.
-            action->setCheckable(true);
-            action->setChecked(true);
-            action->setEnabled(false);
-        } else {
-            connect(action, &QAction::triggered, this, [this, id] { addApp(id); });
-        }
-    }
-    if (runningAppsMenu_->isEmpty()) {
-        //: Settings › Ignore: the open-windows menu when no window could be listed.
-        runningAppsMenu_->addAction(tr("No windows found"))->setEnabled(false);
-    }
 }
 
 // ---- patterns ---------------------------------------------------------------

@@ -11,11 +11,11 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QListWidget;
-class QMenu;
 class QPushButton;
-class QToolButton;
 
 namespace zettly {
+
+class RunningAppsButton;
 
 // Settings › Ignore: the applications whose copies are not saved, and the
 // regular expressions that keep matching texts out of the history.
@@ -52,7 +52,6 @@ public:
     void removePattern(int row);
 
 private:
-    void fillRunningAppsMenu();
     void checkPatternField();
     void submitPatternField();
     void beginEditingPattern(int row);
@@ -64,10 +63,11 @@ private:
 
     QListWidget* appList_;
     QLabel* defaultsNote_;
+    // Why the list does nothing in this session; hidden when it works.
+    QWidget* frontmostNote_;
     QLineEdit* appField_;
     QPushButton* addAppButton_;
-    QToolButton* runningAppsButton_;
-    QMenu* runningAppsMenu_;
+    RunningAppsButton* runningAppsButton_;
     QPushButton* removeAppButton_;
     QPushButton* defaultsButton_;
 

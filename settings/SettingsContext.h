@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -72,6 +73,15 @@ struct SettingsContext {
     PopupTexts dialogTexts = {};
     // Starting at login; the page offers no switch without it.
     Autostart* autostart = nullptr;
+
+    // None without the hook: a page then assumes the session can do it all.
+    std::vector<Limitation> currentLimitations() const {
+        return limitations ? limitations() : std::vector<Limitation>{};
+    }
+    bool limitedBy(Limitation limitation) const {
+        const std::vector<Limitation> limits = currentLimitations();
+        return std::find(limits.begin(), limits.end(), limitation) != limits.end();
+    }
 };
 
 }  // namespace zettly

@@ -25,6 +25,9 @@ public:
     void reload();
     bool isRecording() const { return recording_; }
 
+    // As the user's keyboard names the keys, e.g. "Ctrl+Shift+K".
+    QString displayText(HotKeyCombo combo) const;
+
     QPushButton* recordButton() const { return record_; }
     QPushButton* resetButton() const { return reset_; }
 
@@ -35,7 +38,6 @@ private:
     void start();
     void stop();
     void save(HotKeyCombo combo);
-    QString displayText(HotKeyCombo combo) const;
 
     SettingsContext& context_;
     QPushButton* record_;

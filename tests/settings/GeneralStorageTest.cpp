@@ -4,9 +4,11 @@
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTimer>
+#include <QToolButton>
 #include <QtTest/QTest>
 #include <filesystem>
 #include <fstream>
@@ -18,7 +20,10 @@
 #include "platform/Autostart.h"
 #include "settings/AboutPage.h"
 #include "settings/GeneralPage.h"
+#include "settings/PasteKeysBox.h"
+#include "settings/RunningAppsButton.h"
 #include "settings/SettingsContext.h"
+#include "settings/SettingsWindow.h"
 #include "settings/ShortcutRecorder.h"
 #include "settings/StoragePage.h"
 #include "store/ClipPrefs.h"
@@ -30,6 +35,8 @@
 
 namespace zettly {
 namespace {
+
+using Strings = std::vector<std::string>;
 
 // Picks an entry the way a keyboard user does, so the picker's own
 // "activated" path runs rather than a programmatic index change.
@@ -68,14 +75,18 @@ protected:
     ClipboardStore texts{env.context()};
     ImageClipStore images{env.context()};
     int hotKeyChanges = 0;
+    HotKeyState hotKey;
     std::vector<Limitation> limits;
+    std::vector<RunningApp> windows;
     XdgAutostart autostart{env.dir / "config/autostart", "/usr/bin/zettly"};
     SettingsContext context{
         .defaults = env.defaults,
         .texts = texts,
         .images = images,
         .hotKeyChanged = [this] { ++hotKeyChanges; },
+        .hotKeyState = [this] { return hotKey; },
         .limitations = [this] { return limits; },
+        .runningApps = [this] { return windows; },
         .autostart = &autostart,
     };
     ClipPrefs prefs{env.defaults};
@@ -273,6 +284,167 @@ TEST_F(SettingsPagesTest, TheUpdateSwitchShowsOnlyWithAFeedAndFollowsTheUpdater)
     automatic = false;
     page.reload();
     EXPECT_FALSE(page.automaticChecksSwitch()->isChecked());
+}
+
+// ---- what this session cannot do --------------------------------------------
+
+QStringList limitationTexts(const GeneralPage& page) {
+    QStringList texts;
+    for (const QLabel* line : page.sessionNote()->findChildren<QLabel*>("limitation"))
+        texts << line->text();
+    return texts;
+}
+
+TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsItsChanges) {
+    GeneralPage page(context);
+    auto visibleNotes = [&] {
+        QStringList shown;
+        for (const QLabel* label :
+             {page.shortcutProblem(), page.shortcutHelp(), page.shortcutCommand()})
+            if (!label->isHidden())
+                shown << label->text();
+        return shown;
+    };
+    for (HotKeyState::Kind quiet : {HotKeyState::Kind::waiting, HotKeyState::Kind::bound}) {
+        hotKey = {quiet, "ignored"};
+        page.reload();
+        EXPECT_EQ(visibleNotes(), QStringList()) << static_cast<int>(quiet);
+        EXPECT_TRUE(page.shortcutRecorder()->isEnabled());
+    }
+
+    hotKey = {HotKeyState::Kind::taken, {}};
+    page.reload();
+    EXPECT_EQ(visibleNotes(),
+              QStringList{"Alt+V is used by another application. Choose another shortcut."});
+    prefs.setHotKey({keycode::k, HotKeyCombo::command | HotKeyCombo::shift});
+    page.reload();
+    EXPECT_TRUE(page.shortcutProblem()->text().startsWith("Ctrl+Shift+K is used"));
+
+    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard"};
+    page.reload();
+    EXPECT_EQ(visibleNotes(), QStringList{"The shortcut Ctrl+Shift+K could not be set: has no key "
+                                          "on this keyboard"});
+
+    // Recording here would change nothing: the desktop's own settings hold it.
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle"};
+    page.reload();
+    ASSERT_EQ(visibleNotes().size(), 2);
+    EXPECT_TRUE(page.shortcutHelp()->text().contains("keyboard settings"));
+    EXPECT_EQ(page.shortcutCommand()->text(), "zettly --toggle");
+    EXPECT_TRUE(page.shortcutCommand()->textInteractionFlags() & Qt::TextSelectableByMouse);
+    EXPECT_FALSE(page.shortcutRecorder()->isEnabled());
+
+    // The app reloads the open window when the desktop answers.
+    SettingsWindow window(context);
+    window.open(SettingsWindow::Tab::general);
+    auto* shown = window.findChild<GeneralPage*>();
+    ASSERT_NE(shown, nullptr);
+    hotKey = {HotKeyState::Kind::bound, {}};
+    window.sessionChanged();
+    EXPECT_TRUE(shown->shortcutHelp()->isHidden());
+    EXPECT_TRUE(shown->shortcutCommand()->isHidden());
+    EXPECT_TRUE(shown->shortcutRecorder()->isEnabled());
+}
+
+TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAny) {
+    GeneralPage page(context);
+    EXPECT_TRUE(page.sessionNote()->isHidden());
+
+    // Typing nothing into other windows covers the window that cannot be
+    // activated; every other limitation gets a sentence of its own.
+    limits = {Limitation::noGlobalShortcut,
+              Limitation::noPaste,
+              Limitation::noXTest,
+              Limitation::captureOnlyWhileFocused,
+              Limitation::noFrontmostApp,
+              Limitation::noWindowActivation,
+              Limitation::x11ApplicationsOnly};
+    page.reload();
+    EXPECT_FALSE(page.sessionNote()->isHidden());
+    const QStringList lines = limitationTexts(page);
+    const QStringList expected = {"shortcut of its own",
+                                  "cannot type into other applications",
+                                  "XTEST",
+                                  "only while one of its windows is active",
+                                  "which application is in front",
+                                  "XWayland"};
+    ASSERT_EQ(lines.size(), expected.size()) << lines.join('\n').toStdString();
+    for (int i = 0; i < lines.size(); ++i)
+        EXPECT_TRUE(lines[i].contains(expected[i])) << lines[i].toStdString();
+
+    limits = {Limitation::noWindowActivation};
+    page.reload();
+    ASSERT_EQ(limitationTexts(page).size(), 1);
+    EXPECT_TRUE(limitationTexts(page)[0].contains("give the keyboard back"));
+
+    limits.clear();
+    page.reload();
+    EXPECT_TRUE(page.sessionNote()->isHidden());
+    EXPECT_TRUE(limitationTexts(page).isEmpty());
+}
+
+// ---- paste keys ---------------------------------------------------------------
+
+TEST_F(SettingsPagesTest, PasteKeysAreAddedChangedAndRemovedInTheStoreAtOnce) {
+    prefs.setPasteChords({{"org.gnome.Terminal", PasteChord::ctrlShiftV}});
+    windows = {{"org.mozilla.firefox", "Mozilla Firefox"}, {"org.gnome.terminal", "Terminal"}};
+    GeneralPage page(context);
+    PasteKeysBox* box = page.pasteKeys();
+    auto stored = [&] { return env.defaults.stringArray(prefkey::pasteShortcuts); };
+    auto rows = [&] {
+        QStringList shown;
+        for (int row = 0; row < box->rowCount(); ++row)
+            shown << box->appIdAt(row) + "=" + box->keysPicker(row)->currentText();
+        return shown;
+    };
+    EXPECT_EQ(rows(), QStringList{"org.gnome.Terminal=Ctrl+Shift+V"});
+    EXPECT_EQ(entries(box->keysPicker(0)), (QStringList{"Ctrl+V", "Ctrl+Shift+V", "Shift+Insert"}));
+
+    // A typed application starts with the keys it is pasted with now; one
+    // already listed, in whatever case, is not added twice.
+    EXPECT_FALSE(box->addButton()->isEnabled());
+    for (const char* typed : {"  xterm ", "XTerm"}) {
+        QTest::keyClicks(box->appField(), typed);
+        QTest::keyClick(box->appField(), Qt::Key_Return);
+    }
+    EXPECT_EQ(stored(), (Strings{"org.gnome.Terminal=ctrl+shift+v", "xterm=shift+insert"}));
+    EXPECT_EQ(rows(), (QStringList{"org.gnome.Terminal=Ctrl+Shift+V", "xterm=Shift+Insert"}));
+    EXPECT_TRUE(box->appField()->text().isEmpty());
+
+    pick(box->keysPicker(1), "Ctrl+V");
+    EXPECT_EQ(prefs.pasteChords(),
+              (std::vector<PasteChordChoice>{{"org.gnome.Terminal", PasteChord::ctrlShiftV},
+                                             {"xterm", PasteChord::ctrlV}}));
+
+    // The open windows offer what is not listed yet.
+    QMenu* menu = box->runningAppsButton()->menu();
+    Q_EMIT menu->aboutToShow();
+    ASSERT_EQ(menu->actions().size(), 2);
+    EXPECT_FALSE(menu->actions()[1]->isEnabled());
+    menu->actions()[0]->trigger();
+    EXPECT_EQ(stored(), (Strings{"org.gnome.Terminal=ctrl+shift+v", "xterm=ctrl+v",
+                                 "org.mozilla.firefox=ctrl+v"}));
+
+    QTest::mouseClick(box->removeButton(0), Qt::LeftButton);
+    EXPECT_EQ(stored(), (Strings{"xterm=ctrl+v", "org.mozilla.firefox=ctrl+v"}));
+    EXPECT_EQ(rows(), (QStringList{"xterm=Ctrl+V", "org.mozilla.firefox=Ctrl+V"}));
+    QTest::mouseClick(box->removeButton(1), Qt::LeftButton);
+    QTest::mouseClick(box->removeButton(0), Qt::LeftButton);
+    EXPECT_EQ(stored(), Strings{});
+    EXPECT_EQ(box->rowCount(), 0);
+}
+
+TEST_F(SettingsPagesTest, PasteKeysHideWhereNothingCanBePasted) {
+    prefs.setPasteChords({{"xterm", PasteChord::ctrlV}});
+    GeneralPage page(context);
+    EXPECT_FALSE(page.pasteKeys()->isHidden());
+    limits = {Limitation::noXTest};  // fixable: the choices apply once XTEST is there
+    page.reload();
+    EXPECT_FALSE(page.pasteKeys()->isHidden());
+    limits = {Limitation::noPaste};
+    page.reload();
+    EXPECT_TRUE(page.pasteKeys()->isHidden());
+    EXPECT_EQ(prefs.pasteChords().size(), 1u);
 }
 
 }  // namespace

@@ -100,10 +100,12 @@ protected:
     ImageClipStore images{env.context()};
     int syncRequests = 0;
     std::vector<RunningApp> windows;
+    std::vector<Limitation> limits;
     SettingsContext context{
         .defaults = env.defaults,
         .texts = texts,
         .images = images,
+        .limitations = [this] { return limits; },
         .runningApps = [this] { return windows; },
         .syncSettingsChanged = [this] { ++syncRequests; },
     };
@@ -289,6 +291,24 @@ TEST_F(ListsPagesTest, BuiltInAppsShowUntilTheFirstChangeStoresTheWholeListAndDe
     child<QPushButton>(page, "appDefaultsButton")->click();
     EXPECT_FALSE(env.defaults.contains(prefkey::ignoredApps));
     EXPECT_EQ(rows(list), builtIn);
+}
+
+TEST_F(ListsPagesTest, WhereTheAppInFrontIsUnknownTheListSaysItCannotWorkAndStaysEditable) {
+    IgnorePage page(context);
+    auto* note = child<QWidget>(page, "appsUnrecognisedNote");
+    EXPECT_TRUE(note->isHidden());
+    limits = {Limitation::noPaste, Limitation::noFrontmostApp};
+    page.reload();
+    EXPECT_FALSE(note->isHidden());
+    QString said;
+    for (const QLabel* label : note->findChildren<QLabel*>())
+        said += label->text();
+    EXPECT_TRUE(said.contains("cannot tell which application is in front")) << said.toStdString();
+    page.addApp("org.example.Vault");
+    EXPECT_EQ(stored(prefkey::ignoredApps)->back(), "org.example.Vault");
+    limits = {Limitation::noPaste};
+    page.reload();
+    EXPECT_TRUE(note->isHidden());
 }
 
 TEST_F(ListsPagesTest, AnInvalidPatternIsMarkedAndNeverStoredWhileValidOnesAreAddedAndEdited) {
