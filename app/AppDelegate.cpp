@@ -305,7 +305,10 @@ std::optional<popupgeometry::Anchor> AppDelegate::trayAnchor() const {
 }
 
 void AppDelegate::registerHotKey() {
+    // An answer about the shortcut before this one no longer holds.
     hotKeyState_ = HotKeyState{};
+    if (settings_)
+        settings_->sessionChanged();
     platform_.hotKey().bind(
         ClipPrefs(defaults_).hotKey(),
         [this] {
@@ -384,8 +387,8 @@ QStringList AppDelegate::limitationLines() const {
     if (hotKeyState_.kind == HotKeyState::Kind::taken)
         //: Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.
         lines << tr("%1 is used by another application; choose another shortcut in Settings.")
-                     .arg(QString::fromStdString(
-                         ClipPrefs(defaults_).hotKey().display(platform_.keyboardLayout())));
+                     .arg(ShortcutRecorder::displayText(ClipPrefs(defaults_).hotKey(),
+                                                        &platform_.keyboardLayout()));
     for (Limitation limitation : platform_.limitations()) {
         switch (limitation) {
             case Limitation::noGlobalShortcut:

@@ -15,6 +15,7 @@
 #include "popup/PopupController.h"
 #include "popup/ui/PopupWindow.h"
 #include "settings/SettingsWindow.h"
+#include "settings/ShortcutRecorder.h"
 #include "sync/ClipCloudSync.h"
 #include "sync/SyncPace.h"
 

@@ -623,6 +623,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <translation>Diese Arbeitsumgebung erlaubt Anwendungen keine eigenen Tastenkürzel. Um den Verlauf per Taste zu öffnen, legen Sie in den Tastatureinstellungen Ihrer Arbeitsumgebung ein Tastenkürzel für diesen Befehl an:</translation>
     </message>
     <message>
+        <source>%1 is not on this keyboard. Choose another shortcut.</source>
+        <extracomment>Settings › General, under the shortcut when it names a key this keyboard lacks (a shortcut stored on another computer). %1 is the shortcut.</extracomment>
+        <translation>%1 gibt es auf dieser Tastatur nicht. Wählen Sie ein anderes Tastenkürzel.</translation>
+    </message>
+    <message>
         <source>The shortcut %1 could not be set.</source>
         <extracomment>Settings › General, under the shortcut when the desktop refused it without saying why. %1 is the shortcut, e.g. Alt+V.</extracomment>
         <translation>Das Tastenkürzel %1 konnte nicht eingerichtet werden.</translation>

@@ -11,9 +11,10 @@ namespace zettly {
 // once; a desktop portal may answer much later, after asking the user.
 struct HotKeyState {
     enum class Kind {
-        waiting,  // asked for; no answer yet
-        bound,    // pressing it opens the history window
-        taken,    // another application holds the combination
+        waiting,    // asked for; no answer yet
+        bound,      // pressing it opens the history window
+        taken,      // another application holds the combination
+        noSuchKey,  // no key of this keyboard is at the stored position
         // This session gives applications no shortcuts of their own: the
         // user binds `detail` (a command) in the desktop's keyboard settings.
         inDesktopSettings,

@@ -273,6 +273,11 @@ void GeneralPage::reloadShortcutNote() {
             //: the shortcut, e.g. Alt+V.
             problem = tr("%1 is used by another application. Choose another shortcut.").arg(combo);
             break;
+        case HotKeyState::Kind::noSuchKey:
+            //: Settings › General, under the shortcut when it names a key this keyboard lacks
+            //: (a shortcut stored on another computer). %1 is the shortcut.
+            problem = tr("%1 is not on this keyboard. Choose another shortcut.").arg(combo);
+            break;
         case HotKeyState::Kind::inDesktopSettings:
             //: Settings › General, under the shortcut in a session where applications cannot
             //: have shortcuts; the command to bind follows on the next line.

@@ -47,8 +47,12 @@ void ShortcutRecorder::reload() {
 }
 
 QString ShortcutRecorder::displayText(HotKeyCombo combo) const {
+    return displayText(combo, context_.layout);
+}
+
+QString ShortcutRecorder::displayText(HotKeyCombo combo, KeyboardLayout* keyboard) {
     UsKeyboardLayout us;
-    KeyboardLayout& layout = context_.layout ? *context_.layout : us;
+    KeyboardLayout& layout = keyboard ? *keyboard : us;
     //: Name of the space bar in a shortcut, as in "Ctrl+Space".
     const std::string space = tr("Space").toStdString();
     return QString::fromStdString(combo.display(layout, space));

@@ -26,6 +26,9 @@ public:
     bool isRecording() const { return recording_; }
 
     // As the user's keyboard names the keys, e.g. "Ctrl+Shift+K".
+    // As the user reads it, with the space bar's name in their language;
+    // US key names without a layout.
+    static QString displayText(HotKeyCombo combo, KeyboardLayout* layout);
     QString displayText(HotKeyCombo combo) const;
 
     QPushButton* recordButton() const { return record_; }

@@ -82,14 +82,28 @@ std::vector<PasteChordChoice> ClipPrefs::pasteChords() const {
         if (!chord)
             continue;
         std::string appId = entry.substr(0, equals);
-        std::erase_if(choices, [&](const PasteChordChoice& c) { return c.appId == appId; });
+        std::erase_if(choices,
+                      [&](const PasteChordChoice& c) { return sameAppId(c.appId, appId); });
         choices.push_back({std::move(appId), *chord});
     }
     return choices;
 }
 
 void ClipPrefs::setPasteChords(const std::vector<PasteChordChoice>& choices) {
+    // An entry this version cannot read (keys a newer one knows) stays for
+    // the version that wrote it, unless the application has a choice now.
     std::vector<std::string> entries;
+    for (const std::string& entry :
+         defaults_.stringArray(prefkey::pasteShortcuts).value_or(std::vector<std::string>{})) {
+        auto equals = entry.rfind('=');
+        if (equals == std::string::npos || equals == 0 ||
+            chordNamed(std::string_view(entry).substr(equals + 1)))
+            continue;
+        std::string_view appId = std::string_view(entry).substr(0, equals);
+        if (std::none_of(choices.begin(), choices.end(),
+                         [&](const PasteChordChoice& c) { return sameAppId(c.appId, appId); }))
+            entries.push_back(entry);
+    }
     for (const PasteChordChoice& choice : choices)
         entries.push_back(choice.appId + "=" + std::string(chordName(choice.chord)));
     defaults_.setStringArray(prefkey::pasteShortcuts, entries);

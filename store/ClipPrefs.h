@@ -55,7 +55,8 @@ public:
     bool clearOnQuit() const;
     bool pasteAutomatically() const;
     // Entries that do not read as "<app id>=<chord>" are left out; a later
-    // entry for the same application wins.
+    // entry for the same application (ids compared as pasteChordFor does)
+    // wins. Storing keeps the entries that could not be read.
     std::vector<PasteChordChoice> pasteChords() const;
     void setPasteChords(const std::vector<PasteChordChoice>& choices);
     bool clipboardCloudSync() const;

@@ -206,7 +206,7 @@ public:
         }
         auto evdev = evdevFromMacKeyCode(combo.keyCode);
         if (!evdev) {
-            off(HotKeyState::Kind::failed, "has no key on this keyboard");
+            off(HotKeyState::Kind::noSuchKey, "has no key on this keyboard");
             return;
         }
         Grab grab{static_cast<xcb_keycode_t>(*evdev + 8), xModifiers(combo.modifiers)};

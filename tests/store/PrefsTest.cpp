@@ -76,18 +76,22 @@ TEST_F(Preferences, PopupSizeIsClampedOnWrite) {
     EXPECT_EQ(prefs.popupSize(), (Size{320, 800}));
 }
 
-TEST_F(Preferences, PasteKeysReadOnlyWellFormedEntriesAndTheLastOneForAnApplicationWins) {
+TEST_F(Preferences, PasteKeysReadOnlyWellFormedEntriesTheLastForAnAppWinsAndNoneIsLostOnWrite) {
     EXPECT_TRUE(prefs.pasteChords().empty());
-    // Hand-edited files: an id may hold "=", a chord name any case.
+    // Hand-edited files: an id may hold "=", a chord name any case, and a
+    // window class its own case.
     defaults.setStringArray(prefkey::pasteShortcuts,
                             {"xterm=ctrl+shift+v", "=ctrl+v", "emacs", "vim=alt+v",
-                             "odd=id=Shift+Insert", "xterm=ctrl+v"});
+                             "odd=id=Shift+Insert", "XTerm=ctrl+v"});
     EXPECT_EQ(prefs.pasteChords(),
               (std::vector<PasteChordChoice>{{"odd=id", PasteChord::shiftInsert},
-                                             {"xterm", PasteChord::ctrlV}}));
+                                             {"XTerm", PasteChord::ctrlV}}));
+    // Keys this version cannot read are kept for the one that wrote them.
     prefs.setPasteChords({{"kitty", PasteChord::ctrlV}, {"Emacs", PasteChord::shiftInsert}});
     EXPECT_EQ(defaults.stringArray(prefkey::pasteShortcuts),
-              (Strings{"kitty=ctrl+v", "Emacs=shift+insert"}));
+              (Strings{"vim=alt+v", "kitty=ctrl+v", "Emacs=shift+insert"}));
+    prefs.setPasteChords({{"VIM", PasteChord::ctrlShiftV}});
+    EXPECT_EQ(defaults.stringArray(prefkey::pasteShortcuts), (Strings{"VIM=ctrl+shift+v"}));
 }
 
 TEST(ChipOrder, MergeKeepsTheStoredOrderAndPlacesMissingChips) {
