@@ -19,8 +19,9 @@ the window you were in.
 
 Entries can be pinned, named and filed in categories. Copies from password
 managers, ignored applications and text matching your own patterns are
-never saved. Zettly sits in the system tray and needs an X11 session
-(or XWayland).")
+never saved. Zettly sits in the system tray; on X11 it has its own
+shortcut and pastes for you, and it tells where a desktop keeps it from
+doing so.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
@@ -30,9 +31,12 @@ set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 # Library dependencies come from dpkg-shlibdeps (dpkg-dev); the tray icons'
 # SVG renderer is linked, not loaded as a plugin, so it is among them. Qt's
-# own catalogues (German dialog buttons) are data files it cannot see.
+# own catalogues (German dialog buttons) are data files it cannot see, and
+# its platform plugins are loaded at run time: the X11 one is needed, the
+# Wayland one serves Wayland sessions.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-translations-l10n")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "qt6-translations-l10n, qt6-wayland")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 include(CPack)
