@@ -19,9 +19,9 @@ the window you were in.
 
 Entries can be pinned, named and filed in categories. Copies from password
 managers, ignored applications and text matching your own patterns are
-never saved. Zettly sits in the system tray; on X11 it has its own
-shortcut and pastes for you, and it tells where a desktop keeps it from
-doing so.")
+never saved. Zettly sits in the system tray. On X11 it has a shortcut of
+its own and pastes for you; where a desktop does not allow that, it says
+so.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 
