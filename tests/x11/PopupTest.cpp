@@ -5,7 +5,6 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QWindow>
-#include <cstdio>
 
 #include <sys/wait.h>
 
@@ -29,23 +28,6 @@ bool waitProcessing(Ready ready) {
 void settle(std::chrono::milliseconds time) {
     for (auto end = SteadyClock::now() + time; SteadyClock::now() < end;)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-}
-
-// Runs a command and gives its standard output.
-std::string output(const std::string& command) {
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return out;
-}
-
-void run(const std::string& command) {
-    int status = std::system(command.c_str());
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
 }
 
 class PopupTest : public AppTest {
@@ -75,12 +57,16 @@ protected:
         ASSERT_TRUE(waitProcessing([&] { return target_.hasFocus(); }));
     }
 
-    bool panelVisible() {
-        return !output("xdotool search --onlyvisible --name '^Zettly$' 2>/dev/null").empty();
-    }
-
     QLineEdit target_;
 };
+
+bool panelVisible() {
+    return !visibleWindow("Zettly").empty();
+}
+
+void saveScreenshot(const std::string& windowId, const char* file) {
+    QGuiApplication::primaryScreen()->grabWindow(std::stoul(windowId)).save(file);
+}
 
 TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     // A name and a category, as the row menu would give them.
@@ -92,9 +78,7 @@ TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "Alt+V opened nothing";
     settle(700ms);  // thumbnails arrive from their loader thread
-    QScreen* screen = QGuiApplication::primaryScreen();
-    std::string panel = output("xdotool search --onlyvisible --name '^Zettly$' | head -1");
-    screen->grabWindow(std::stoul(panel)).save("history-window.png");
+    saveScreenshot(visibleWindow("Zettly"), "history-window.png");
 
     // Without the filter, Return would pick "gamma three", the newest.
     run("xdotool type --delay 30 beta");
@@ -120,14 +104,10 @@ TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
     run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
     run("xdotool key ctrl+comma");
-    auto settingsWindow = [] {
-        return output("xdotool search --onlyvisible --name '^Zettly Settings$' 2>/dev/null");
-    };
-    ASSERT_TRUE(waitProcessing([&] { return !settingsWindow().empty(); }));
+    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
     EXPECT_FALSE(panelVisible());
     settle(500ms);
-    QScreen* screen = QGuiApplication::primaryScreen();
-    screen->grabWindow(std::stoul(settingsWindow())).save("settings-window.png");
+    saveScreenshot(visibleWindow("Zettly Settings"), "settings-window.png");
 }
 
 }  // namespace
