@@ -110,6 +110,69 @@ TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
     saveScreenshot(visibleWindow("Zettly Settings"), "settings-window.png");
 }
 
+TEST_F(PopupTest, WithoutAutomaticPasteAltReturnPastesOnceAltIsUpAndIntoXtermThroughPrimary) {
+    setDefaults(R"({"pasteAutomatically": false})");
+    run("xdotool mousemove 420 120 key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    // The finger that pressed Alt+Return rests on Alt a little longer.
+    run("xdotool keydown alt key Return");
+    settle(500ms);
+    EXPECT_TRUE(target_.text().isEmpty()) << "pasted while Alt was still down";
+    run("xdotool keyup alt");
+    EXPECT_TRUE(waitProcessing([&] { return target_.text() == "gamma three"; }))
+        << "the target received \"" << target_.text().toStdString() << "\"";
+
+    // Stock xterm binds neither Ctrl+V nor Ctrl+Shift+V; Shift+Insert pastes
+    // the primary selection. The shell reads the paste byte by byte.
+    const std::string picked = "beta two";
+    fs::path ready = dir_ / "xterm-ready", received = dir_ / "xterm-received";
+    pid_t xterm =
+        spawn({"xterm", "-title", "paste into xterm", "-geometry", "60x8+500+300", "-e", "sh", "-c",
+               "stty raw -echo; touch '" + ready.string() + "'; head -c " +
+                   std::to_string(picked.size()) + " > '" + received.string() + "'"});
+    ASSERT_GT(xterm, 0) << "xterm is missing";
+    children_.push_back(xterm);
+    ASSERT_TRUE(waitProcessing([&] { return fs::exists(ready); })) << "xterm did not start";
+    run("xdotool search --name '^paste into xterm$' windowfocus --sync");
+    run("xdotool key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    run("xdotool key Down alt+Return");
+    EXPECT_TRUE(waitProcessing([&] { return readFile(received) == picked; }))
+        << "xterm received \"" << readFile(received) << "\"";
+}
+
+// The backend for sessions Zettly has none for: no shortcut of its own,
+// `zettly --toggle` opens the history instead.
+class FallbackTest : public AppTest {
+protected:
+    std::vector<std::string> arguments() const override { return {"--platform", "fallback"}; }
+};
+
+TEST_F(FallbackTest, ACopyIsSavedAndToggleOpensTheHistoryFromWhichCtrlCommaOpensTheSettings) {
+    copyText("copied with the fallback backend");
+    ASSERT_TRUE(waitUntil([&] { return texts("copied with the fallback backend") == 1; }));
+    EXPECT_NE(appLog().find("desktop backend: fallback"), std::string::npos) << appLog();
+
+    auto toggle = [] {
+        pid_t second = spawn({ZETTLY_APP_PATH, "--toggle"});
+        int status = -1;
+        ASSERT_EQ(::waitpid(second, &status, 0), second);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "zettly --toggle failed";
+    };
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "--toggle opened nothing";
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return !panelVisible(); })) << "--toggle left it open";
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+
+    run("xdotool key ctrl+comma");
+    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
+    EXPECT_FALSE(panelVisible());
+    settle(500ms);
+    saveScreenshot(visibleWindow("Zettly Settings"), "settings-fallback.png");
+}
+
 }  // namespace
 }  // namespace zettly::test
 
