@@ -5,7 +5,6 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QWindow>
-#include <cstdio>
 
 #include <sys/wait.h>
 
@@ -29,23 +28,6 @@ bool waitProcessing(Ready ready) {
 void settle(std::chrono::milliseconds time) {
     for (auto end = SteadyClock::now() + time; SteadyClock::now() < end;)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-}
-
-// Runs a command and gives its standard output.
-std::string output(const std::string& command) {
-    std::string out;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            out.append(buffer, n);
-        ::pclose(pipe);
-    }
-    return out;
-}
-
-void run(const std::string& command) {
-    int status = std::system(command.c_str());
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
 }
 
 class PopupTest : public AppTest {
@@ -75,12 +57,16 @@ protected:
         ASSERT_TRUE(waitProcessing([&] { return target_.hasFocus(); }));
     }
 
-    bool panelVisible() {
-        return !output("xdotool search --onlyvisible --name '^Zettly$' 2>/dev/null").empty();
-    }
-
     QLineEdit target_;
 };
+
+bool panelVisible() {
+    return !visibleWindow("Zettly").empty();
+}
+
+void saveScreenshot(const std::string& windowId, const char* file) {
+    QGuiApplication::primaryScreen()->grabWindow(std::stoul(windowId)).save(file);
+}
 
 TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     // A name and a category, as the row menu would give them.
@@ -92,9 +78,7 @@ TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "Alt+V opened nothing";
     settle(700ms);  // thumbnails arrive from their loader thread
-    QScreen* screen = QGuiApplication::primaryScreen();
-    std::string panel = output("xdotool search --onlyvisible --name '^Zettly$' | head -1");
-    screen->grabWindow(std::stoul(panel)).save("history-window.png");
+    saveScreenshot(visibleWindow("Zettly"), "history-window.png");
 
     // Without the filter, Return would pick "gamma three", the newest.
     run("xdotool type --delay 30 beta");
@@ -120,14 +104,73 @@ TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
     run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
     run("xdotool key ctrl+comma");
-    auto settingsWindow = [] {
-        return output("xdotool search --onlyvisible --name '^Zettly Settings$' 2>/dev/null");
-    };
-    ASSERT_TRUE(waitProcessing([&] { return !settingsWindow().empty(); }));
+    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
     EXPECT_FALSE(panelVisible());
     settle(500ms);
-    QScreen* screen = QGuiApplication::primaryScreen();
-    screen->grabWindow(std::stoul(settingsWindow())).save("settings-window.png");
+    saveScreenshot(visibleWindow("Zettly Settings"), "settings-window.png");
+}
+
+TEST_F(PopupTest, WithoutAutomaticPasteAltReturnPastesOnceAltIsUpAndIntoXtermThroughPrimary) {
+    setDefaults(R"({"pasteAutomatically": false})");
+    run("xdotool mousemove 420 120 key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    // The finger that pressed Alt+Return rests on Alt a little longer.
+    run("xdotool keydown alt key Return");
+    settle(500ms);
+    EXPECT_TRUE(target_.text().isEmpty()) << "pasted while Alt was still down";
+    run("xdotool keyup alt");
+    EXPECT_TRUE(waitProcessing([&] { return target_.text() == "gamma three"; }))
+        << "the target received \"" << target_.text().toStdString() << "\"";
+
+    // Stock xterm binds neither Ctrl+V nor Ctrl+Shift+V; Shift+Insert pastes
+    // the primary selection. The shell reads the paste byte by byte.
+    const std::string picked = "beta two";
+    fs::path ready = dir_ / "xterm-ready", received = dir_ / "xterm-received";
+    pid_t xterm =
+        spawn({"xterm", "-title", "paste into xterm", "-geometry", "60x8+500+300", "-e", "sh", "-c",
+               "stty raw -echo; touch '" + ready.string() + "'; head -c " +
+                   std::to_string(picked.size()) + " > '" + received.string() + "'"});
+    ASSERT_GT(xterm, 0) << "xterm is missing";
+    children_.push_back(xterm);
+    ASSERT_TRUE(waitProcessing([&] { return fs::exists(ready); })) << "xterm did not start";
+    run("xdotool search --name '^paste into xterm$' windowfocus --sync");
+    run("xdotool key alt+v");
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    run("xdotool key Down alt+Return");
+    EXPECT_TRUE(waitProcessing([&] { return readFile(received) == picked; }))
+        << "xterm received \"" << readFile(received) << "\"";
+}
+
+// The backend for sessions Zettly has none for: no shortcut of its own,
+// `zettly --toggle` opens the history instead.
+class FallbackTest : public AppTest {
+protected:
+    std::vector<std::string> arguments() const override { return {"--platform", "fallback"}; }
+};
+
+TEST_F(FallbackTest, ACopyIsSavedAndToggleOpensTheHistoryFromWhichCtrlCommaOpensTheSettings) {
+    copyText("copied with the fallback backend");
+    ASSERT_TRUE(waitUntil([&] { return texts("copied with the fallback backend") == 1; }));
+    EXPECT_NE(appLog().find("desktop backend: fallback"), std::string::npos) << appLog();
+
+    auto toggle = [] {
+        pid_t second = spawn({ZETTLY_APP_PATH, "--toggle"});
+        int status = -1;
+        ASSERT_EQ(::waitpid(second, &status, 0), second);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "zettly --toggle failed";
+    };
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "--toggle opened nothing";
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return !panelVisible(); })) << "--toggle left it open";
+    toggle();
+    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+
+    run("xdotool key ctrl+comma");
+    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
+    EXPECT_FALSE(panelVisible());
+    settle(500ms);
+    saveScreenshot(visibleWindow("Zettly Settings"), "settings-fallback.png");
 }
 
 }  // namespace

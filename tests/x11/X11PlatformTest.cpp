@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -20,9 +21,11 @@
 #include "platform/linux/QtMainQueue.h"
 #include "platform/x11/X11Desktop.h"
 #include "platform/x11/X11HotKey.h"
+#include "platform/x11/X11Pasteboard.h"
 #include "platform/x11/X11Workspace.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 #include "tests/fakes/RecordingLog.h"
+#include "tests/x11/SelectionOwner.h"
 
 namespace zettly::test {
 namespace {
@@ -278,6 +281,44 @@ TEST_F(X11PlatformTest, APasteWaitsForTheAltStillHeldFromPickingAndLiftsItAfterT
             EXPECT_EQ(e.state & XCB_MOD_MASK_1, 0);
         }
     }
+}
+
+TEST_F(X11PlatformTest, TextComesFromAFormatTheOwnerAnswersAndANewCopyEndsAReadLeftWaiting) {
+    X11Pasteboard pasteboard(XcbConnection::open());
+    // Changes arrive through Qt's events on this thread, so the reads, which
+    // block, run on another.
+    auto readText = [&] {
+        return std::async(std::launch::async, [&] { return pasteboard.string(); });
+    };
+    auto done = [](const auto& read) { return read.wait_for(0s) == std::future_status::ready; };
+    auto newOwner = [&](const SelectionOwner::Targets& targets,
+                        const SelectionOwner::Behaviour& behaviour) {
+        std::int64_t before = pasteboard.changeCount();
+        auto owner = std::make_unique<SelectionOwner>(targets, behaviour);
+        EXPECT_TRUE(waitUntil([&] { return pasteboard.changeCount() != before; }));
+        return owner;
+    };
+
+    auto picky = newOwner({{"UTF8_STRING", "not given"}, {"text/plain", "plain text ✓"}},
+                          SelectionOwner::refusing({"UTF8_STRING"}));
+    auto read = readText();
+    ASSERT_TRUE(waitUntil([&] { return done(read); }));
+    auto text = read.get();
+    EXPECT_TRUE(picky->wasAsked("UTF8_STRING"));
+    EXPECT_EQ(text.status, ReadStatus::ok);
+    EXPECT_EQ(text.value, "plain text ✓");
+
+    auto silent =
+        newOwner({{"UTF8_STRING", "never given"}}, SelectionOwner::neverAnswering({"UTF8_STRING"}));
+    read = readText();
+    ASSERT_TRUE(silent->waitUntilAsked("UTF8_STRING"));
+    auto copied = Clock::now();
+    auto next = newOwner({{"UTF8_STRING", "the next copy"}}, {});
+    ASSERT_TRUE(waitUntil([&] { return done(read); }));
+    auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - copied);
+    EXPECT_EQ(read.get().status, ReadStatus::superseded);
+    EXPECT_LT(took, 1s) << "the read ended " << took.count() << " ms after the next copy";
+    EXPECT_EQ(pasteboard.string().value, "the next copy");
 }
 
 TEST_F(X11PlatformTest, KeysAreNamedByWhatTheyTypeWithoutModifiersAndScreensMeasuredUpwards) {

@@ -4,9 +4,12 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,10 +46,15 @@ inline bool waitUntil(Ready ready) {
     return ready();
 }
 
+inline std::chrono::milliseconds since(SteadyClock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(SteadyClock::now() - start);
+}
+
 // The child inherits this process's environment, which SetUp points at the
-// test's own folders, unless `env` ("NAME=value" lines) is given.
+// test's own folders, unless `env` ("NAME=value" lines) is given; its output
+// goes to `log` when one is named.
 inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1,
-                   std::vector<std::string> env = {}) {
+                   std::vector<std::string> env = {}, const fs::path& log = {}) {
     std::vector<char*> argv;
     for (auto& arg : args)
         argv.push_back(arg.data());
@@ -57,10 +65,13 @@ inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1,
     envp.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (stdinFd >= 0) {
+    if (stdinFd >= 0)
         posix_spawn_file_actions_adddup2(&actions, stdinFd, STDIN_FILENO);
+    if (!log.empty() || stdinFd >= 0) {
         // xclip in the foreground narrates every request it serves.
-        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO,
+                                         log.empty() ? "/dev/null" : log.c_str(),
+                                         O_WRONLY | O_CREAT | O_APPEND, 0600);
         posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     }
     pid_t pid = -1;
@@ -80,6 +91,37 @@ inline void stop(pid_t pid) {
         ::kill(pid, SIGKILL);
         ::waitpid(pid, &status, 0);
     }
+}
+
+inline std::string readFile(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// Runs a command and gives its standard output.
+inline std::string output(const std::string& command) {
+    std::string out;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[4096];
+        for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            out.append(buffer, n);
+        ::pclose(pipe);
+    }
+    return out;
+}
+
+inline void run(const std::string& command) {
+    int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << command;
+}
+
+// The id of a shown window titled exactly `title`, empty when there is none.
+inline std::string visibleWindow(const std::string& title) {
+    std::string id =
+        output("xdotool search --onlyvisible --name '^" + title + "$' 2>/dev/null | head -1");
+    while (!id.empty() && id.back() == '\n')
+        id.pop_back();
+    return id;
 }
 
 // Rows matching `where`; a database or table that does not exist yet counts
@@ -118,22 +160,37 @@ protected:
         ::setenv("XDG_DATA_HOME", data_.c_str(), 1);
         ::setenv("XDG_RUNTIME_DIR", runtime_.c_str(), 1);
         ::setenv("QT_QPA_PLATFORM", "xcb", 1);
-        if (!defaults().empty()) {
-            fs::create_directories(config_ / "Zettly");
-            std::ofstream(config_ / "Zettly" / "defaults.json") << defaults();
-        }
-        app_ = spawn({ZETTLY_APP_PATH});
+        if (!defaults().empty())
+            setDefaults(defaults());
+        std::vector<std::string> command{ZETTLY_APP_PATH};
+        for (const std::string& argument : arguments())
+            command.push_back(argument);
+        app_ = spawn(command, -1, {}, appLog_);
         ASSERT_GT(app_, 0) << "cannot start " << ZETTLY_APP_PATH;
         ASSERT_TRUE(waitUntil([&] { return fs::exists(runtime_ / "zettly.sock"); }))
             << "the app never started listening";
     }
     virtual std::string defaults() const { return {}; }
+    virtual std::vector<std::string> arguments() const { return {}; }
+
+    // Replaces the preferences while the app runs; it reads the file afresh
+    // at its next look.
+    void setDefaults(const std::string& json) {
+        fs::path file = config_ / "Zettly" / "defaults.json";
+        fs::create_directories(file.parent_path());
+        std::ofstream(dir_ / "defaults.json.new") << json;
+        fs::rename(dir_ / "defaults.json.new", file);
+    }
 
     void TearDown() override {
         stop(app_);
-        for (pid_t pid : xclips_)
+        for (pid_t pid : children_)
             stop(pid);
+        if (HasFailure())
+            std::cerr << "the app said:\n" << appLog();
     }
+
+    std::string appLog() const { return readFile(appLog_); }
 
     void xclip(std::vector<std::string> args, const std::string& input = {}) {
         int pipeFds[2];
@@ -144,7 +201,7 @@ protected:
         ASSERT_EQ(::write(pipeFds[1], input.data(), input.size()), ssize_t(input.size()));
         ::close(pipeFds[1]);
         ASSERT_GT(pid, 0) << "xclip is missing";
-        xclips_.push_back(pid);
+        children_.push_back(pid);
     }
     void copyText(const std::string& text) { xclip({"-i"}, text); }
     void copyPng(int width, int height, std::uint32_t seed) {
@@ -165,8 +222,9 @@ protected:
     TempDir dir_;
     fs::path config_ = dir_ / "config", data_ = dir_ / "data", runtime_ = dir_ / "run";
     fs::path library_ = data_ / "Zettly" / "Library";
+    fs::path appLog_ = dir_ / "app.log";
     pid_t app_ = -1;
-    std::vector<pid_t> xclips_;
+    std::vector<pid_t> children_;  // stopped after the test
 };
 
 }  // namespace zettly::test
