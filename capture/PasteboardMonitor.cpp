@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <mutex>
 #include <unordered_set>
 
 #include <unicode/uregex.h>
@@ -84,18 +83,18 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
     Dependencies deps;
     std::weak_ptr<PasteboardMonitor*> monitor;
 
-    // The last text captured, for copy-on-select terminals.
+    // The last text captured, for copy-on-select terminals. Only the work
+    // on the background executor touches it, in the order of the copies.
     struct Recent {
         std::string text;
         double at = 0;
         bool newRow = false;  // it made a row of its own, which it may give up
     };
-    std::mutex mutex;
     std::optional<Recent> recent;
 
+    // Any thread: the next text starts a row of its own.
     void forgetRecent() {
-        std::lock_guard lock(mutex);
-        recent.reset();
+        deps.background.run([self = shared_from_this()] { self->recent.reset(); });
     }
 
     // On the reader: the rules that need the contents, in their order.
@@ -135,32 +134,30 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
         if (!text.ok() && text.status != ReadStatus::absent)
             return dropped(text.status);
 
-        forgetRecent();
         if (!prefs.saveImages())
-            return;
+            return forgetRecent();
         // A file manager's copy of files also offers their icons as images.
         if (isFileCopy(types))
-            return;
+            return forgetRecent();
         captureImage(typeList.value);
     }
 
+    // Stored on the background executor: a write that waits for the disk
+    // (or creates the database) must not keep the reader from the next copy
+    // before that one is replaced too.
     void captureText(std::string text) {
-        const double now = deps.clock.now();
-        std::optional<Recent> previous;
-        {
-            std::lock_guard lock(mutex);
-            previous = recent;
-        }
+        deps.background.run([self = shared_from_this(), text = std::move(text),
+                             at = deps.clock.now()] { self->store(text, at); });
+    }
+
+    void store(const std::string& text, double at) {
         ClipboardStore::InsertResult result;
-        if (previous && previous->newRow && extends(text, previous->text) &&
-            now - previous->at <= selectionWindow)
-            result = deps.texts.replaceRecent(previous->text, text);
+        if (recent && recent->newRow && extends(text, recent->text) &&
+            at - recent->at <= selectionWindow)
+            result = deps.texts.replaceRecent(recent->text, text);
         else
             result = deps.texts.insert(text);
-        {
-            std::lock_guard lock(mutex);
-            recent = Recent{text, now, result == ClipboardStore::InsertResult::inserted};
-        }
+        recent = Recent{text, at, result == ClipboardStore::InsertResult::inserted};
         if (result == ClipboardStore::InsertResult::inserted ||
             result == ClipboardStore::InsertResult::movedToTop)
             announce();
@@ -171,12 +168,13 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
             return std::find(typeList.begin(), typeList.end(), t) != typeList.end();
         });
         if (type == imageTypes.end())
-            return;
+            return forgetRecent();
         auto data = deps.pasteboard.data(std::string(*type));
         if (!data.ok())
             return dropped(data.status);
         // Decoded elsewhere, so the next copy is read meanwhile.
         deps.background.run([self = shared_from_this(), bytes = std::move(data.value)] {
+            self->recent.reset();
             if (self->deps.images.save(bytes) == ImageClipStore::SaveResult::saved)
                 self->announce();
         });

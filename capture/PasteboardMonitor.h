@@ -28,8 +28,9 @@ class Log;
 // the main thread, where the app's own writes, pausing and skipping are
 // decided and the application in front is noted; the contents are then read
 // on the `reader` executor, one copy at a time, because their owner answers
-// in its own time. Text goes to the text store from there, images are
-// decoded on the `background` executor.
+// in its own time. Texts are stored and images decoded on the `background`
+// executor, in the order of the copies, so the reader is free for the next
+// copy meanwhile.
 //
 // Members are used on the main thread, except where noted.
 class PasteboardMonitor {
@@ -39,7 +40,7 @@ public:
         Workspace& workspace;
         MainQueue& mainQueue;
         Executor& reader;      // clipboard reads, in order
-        Executor& background;  // image decoding
+        Executor& background;  // storing texts, decoding images, in order
         ClipboardStore& texts;
         ImageClipStore& images;
         Defaults& defaults;
