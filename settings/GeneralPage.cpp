@@ -166,6 +166,8 @@ void GeneralPage::reload() {
                "server's configuration (or install the package that provides it) and "
                "start Zettly again."));
     pasteNote_->setHidden(pasteNote_->text().isEmpty());
+    // Where nothing can be pasted the switch would change nothing.
+    paste_->setEnabled(!limited(Limitation::noPaste));
     // Keys for applications nothing can be typed into would be a choice
     // without effect.
     form_->setRowVisible(pasteKeys_, !limited(Limitation::noPaste));

@@ -182,6 +182,7 @@ TEST_F(SettingsPagesTest, GeneralPickersStoreEachChangeAndThePasteNoteSaysWhatBl
     EXPECT_FALSE(page.pasteSwitch()->isChecked());
     EXPECT_FALSE(page.pasteNote()->isHidden());
     EXPECT_TRUE(page.pasteNote()->text().contains("cannot type into other apps"));
+    EXPECT_FALSE(page.pasteSwitch()->isEnabled());
 
     // The history window opens no preview on its own for a negative delay.
     env.defaults.setDouble(prefkey::previewDelay, -1);
@@ -190,6 +191,7 @@ TEST_F(SettingsPagesTest, GeneralPickersStoreEachChangeAndThePasteNoteSaysWhatBl
     EXPECT_EQ(page.previewPicker()->currentText(), "Only with Super+Space or Ctrl+Y");
     EXPECT_EQ(page.previewPicker()->count(), 4);
     EXPECT_TRUE(page.pasteNote()->text().contains("XTEST"));
+    EXPECT_TRUE(page.pasteSwitch()->isEnabled()) << "XTEST can be had: the choice is kept";
 }
 
 TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscapeOrLeavingKeepsIt) {
