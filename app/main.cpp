@@ -153,6 +153,11 @@ int main(int argc, char** argv) {
     // workers; glibc's default (eight per core) keeps freed memory resident
     // per thread.
     mallopt(M_ARENA_MAX, 2);
+    // A copied image passes through as one buffer of megabytes, read on one
+    // thread and freed on another. A fixed threshold keeps such buffers
+    // mapped on their own and returned when freed; glibc's own would rise
+    // after the first one and leave the next ones resident in a heap.
+    mallopt(M_MMAP_THRESHOLD, 256 * 1024);
     // Answered before Qt starts, so they work without a display (packaging
     // checks, bug reports from a terminal).
     Options options = parseOptions(argc, argv);
