@@ -177,38 +177,29 @@ TEST_F(Capture, TextThatCannotBeReadDropsTheCopyWithoutTakingItsImageAndSaysSoOn
 }
 
 TEST_F(Capture, ASelectionGrowingOnTheClipboardKeepsOneRowUntilItPausesOrSomethingElseComes) {
-    // A copy-on-select terminal re-copies every step of a mouse drag.
-    for (const char* step : {"ls", "ls -l", "ls -la", "sudo ls -la"}) {
-        env.clock.advance(0.2);
-        pasteboard.copyText(step);
+    // Another application copies `text` this long after the last copy.
+    auto copyAfter = [&](double seconds, const std::string& text) {
+        env.clock.advance(seconds);
+        pasteboard.copyText(text);
         examine();
-    }
+    };
+    // A copy-on-select terminal re-copies every step of a mouse drag.
+    for (const char* step : {"ls", "ls -l", "ls -la", "sudo ls -la"})
+        copyAfter(0.2, step);
     EXPECT_THAT(history(), ElementsAre("sudo ls -la"));
 
     // A shorter selection, a pause, or a pick in between each start a row.
-    env.clock.advance(0.2);
-    pasteboard.copyText("ls");
-    examine();
-    env.clock.advance(1.5);
-    pasteboard.copyText("ls -a");
-    examine();
+    copyAfter(0.2, "ls");
+    copyAfter(1.5, "ls -a");
     monitor.copyTextFromHistory("sudo ls -la");
-    env.clock.advance(0.2);
-    pasteboard.copyText("sudo ls -la | less");
-    examine();
+    copyAfter(0.2, "sudo ls -la | less");
     EXPECT_THAT(history(), ElementsAre("sudo ls -la | less", "sudo ls -la", "ls -a", "ls"));
 
     // A step that reaches a text already in the history moves that one up
     // and takes its own row away; the older row is never given up later.
-    env.clock.advance(1.5);
-    pasteboard.copyText("l");
-    examine();
-    env.clock.advance(0.2);
-    pasteboard.copyText("ls -a");
-    examine();
-    env.clock.advance(0.2);
-    pasteboard.copyText("ls -al");
-    examine();
+    copyAfter(1.5, "l");
+    copyAfter(0.2, "ls -a");
+    copyAfter(0.2, "ls -al");
     EXPECT_THAT(history(),
                 ElementsAre("ls -al", "ls -a", "sudo ls -la | less", "sudo ls -la", "ls"));
 }
