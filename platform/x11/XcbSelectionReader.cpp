@@ -45,13 +45,18 @@ XcbSelectionReader::~XcbSelectionReader() {
     xcb_flush(connection_.get());
 }
 
-XcbSelectionReader::Wait XcbSelectionReader::waitForEvent(Clock::time_point deadline) {
+XcbSelectionReader::Wait XcbSelectionReader::waitForEvent(std::uint8_t kind,
+                                                          Clock::time_point deadline) {
     xcb_connection_t* c = connection_.get();
     for (;;) {
         if (auto why = interrupted_())
             return {nullptr, *why};
-        if (xcb_generic_event_t* event = xcb_poll_for_event(c))
-            return {event, ReadStatus::ok};
+        if (xcb_generic_event_t* event = xcb_poll_for_event(c)) {
+            if ((event->response_type & 0x7f) == kind)
+                return {event, ReadStatus::ok};
+            std::free(event);
+            continue;
+        }
         if (xcb_connection_has_error(c))
             return {nullptr, ReadStatus::noAnswer};
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
@@ -59,6 +64,12 @@ XcbSelectionReader::Wait XcbSelectionReader::waitForEvent(Clock::time_point dead
             return {nullptr, ReadStatus::noAnswer};
         pollfd fds[2] = {{xcb_get_file_descriptor(c), POLLIN, 0}, {wakeFd_, POLLIN, 0}};
         ::poll(fds, wakeFd_ >= 0 ? 2 : 1, static_cast<int>(left.count()));
+        // Emptied before the next look at the interruption: a wake from a
+        // change already seen would otherwise keep poll() returning at once.
+        if (wakeFd_ >= 0 && (fds[1].revents & POLLIN)) {
+            std::uint64_t wakes = 0;
+            [[maybe_unused]] auto n = ::read(wakeFd_, &wakes, sizeof wakes);
+        }
     }
 }
 
@@ -78,12 +89,10 @@ ReadResult<XcbSelectionReader::Bytes> XcbSelectionReader::read(std::string_view 
     // The owner may take its time to convert (it answers once, when done).
     auto deadline = Clock::now() + limits.idle;
     for (;;) {
-        Wait wait = waitForEvent(deadline);
+        Wait wait = waitForEvent(XCB_SELECTION_NOTIFY, deadline);
         EventPtr event(wait.event, std::free);
         if (!event)
             return failed<Bytes>(wait.failure);
-        if ((event->response_type & 0x7f) != XCB_SELECTION_NOTIFY)
-            continue;
         auto* notify = reinterpret_cast<xcb_selection_notify_event_t*>(event.get());
         if (notify->requestor != window_ || notify->target != targetAtom)
             continue;
@@ -121,12 +130,10 @@ ReadResult<XcbSelectionReader::Bytes> XcbSelectionReader::readIncrementally(xcb_
     Bytes out;
     auto deadline = Clock::now() + limits.idle;
     for (;;) {
-        Wait wait = waitForEvent(deadline);
+        Wait wait = waitForEvent(XCB_PROPERTY_NOTIFY, deadline);
         EventPtr event(wait.event, std::free);
         if (!event)
             return failed<Bytes>(wait.failure);
-        if ((event->response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
-            continue;
         auto* notify = reinterpret_cast<xcb_property_notify_event_t*>(event.get());
         if (notify->window != window_ || notify->atom != property ||
             notify->state != XCB_PROPERTY_NEW_VALUE)

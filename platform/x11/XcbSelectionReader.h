@@ -52,8 +52,9 @@ private:
         xcb_generic_event_t* event = nullptr;  // owned by the caller
         ReadStatus failure = ReadStatus::ok;   // when there is no event
     };
-    // The next event of our connection, or why there is none.
-    Wait waitForEvent(Clock::time_point deadline);
+    // The next event of this kind on our connection (others are dropped:
+    // nothing else is asked of it), or why there is none.
+    Wait waitForEvent(std::uint8_t kind, Clock::time_point deadline);
     ReadResult<Bytes> readIncrementally(xcb_atom_t property, Limits limits);
 
     XcbConnection& connection_;

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <future>
 #include <memory>
 #include <string>
@@ -310,14 +311,24 @@ TEST_F(X11PlatformTest, TextComesFromAFormatTheOwnerAnswersAndANewCopyEndsAReadL
 
     auto silent =
         newOwner({{"UTF8_STRING", "never given"}}, SelectionOwner::neverAnswering({"UTF8_STRING"}));
-    read = readText();
+    double waitingCpu = -1;
+    read = std::async(std::launch::async, [&] {
+        timespec start{}, end{};
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &start);
+        auto result = pasteboard.string();
+        ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &end);
+        waitingCpu = double(end.tv_sec - start.tv_sec) + double(end.tv_nsec - start.tv_nsec) / 1e9;
+        return result;
+    });
     ASSERT_TRUE(silent->waitUntilAsked("UTF8_STRING"));
+    std::this_thread::sleep_for(500ms);  // the owner keeps the read waiting
     auto copied = Clock::now();
     auto next = newOwner({{"UTF8_STRING", "the next copy"}}, {});
     ASSERT_TRUE(waitUntil([&] { return done(read); }));
     auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - copied);
     EXPECT_EQ(read.get().status, ReadStatus::superseded);
     EXPECT_LT(took, 1s) << "the read ended " << took.count() << " ms after the next copy";
+    EXPECT_LT(waitingCpu, 0.1) << "the waiting read kept a core busy";
     EXPECT_EQ(pasteboard.string().value, "the next copy");
 }
 
