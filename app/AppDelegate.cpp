@@ -19,6 +19,7 @@
 #include "platform/Pasteboard.h"
 #include "platform/linux/QtGeometry.h"
 #include "popup/ui/Texts.h"
+#include "settings/GeneralPage.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
@@ -389,40 +390,8 @@ QStringList AppDelegate::limitationLines() const {
         lines << tr("%1 is used by another application; choose another shortcut in Settings.")
                      .arg(ShortcutRecorder::displayText(ClipPrefs(defaults_).hotKey(),
                                                         &platform_.keyboardLayout()));
-    for (Limitation limitation : platform_.limitations()) {
-        switch (limitation) {
-            case Limitation::noGlobalShortcut:
-                //: Tray tooltip line in a session where Zettly cannot have a shortcut of its own.
-                //: Keep the command as it is.
-                lines << tr(
-                    "No shortcut: bind \u201czettly --toggle\u201d in your desktop's "
-                    "keyboard settings.");
-                break;
-            case Limitation::noPaste:
-                //: Tray tooltip line in a session where Zettly cannot type into other apps.
-                lines << tr("Picked items are only copied, not pasted.");
-                break;
-            case Limitation::noXTest:
-                //: Tray tooltip line when the X server lacks the XTEST extension; keep "XTEST".
-                lines << tr("No pasting: the X server lacks XTEST.");
-                break;
-            case Limitation::captureOnlyWhileFocused:
-                //: Tray tooltip line in a session where Zettly sees the clipboard only while one
-                //: of its windows is active.
-                lines << tr("Copies are saved only while a Zettly window is active.");
-                break;
-            case Limitation::noFrontmostApp:
-                //: Tray tooltip line in a session where Zettly cannot tell which app is in front.
-                lines << tr("Ignored applications cannot be recognised.");
-                break;
-            case Limitation::noWindowActivation:
-                break;  // said by the lines above: picking only copies
-            case Limitation::x11ApplicationsOnly:
-                //: Tray tooltip line when Zettly runs through XWayland in a Wayland session.
-                lines << tr("Through XWayland: works with X11 applications only.");
-                break;
-        }
-    }
+    // The same sentences as Settings › General, where the user can read on.
+    lines << GeneralPage::limitationLines(platform_.limitations());
     return lines;
 }
 

@@ -352,36 +352,6 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.</extracomment>
         <translation>%1 wird von einer anderen Anwendung verwendet; wählen Sie in den Einstellungen ein anderes Tastenkürzel.</translation>
     </message>
-    <message>
-        <source>No shortcut: bind “zettly --toggle” in your desktop&apos;s keyboard settings.</source>
-        <extracomment>Tray tooltip line in a session where Zettly cannot have a shortcut of its own. Keep the command as it is.</extracomment>
-        <translation>Kein Tastenkürzel: Legen Sie „zettly --toggle“ in den Tastatureinstellungen Ihrer Arbeitsumgebung auf eine Taste.</translation>
-    </message>
-    <message>
-        <source>Picked items are only copied, not pasted.</source>
-        <extracomment>Tray tooltip line in a session where Zettly cannot type into other apps.</extracomment>
-        <translation>Ausgewählte Einträge werden nur kopiert, nicht eingefügt.</translation>
-    </message>
-    <message>
-        <source>No pasting: the X server lacks XTEST.</source>
-        <extracomment>Tray tooltip line when the X server lacks the XTEST extension; keep &quot;XTEST&quot;.</extracomment>
-        <translation>Kein Einfügen: Dem X-Server fehlt XTEST.</translation>
-    </message>
-    <message>
-        <source>Copies are saved only while a Zettly window is active.</source>
-        <extracomment>Tray tooltip line in a session where Zettly sees the clipboard only while one of its windows is active.</extracomment>
-        <translation>Kopien werden nur gespeichert, solange ein Zettly-Fenster aktiv ist.</translation>
-    </message>
-    <message>
-        <source>Ignored applications cannot be recognised.</source>
-        <extracomment>Tray tooltip line in a session where Zettly cannot tell which app is in front.</extracomment>
-        <translation>Ignorierte Anwendungen können nicht erkannt werden.</translation>
-    </message>
-    <message>
-        <source>Through XWayland: works with X11 applications only.</source>
-        <extracomment>Tray tooltip line when Zettly runs through XWayland in a Wayland session.</extracomment>
-        <translation>Über XWayland: funktioniert nur mit X11-Anwendungen.</translation>
-    </message>
 </context>
 <context>
     <name>zettly::AppcastUpdater</name>
