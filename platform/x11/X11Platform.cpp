@@ -1,7 +1,6 @@
 #include "platform/x11/X11Platform.h"
 
-#include <cstdlib>
-
+#include "platform/Backends.h"
 #include "platform/Log.h"
 #include "platform/linux/SecretServiceStore.h"
 
@@ -32,8 +31,7 @@ std::unique_ptr<SecretStore> X11Platform::openSecretStore(Log& log) {
 
 std::vector<Limitation> X11Platform::limitations() {
     std::vector<Limitation> out;
-    const char* wayland = std::getenv("WAYLAND_DISPLAY");
-    if (wayland && *wayland)
+    if (!SessionEnvironment::current().waylandDisplay.empty())
         out.push_back(Limitation::x11ApplicationsOnly);
     if (!desktop_.canPaste())
         out.push_back(Limitation::noXTest);
