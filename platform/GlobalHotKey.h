@@ -21,7 +21,14 @@ struct HotKeyState {
         failed,  // refused for another reason; `detail` says which
     };
     Kind kind = Kind::waiting;
+    // bound: how the desktop shows the key it bound (it may differ from
+    // the one asked for); inDesktopSettings: the command, or the whole line
+    // to add to `configFile`; failed: the reason.
     std::string detail;
+    // inDesktopSettings: the compositor's configuration file the line goes
+    // into (e.g. "~/.config/sway/config"); empty when a settings dialog
+    // takes the command.
+    std::string configFile;
     bool operator==(const HotKeyState&) const = default;
 };
 
@@ -37,6 +44,12 @@ public:
                       std::function<void(const HotKeyState&)> answered) = 0;
     // Lets go of the shortcut; pressing it does nothing until the next bind.
     virtual void release() = 0;
+
+    // Whether the desktop, not Zettly, decides which key it is (a portal
+    // that asks the user); then Settings shows the desktop's choice and
+    // openDesktopDialog() where to change it.
+    virtual bool desktopChoosesKey() const { return false; }
+    virtual void openDesktopDialog() {}
 };
 
 }  // namespace zettly
