@@ -33,7 +33,7 @@ public:
     void bind(HotKeyCombo, std::function<void()>,
               std::function<void(const HotKeyState&)> answered) override {
         if (answered)
-            answered(HotKeyState{HotKeyState::Kind::inDesktopSettings, "zettly --toggle"});
+            answered(HotKeyState{HotKeyState::Kind::inDesktopSettings, "zettly --toggle", {}});
     }
     void release() override {}
 };

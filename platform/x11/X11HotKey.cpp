@@ -197,7 +197,7 @@ public:
         id_ = d.nextId++;
         auto off = [&](HotKeyState::Kind kind, const std::string& why,
                        const std::string& until = "; it stays off until it is changed") {
-            state_ = HotKeyState{kind, why};
+            state_ = HotKeyState{kind, why, {}};
             log.line("[Zettly] the shortcut " + combo.display(layout) + " " + why + until);
         };
         if (!d.connection()) {
@@ -223,7 +223,7 @@ public:
             }
         }
         d.registrations.emplace(id_, Registration{grab, std::move(pressed)});
-        state_ = HotKeyState{HotKeyState::Kind::bound, {}};
+        state_ = HotKeyState{HotKeyState::Kind::bound, {}, {}};
     }
 
     ~Holder() {

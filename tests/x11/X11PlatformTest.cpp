@@ -153,7 +153,8 @@ TEST_F(X11PlatformTest, APressRunsOnlyTheNewestLiveRegistrationOfItsShortcutWith
     otherKey->bind(
         {keycode::e, modifier::option}, [&] { ++other; }, answered);
     // X11 answers before bind() returns.
-    ASSERT_EQ(answers, (std::vector<HotKeyState>(2, HotKeyState{HotKeyState::Kind::bound, {}})));
+    ASSERT_EQ(answers,
+              (std::vector<HotKeyState>(2, HotKeyState{HotKeyState::Kind::bound, {}, {}})));
     shell("xdotool key alt+e key alt+v key Num_Lock key alt+v key Num_Lock");
     ASSERT_TRUE(waitUntil([&] { return first == 2; }));
     EXPECT_EQ(other, 1);
