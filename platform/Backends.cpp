@@ -30,7 +30,7 @@ SessionEnvironment SessionEnvironment::current() {
 }
 
 std::vector<std::string_view> backendNames() {
-    return {"x11", "fallback"};
+    return {"wayland", "x11", "fallback"};
 }
 
 std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::string>& forced,
@@ -41,6 +41,13 @@ std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::
                 return std::string("The x11 platform needs an X server, and DISPLAY is not set.");
             return BackendChoice{"x11", "xcb"};
         }
+        if (*forced == "wayland") {
+            if (session.waylandDisplay.empty())
+                return std::string(
+                    "The wayland platform needs a Wayland compositor, and WAYLAND_DISPLAY is not "
+                    "set.");
+            return BackendChoice{"wayland", "wayland"};
+        }
         if (*forced == "fallback")
             return fallbackFor(session);
         std::string known;
@@ -48,10 +55,13 @@ std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::
             known += (known.empty() ? "" : ", ") + std::string(name);
         return "There is no platform \"" + *forced + "\"; this Zettly knows " + known + ".";
     }
-    // No backend speaks Wayland's own protocols yet: a Wayland session gets
-    // the fallback, which says what it cannot do there.
-    bool wayland = session.sessionType == "wayland" || !session.waylandDisplay.empty();
-    if (!wayland && !session.display.empty())
+    // A Wayland session gets the native backend, which needs a compositor
+    // with a data-control protocol; makePlatform() falls back where there is
+    // none (GNOME). XWayland's DISPLAY would show only X11 applications'
+    // copies.
+    if (!session.waylandDisplay.empty())
+        return BackendChoice{"wayland", "wayland"};
+    if (!session.display.empty())
         return BackendChoice{"x11", "xcb"};
     return fallbackFor(session);
 }

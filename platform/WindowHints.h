@@ -16,6 +16,12 @@ public:
     // Called before each showing with the panel's native window id: puts it
     // on every workspace and keeps it off the taskbar and pager.
     virtual void preparePanel(std::uint64_t nativeWindow) = 0;
+    // Whether a panel's position is its own to choose. Wayland leaves it to
+    // the compositor: the history window then keeps a fixed size while shown
+    // (tiling compositors float fixed-size windows rather than tile them, and
+    // centre them), and the preview becomes a popup of the history window,
+    // the one kind of window placed relative to another.
+    virtual bool placesWindows() { return true; }
 };
 
 }  // namespace zettly

@@ -13,6 +13,7 @@
 #include <QToolButton>
 #include <QWindow>
 
+#include "platform/WindowHints.h"
 #include "platform/linux/QtGeometry.h"
 #include "popup/PopupController.h"
 #include "popup/ui/ChipBar.h"
@@ -282,8 +283,14 @@ void PopupWindow::showPanel(const Rect& frame) {
     placing_ = true;
     // The controller's frame wins over the limits of the user's resizing
     // (under a tray icon low on the screen the window may be shorter).
-    setMinimumSize(std::min(320, r.width()), std::min(260, r.height()));
-    setMaximumSize(std::max(600, r.width()), std::max(800, r.height()));
+    const bool fixed = hints_ && !hints_->placesWindows();
+    grip_->setVisible(!fixed);
+    if (fixed) {
+        setFixedSize(r.size());
+    } else {
+        setMinimumSize(std::min(320, r.width()), std::min(260, r.height()));
+        setMaximumSize(std::max(600, r.width()), std::max(800, r.height()));
+    }
     if (!isVisible())
         prepareDesktopHints();
     setGeometry(r);

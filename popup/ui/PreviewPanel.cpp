@@ -5,6 +5,7 @@
 #include <QPlainTextEdit>
 #include <QVBoxLayout>
 
+#include "platform/WindowHints.h"
 #include "ui/Look.h"
 
 namespace zettly {
@@ -15,7 +16,8 @@ constexpr int margin = 12;
 }  // namespace
 
 PreviewPanel::PreviewPanel(QWidget* parent, WindowHints* hints)
-    : PanelWidget(Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+    : PanelWidget((hints && !hints->placesWindows() ? Qt::ToolTip : Qt::Tool) |
+                      Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
                       Qt::WindowDoesNotAcceptFocus,
                   parent, hints) {
     setAttribute(Qt::WA_ShowWithoutActivating);

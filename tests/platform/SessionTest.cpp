@@ -30,17 +30,21 @@ TEST(Backends, TheSessionPicksTheBackendAndQtFollowsItUnlessTheUserForcesOne) {
 
     EXPECT_EQ(chosen({}, x11), "x11 on xcb");
     EXPECT_EQ(chosen({}, bareX), "x11 on xcb");
-    EXPECT_EQ(chosen({}, wayland), "fallback on wayland;xcb");
-    EXPECT_EQ(chosen({}, waylandWithoutX), "fallback on wayland");
-    EXPECT_EQ(chosen({}, nestedWayland), "fallback on wayland");
+    EXPECT_EQ(chosen({}, wayland), "wayland on wayland");
+    EXPECT_EQ(chosen({}, waylandWithoutX), "wayland on wayland");
+    EXPECT_EQ(chosen({}, nestedWayland), "wayland on wayland");
+    // XDG_SESSION_TYPE outlives a compositor that has gone.
+    EXPECT_EQ(chosen({}, SessionEnvironment{"wayland", "", ":0"}), "x11 on xcb");
     EXPECT_EQ(chosen({}, nothing).rfind("error: ", 0), 0u);
 
     EXPECT_EQ(chosen("x11", wayland), "x11 on xcb");  // XWayland
     EXPECT_EQ(chosen("fallback", bareX), "fallback on xcb");
+    EXPECT_EQ(chosen("fallback", wayland), "fallback on wayland;xcb");
+    EXPECT_NE(chosen("wayland", bareX).find("WAYLAND_DISPLAY"), std::string::npos);
     EXPECT_NE(chosen("x11", waylandWithoutX).find("DISPLAY"), std::string::npos);
     const std::string unknown = chosen("gnome", x11);
     EXPECT_NE(unknown.find("\"gnome\""), std::string::npos) << unknown;
-    EXPECT_NE(unknown.find("x11, fallback"), std::string::npos) << unknown;
+    EXPECT_NE(unknown.find("wayland, x11, fallback"), std::string::npos) << unknown;
 }
 
 TEST(PasteChords, EachKindOfApplicationGetsItsKeysAndTheUsersChoiceComesFirst) {
