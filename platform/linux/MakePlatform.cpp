@@ -3,11 +3,19 @@
 #include "platform/Backends.h"
 #include "platform/Log.h"
 #include "platform/fallback/FallbackPlatform.h"
+#include "platform/wayland/WaylandPlatform.h"
 #include "platform/x11/X11Platform.h"
 
 namespace zettly {
 
 std::unique_ptr<Platform> makePlatform(const BackendChoice& choice, Log& log) {
+    if (choice.name == "wayland") {
+        if (auto wayland = WaylandPlatform::open(log))
+            return wayland;
+        log.line(
+            "[Zettly] the Wayland compositor offers no clipboard access to other applications "
+            "(no data-control protocol); starting without desktop integration");
+    }
     if (choice.name == "x11") {
         if (auto x11 = X11Platform::open(log))
             return x11;

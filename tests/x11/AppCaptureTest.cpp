@@ -8,7 +8,7 @@
 
 #include "tests/fakes/SqlRows.h"
 #include "tests/x11/SelectionOwner.h"
-#include "tests/x11/X11TestSupport.h"
+#include "tests/support/AppTestSupport.h"
 
 namespace zettly::test {
 namespace {

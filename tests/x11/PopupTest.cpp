@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/fakes/SqlRows.h"
-#include "tests/x11/X11TestSupport.h"
+#include "tests/support/AppTestSupport.h"
 
 namespace zettly::test {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "tests/fakes/PouchServer.h"
-#include "tests/x11/X11TestSupport.h"
+#include "tests/support/AppTestSupport.h"
 
 namespace zettly::test {
 namespace {

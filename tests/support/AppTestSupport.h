@@ -1,5 +1,6 @@
-// What the X11 tests share: waiting with a deadline, child processes, and
-// the real app started over private XDG folders.
+// What the desktop tests share: waiting with a deadline, child processes,
+// and the real app started over private XDG folders in the session the test
+// runs in (X11 by default; see prepareSession).
 #pragma once
 
 #include <chrono>
@@ -151,7 +152,9 @@ inline int countRows(const fs::path& file, const std::string& table, const std::
 class AppTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_NE(::getenv("DISPLAY"), nullptr) << "run under xvfb-run";
+        prepareSession();
+        if (HasFatalFailure())
+            return;
         for (const fs::path& dir : {config_, data_, runtime_}) {
             fs::create_directories(dir);
             ::chmod(dir.c_str(), 0700);
@@ -159,7 +162,6 @@ protected:
         ::setenv("XDG_CONFIG_HOME", config_.c_str(), 1);
         ::setenv("XDG_DATA_HOME", data_.c_str(), 1);
         ::setenv("XDG_RUNTIME_DIR", runtime_.c_str(), 1);
-        ::setenv("QT_QPA_PLATFORM", "xcb", 1);
         if (!defaults().empty())
             setDefaults(defaults());
         std::vector<std::string> command{ZETTLY_APP_PATH};
@@ -169,6 +171,12 @@ protected:
         ASSERT_GT(app_, 0) << "cannot start " << ZETTLY_APP_PATH;
         ASSERT_TRUE(waitUntil([&] { return fs::exists(runtime_ / "zettly.sock"); }))
             << "the app never started listening";
+    }
+    // Points the app and the test's clients at the display server; runs
+    // before XDG_RUNTIME_DIR becomes the test's own.
+    virtual void prepareSession() {
+        ASSERT_NE(::getenv("DISPLAY"), nullptr) << "run under xvfb-run";
+        ::setenv("QT_QPA_PLATFORM", "xcb", 1);
     }
     virtual std::string defaults() const { return {}; }
     virtual std::vector<std::string> arguments() const { return {}; }

@@ -1,0 +1,138 @@
+// The real app as a native Wayland client under a real compositor (headless
+// Sway, started by run-in-compositor.sh): copies made by Wayland clients
+// are saved or refused, a pick reaches the clipboard and is pasted into the
+// window that was in front, and `zettly --toggle` opens and closes the
+// history window.
+#include <filesystem>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/AppTestSupport.h"
+
+namespace zettly::test {
+namespace {
+
+// What `swaymsg -t get_tree` says of the window with this app id: "focused",
+// "shown" or "" when there is none.
+std::string swayWindow(const std::string& appId) {
+    std::string tree = output("swaymsg -t get_tree 2>/dev/null");
+    auto at = tree.find("\"app_id\": \"" + appId + "\"");
+    if (at == std::string::npos)
+        return "";
+    // Each node's fields are printed before its own "app_id"; the focus flag
+    // of this node is the last one before it.
+    auto focused = tree.rfind("\"focused\": ", at);
+    if (focused != std::string::npos && tree.compare(focused + 11, 4, "true") == 0)
+        return "focused";
+    return "shown";
+}
+
+class WaylandApp : public AppTest {
+protected:
+    void prepareSession() override {
+        const char* display = ::getenv("WAYLAND_DISPLAY");
+        const char* runtime = ::getenv("XDG_RUNTIME_DIR");
+        ASSERT_TRUE(display && runtime) << "run under tests/wayland/run-in-compositor.sh";
+        // The app gets a runtime folder of its own; the compositor's socket
+        // is then named by its whole path, which libwayland accepts.
+        fs::path socket = display[0] == '/' ? fs::path(display) : fs::path(runtime) / display;
+        ::setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
+        if (!::getenv("SWAYSOCK"))
+            for (const auto& entry : fs::directory_iterator(runtime))
+                if (entry.path().filename().string().starts_with("sway-ipc."))
+                    ::setenv("SWAYSOCK", entry.path().c_str(), 1);
+        ::unsetenv("DISPLAY");
+        ::setenv("QT_QPA_PLATFORM", "wayland", 1);
+    }
+
+    void wlCopy(std::vector<std::string> args, const std::string& input) {
+        int pipeFds[2];
+        ASSERT_EQ(::pipe2(pipeFds, O_CLOEXEC), 0);
+        args.insert(args.begin(), {"wl-copy", "--foreground"});
+        pid_t pid = spawn(args, pipeFds[0]);
+        ::close(pipeFds[0]);
+        ASSERT_EQ(::write(pipeFds[1], input.data(), input.size()), ssize_t(input.size()));
+        ::close(pipeFds[1]);
+        ASSERT_GT(pid, 0) << "wl-copy is missing";
+        children_.push_back(pid);
+    }
+
+    // Owns the clipboard with several formats at once.
+    void offer(std::vector<std::string> args) {
+        args.insert(args.begin(), ZETTLY_TEST_OFFER_PATH);
+        pid_t pid = spawn(args, -1, {}, dir_ / "offer.log");
+        ASSERT_GT(pid, 0);
+        children_.push_back(pid);
+        ASSERT_TRUE(waitUntil([&] { return readFile(dir_ / "offer.log").find("ready") !=
+                                           std::string::npos; }));
+        fs::remove(dir_ / "offer.log");
+    }
+
+    void toggle() {
+        pid_t pid = spawn({ZETTLY_APP_PATH, "--toggle"});
+        int status = 0;
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    }
+};
+
+TEST_F(WaylandApp, SavesWaylandClientsCopiesButNeitherPasswordsNorThePrimarySelection) {
+    ASSERT_TRUE(waitUntil([&] { return appLog().find("desktop backend: wayland") !=
+                                       std::string::npos; }))
+        << appLog();
+
+    wlCopy({}, "copied in a Wayland app");
+    EXPECT_TRUE(waitUntil([&] { return texts("copied in a Wayland app") == 1; }));
+
+    offer({"text/plain;charset=utf-8=hunter2", "x-kde-passwordManagerHint=secret"});
+    // Primary is what a mouse selection makes: never history.
+    offer({"--primary", "text/plain;charset=utf-8=only selected"});
+    Bytes picture = png(64, 48, noise(7));
+    fs::path file = dir_ / "copy.png";
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char*>(picture.data()), std::streamsize(picture.size()));
+    wlCopy({"--type", "image/png"}, readFile(file));
+    // The image behind the password proves the password's turn has passed.
+    EXPECT_TRUE(waitUntil([&] { return images() == 1; }));
+    EXPECT_EQ(texts("hunter2"), 0);
+    EXPECT_EQ(texts("only selected"), 0);
+}
+
+TEST_F(WaylandApp, APickGoesToTheClipboardAndIsPastedIntoTheWindowThatWasInFront) {
+    wlCopy({}, "older entry");
+    ASSERT_TRUE(waitUntil([&] { return texts("older entry") == 1; }));
+    wlCopy({}, "newest entry");
+    ASSERT_TRUE(waitUntil([&] { return texts("newest entry") == 1; }));
+    // Someone else owns the clipboard now, so the pick is visible as a change.
+    wlCopy({}, "unrelated");
+    ASSERT_TRUE(waitUntil([&] { return texts("unrelated") == 1; }));
+
+    fs::path pasted = dir_ / "pasted.txt";
+    pid_t target = spawn({ZETTLY_PASTE_TARGET_PATH, pasted.string()}, -1, {}, dir_ / "target.log");
+    ASSERT_GT(target, 0);
+    children_.push_back(target);
+    ASSERT_TRUE(waitUntil([] { return swayWindow("zettly-paste-target") == "focused"; }));
+
+    toggle();
+    ASSERT_TRUE(waitUntil([] { return swayWindow("org.zettly.Zettly") == "focused"; }))
+        << output("swaymsg -t get_tree");
+    run("grim " + (fs::path(ZETTLY_BUILD_DIR) / "history-window-sway.png").string());
+    // Down to the second row ("newest entry", under "unrelated"), then pick.
+    run("wtype -k Down -k Return");
+
+    EXPECT_TRUE(waitUntil([&] { return readFile(pasted) == "newest entry"; }))
+        << "the target holds \"" << readFile(pasted) << "\"";
+    EXPECT_EQ(output("wl-paste --no-newline"), "newest entry");
+    EXPECT_EQ(swayWindow("org.zettly.Zettly"), "");
+
+    // --toggle from a key binding: open, then closed again.
+    toggle();
+    ASSERT_TRUE(waitUntil([] { return swayWindow("org.zettly.Zettly") == "focused"; }));
+    toggle();
+    EXPECT_TRUE(waitUntil([] { return swayWindow("org.zettly.Zettly").empty(); }));
+    EXPECT_TRUE(waitUntil([] { return swayWindow("zettly-paste-target") == "focused"; }));
+}
+
+}  // namespace
+}  // namespace zettly::test
