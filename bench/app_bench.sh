@@ -5,6 +5,10 @@
 #
 #   bench/app_bench.sh [path/to/zettly]      (default build/app/zettly)
 #
+# Inside a Wayland compositor (tests/wayland/run-in-compositor.sh sway --
+# bench/app_bench.sh) it measures the native Wayland app instead, with
+# wl-copy making the copies.
+#
 # It builds nothing. IDLE_SECONDS shortens the idle window for a quick look;
 # the figure is only meaningful over the full 60 s.
 set -euo pipefail
@@ -15,7 +19,16 @@ copies=100
 texts_wanted=500
 images_wanted=15
 
-for tool in Xvfb xclip python3; do
+session=x11
+copier=xclip
+if [ -n "${WAYLAND_DISPLAY:-}" ]; then
+    session=wayland
+    copier=wl-copy
+    # The app gets a runtime folder of its own below; libwayland takes the
+    # socket's whole path.
+    case "$WAYLAND_DISPLAY" in /*) ;; *) export WAYLAND_DISPLAY="$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY" ;; esac
+fi
+for tool in $([ $session = x11 ] && echo Xvfb) $copier python3; do
     command -v "$tool" >/dev/null || { echo "app_bench: $tool is missing (scripts/setup)" >&2; exit 1; }
 done
 [ -x "$app" ] || { echo "app_bench: no executable at $app" >&2; exit 1; }
@@ -43,11 +56,19 @@ wait_for() {
     done
 }
 
-# -displayfd lets the server pick a display number nobody else holds.
-Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
-xvfb_pid=$!
-wait_for 10 test -s "$work/display" || { echo "app_bench: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
-export DISPLAY=":$(head -n1 "$work/display")"
+if [ $session = x11 ]; then
+    # -displayfd lets the server pick a display number nobody else holds.
+    Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" 2>"$work/xvfb.log" &
+    xvfb_pid=$!
+    wait_for 10 test -s "$work/display" || { echo "app_bench: Xvfb did not start" >&2; cat "$work/xvfb.log" >&2; exit 1; }
+    export DISPLAY=":$(head -n1 "$work/display")"
+    qt_platform=xcb
+    where="Xvfb $DISPLAY"
+else
+    unset DISPLAY
+    qt_platform=wayland
+    where="Wayland $WAYLAND_DISPLAY"
+fi
 
 export XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run"
 mkdir -m 0700 -p "$XDG_CONFIG_HOME/Zettly" "$XDG_DATA_HOME" "$XDG_RUNTIME_DIR"
@@ -55,7 +76,7 @@ mkdir -m 0700 -p "$XDG_CONFIG_HOME/Zettly" "$XDG_DATA_HOME" "$XDG_RUNTIME_DIR"
 echo '{"clipboardLimit": 1000, "saveImages": true}' >"$XDG_CONFIG_HOME/Zettly/defaults.json"
 library="$XDG_DATA_HOME/Zettly/Library"
 
-QT_QPA_PLATFORM=xcb "$app" 2>"$work/app.log" &
+QT_QPA_PLATFORM=$qt_platform "$app" 2>"$work/app.log" &
 app_pid=$!
 wait_for 10 test -S "$XDG_RUNTIME_DIR/zettly.sock" || { echo "app_bench: the app did not start" >&2; cat "$work/app.log" >&2; exit 1; }
 
@@ -93,6 +114,7 @@ library = os.environ["LIBRARY"]
 texts_db = os.path.join(library, "clipboard.sqlite")
 media_db = os.path.join(library, "clipmedia.sqlite")
 xclips = []
+wayland = os.environ.get("COPIER") == "wl-copy"
 
 def count(db, table, where="1", args=()):
     # The app creates its files and tables on the first capture.
@@ -105,7 +127,11 @@ def count(db, table, where="1", args=()):
 def xclip(args, data):
     for p in xclips:
         p.poll()
-    p = subprocess.Popen(["xclip", "-quiet", "-selection", "clipboard", *args],
+    if wayland:  # the same copy made by a Wayland client
+        command = ["wl-copy", "--foreground"] + (["--type", args[1]] if args[0] == "-t" else [])
+    else:
+        command = ["xclip", "-quiet", "-selection", "clipboard", *args]
+    p = subprocess.Popen(command,
                          stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     p.stdin.write(data)
     p.stdin.close()
@@ -142,7 +168,7 @@ def latency(n):
         samples.append((time.monotonic() - start) * 1000)
     samples.sort()
     rank = lambda p: samples[max(0, -(-p * len(samples) // 100) - 1)]
-    print(f"copy-to-stored latency p50:      {rank(50):7.0f} ms    ({n} xclip copies at random moments)")
+    print(f"copy-to-stored latency p50:      {rank(50):7.0f} ms    ({n} {os.environ['COPIER']} copies at random moments)")
     print(f"copy-to-stored latency p99:      {rank(99):7.0f} ms    (min {samples[0]:.0f} ms, max {samples[-1]:.0f} ms)")
 
 def burst(n):
@@ -190,9 +216,9 @@ finally:
             p.terminate()
             p.wait()
 EOF
-export LIBRARY="$library"
+export LIBRARY="$library" COPIER="$copier"
 
-echo "Zettly app benchmark: $app on Xvfb $DISPLAY, $(nproc) CPUs"
+echo "Zettly app benchmark: $app on $where, $(nproc) CPUs"
 sleep 5  # lets start-up work finish before the idle window opens
 hz=$(getconf CLK_TCK)
 before=$(cpu_ticks)
