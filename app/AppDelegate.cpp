@@ -251,6 +251,12 @@ void AppDelegate::openSettings(SettingsWindow::Tab tab) {
 }
 
 void AppDelegate::buildTrayMenu() {
+    // Some panels open the menu on any click and never report one, and
+    // where the shortcut could not be had this may be the only way in.
+    //: Tray menu item, the first: opens the history window, as the shortcut does.
+    connect(trayMenu_.addAction(tr("Show History")), &QAction::triggered, this,
+            [this] { showHistory(); });
+    trayMenu_.addSeparator();
     // Alt-click and Alt+Shift-click do the same, but not every panel passes
     // modifier keys on, so the menu offers them too.
     pauseAction_ = trayMenu_.addAction(QString());
@@ -374,6 +380,10 @@ void AppDelegate::updateIcon() {
 
 void AppDelegate::secondLaunch() {
     // Starting Zettly again (from the launcher) is a way to reach the history.
+    showHistory();
+}
+
+void AppDelegate::showHistory() {
     if (popup_ && !popup_->isOpen())
         popup_->open();
 }

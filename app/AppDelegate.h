@@ -60,6 +60,8 @@ public:
 
 private:
     void buildTrayMenu();
+    // Where the shortcut would put it; an open window stays as it is.
+    void showHistory();
     // The sync cadence timer runs while sync is switched on.
     void updateSyncCadence();
     SettingsContext settingsContext();

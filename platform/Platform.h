@@ -38,6 +38,14 @@ enum class Limitation {
     // Zettly reaches this Wayland session through XWayland: the shortcut,
     // capture and paste work with X11 applications only.
     x11ApplicationsOnly,
+    // Wayland lets no application place its own windows: the history
+    // window opens where the compositor puts it, whatever the position
+    // chosen in the settings.
+    noWindowPlacement,
+    // The compositor offers no way to type keys (no virtual keyboard, no
+    // KWin fake input, no RemoteDesktop portal). Always reported together
+    // with noPaste, which it explains.
+    noKeyTypingProtocol,
 };
 
 // Everything the application needs from the session it runs in. One

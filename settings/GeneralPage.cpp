@@ -89,6 +89,13 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     position_->addItem(tr("In the center of the screen"), QStringLiteral("center"));
     //: Settings › General: label before the picker of where the history window opens.
     form->addRow(tr("Show window:"), position_);
+    positionNote_ = hiddenNote(this);
+    //: Settings › General, under the greyed-out "Show window:" picker on a desktop that places
+    //: windows itself (Wayland).
+    positionNote_->setText(
+        tr("This desktop decides where the history opens, so this choice has no effect here. "
+           "It is kept for sessions where Zettly can place the window."));
+    form->addRow(positionNote_);
     connect(position_, &QComboBox::activated, this, [this](int index) {
         ClipPrefs(context_.defaults)
             .setPopupPosition(position_->itemData(index).toString() == QLatin1String("center")
@@ -151,7 +158,14 @@ void GeneralPage::reload() {
     };
     reloadSessionNote(limits);
     pasteNote_->clear();
-    if (limited(Limitation::noPaste))
+    if (limited(Limitation::noKeyTypingProtocol))
+        //: Settings › General, under "Paste right away" on a Wayland desktop that lets no
+        //: application press keys. KWin is a name; keep it.
+        pasteNote_->setText(
+            tr("This desktop offers applications no way to press keys (no virtual keyboard, "
+               "no KWin fake input, no remote desktop portal), so the item only goes to the "
+               "clipboard. Paste it yourself with Ctrl+V."));
+    else if (limited(Limitation::noPaste))
         //: Settings › General, under "Paste right away" in a session where Zettly cannot type
         //: into other applications.
         pasteNote_->setText(
@@ -174,6 +188,11 @@ void GeneralPage::reload() {
     pasteKeys_->reload();
 
     position_->setCurrentIndex(prefs.popupPosition() == ClipPrefs::PopupPosition::center ? 1 : 0);
+    // The stored choice stays as it is: it applies again on a desktop that
+    // lets Zettly place the window.
+    const bool placedByDesktop = limited(Limitation::noWindowPlacement);
+    position_->setEnabled(!placedByDesktop);
+    positionNote_->setHidden(!placedByDesktop);
     reloadPreview();
     recorder_->reload();
     reloadShortcutNote();
@@ -187,8 +206,11 @@ void GeneralPage::reload() {
 }
 
 QStringList GeneralPage::limitationLines(const std::vector<Limitation>& limits) {
-    const bool noPaste =
-        std::find(limits.begin(), limits.end(), Limitation::noPaste) != limits.end();
+    auto limited = [&](Limitation limitation) {
+        return std::find(limits.begin(), limits.end(), limitation) != limits.end();
+    };
+    const bool noPaste = limited(Limitation::noPaste);
+    const bool noKeyTyping = limited(Limitation::noKeyTypingProtocol);
     QStringList lines;
     for (Limitation limitation : limits) {
         switch (limitation) {
@@ -199,10 +221,12 @@ QStringList GeneralPage::limitationLines(const std::vector<Limitation>& limits) 
                     "one you set up in your desktop's keyboard settings.");
                 break;
             case Limitation::noPaste:
-                //: Settings › General, list of what this session cannot do.
-                lines << tr(
-                    "Zettly cannot type into other applications, so a picked item is "
-                    "only copied and you paste it yourself.");
+                // The line for the missing way of typing keys says why.
+                if (!noKeyTyping)
+                    //: Settings › General, list of what this session cannot do.
+                    lines << tr(
+                        "Zettly cannot type into other applications, so a picked item is "
+                        "only copied and you paste it yourself.");
                 break;
             case Limitation::noXTest:
                 //: Settings › General, list of what this session cannot do. XTEST is the name of
@@ -238,6 +262,19 @@ QStringList GeneralPage::limitationLines(const std::vector<Limitation>& limits) 
                 lines << tr(
                     "Zettly runs through XWayland, so its shortcut, saving copies and "
                     "pasting work with X11 applications only.");
+                break;
+            case Limitation::noWindowPlacement:
+                //: Settings › General, list of what this session cannot do.
+                lines << tr(
+                    "This desktop does not let applications place their own windows, so the "
+                    "history opens where the desktop puts it, usually in the middle of the "
+                    "screen.");
+                break;
+            case Limitation::noKeyTypingProtocol:
+                //: Settings › General, list of what this session cannot do.
+                lines << tr(
+                    "This desktop offers applications no way to press keys, so a picked "
+                    "item is only copied and you paste it yourself.");
                 break;
         }
     }

@@ -51,6 +51,8 @@ public:
     PasteKeysBox* pasteKeys() const { return pasteKeys_; }
     QComboBox* previewPicker() const { return preview_; }
     QComboBox* positionPicker() const { return position_; }
+    // Why the position cannot be chosen in this session; hidden when it can.
+    QLabel* positionNote() const { return positionNote_; }
     ShortcutRecorder* shortcutRecorder() const { return recorder_; }
     // Absent when the app offers no way to start at login.
     QCheckBox* launchAtLoginSwitch() const { return launch_; }
@@ -75,6 +77,7 @@ private:
     PasteKeysBox* pasteKeys_;
     QComboBox* preview_;
     QComboBox* position_;
+    QLabel* positionNote_;
     ShortcutRecorder* recorder_;
     QCheckBox* launch_ = nullptr;
     QLabel* launchError_ = nullptr;

@@ -90,6 +90,9 @@ std::vector<Limitation> FallbackPlatform::limitations() {
     // Qt on X11 sees every copy; on Wayland only while it has the keyboard.
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
         out.push_back(Limitation::captureOnlyWhileFocused);
+    // Qt's Wayland windows go where the compositor puts them.
+    if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
+        out.push_back(Limitation::noWindowPlacement);
     return out;
 }
 

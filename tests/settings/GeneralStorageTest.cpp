@@ -192,6 +192,35 @@ TEST_F(SettingsPagesTest, GeneralPickersStoreEachChangeAndThePasteNoteSaysWhatBl
     EXPECT_EQ(page.previewPicker()->count(), 4);
     EXPECT_TRUE(page.pasteNote()->text().contains("XTEST"));
     EXPECT_TRUE(page.pasteSwitch()->isEnabled()) << "XTEST can be had: the choice is kept";
+
+    // The reason nothing can be typed, rather than only that it cannot.
+    limits = {Limitation::noPaste, Limitation::noKeyTypingProtocol};
+    page.reload();
+    EXPECT_TRUE(page.pasteNote()->text().contains("no way to press keys"));
+    EXPECT_FALSE(page.pasteNote()->text().contains("cannot type into other apps"));
+    EXPECT_FALSE(page.pasteSwitch()->isEnabled());
+    EXPECT_TRUE(page.pasteKeys()->isHidden());
+}
+
+TEST_F(SettingsPagesTest, WhereTheDesktopPlacesWindowsThePositionPickerIsOffAndKeepsItsChoice) {
+    prefs.setPopupPosition(ClipPrefs::PopupPosition::center);
+    GeneralPage page(context);
+    EXPECT_TRUE(page.positionPicker()->isEnabled());
+    EXPECT_TRUE(page.positionNote()->isHidden());
+
+    limits = {Limitation::noWindowPlacement};
+    page.reload();
+    EXPECT_FALSE(page.positionPicker()->isEnabled());
+    EXPECT_FALSE(page.positionNote()->isHidden());
+    EXPECT_EQ(page.positionPicker()->currentText(), "In the center of the screen");
+    EXPECT_EQ(env.defaults.string(prefkey::popupPosition), "center");
+
+    // Back in a session that places windows, the kept choice applies again.
+    limits = {Limitation::noPaste};
+    page.reload();
+    EXPECT_TRUE(page.positionPicker()->isEnabled());
+    EXPECT_TRUE(page.positionNote()->isHidden());
+    EXPECT_EQ(page.positionPicker()->currentText(), "In the center of the screen");
 }
 
 TEST_F(SettingsPagesTest, RecorderStoresOnlyAShortcutWithCtrlAltOrSuperAndEscapeOrLeavingKeepsIt) {
@@ -308,13 +337,13 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
         return shown;
     };
     for (HotKeyState::Kind quiet : {HotKeyState::Kind::waiting, HotKeyState::Kind::bound}) {
-        hotKey = {quiet, "ignored"};
+        hotKey = {quiet, "ignored", {}};
         page.reload();
         EXPECT_EQ(visibleNotes(), QStringList()) << static_cast<int>(quiet);
         EXPECT_TRUE(page.shortcutRecorder()->isEnabled());
     }
 
-    hotKey = {HotKeyState::Kind::taken, {}};
+    hotKey = {HotKeyState::Kind::taken, {}, {}};
     page.reload();
     EXPECT_EQ(visibleNotes(),
               QStringList{"Alt+V is used by another application. Choose another shortcut."});
@@ -322,13 +351,13 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
     page.reload();
     EXPECT_TRUE(page.shortcutProblem()->text().startsWith("Ctrl+Shift+K is used"));
 
-    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard"};
+    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard", {}};
     page.reload();
     EXPECT_EQ(visibleNotes(), QStringList{"The shortcut Ctrl+Shift+K could not be set: has no key "
                                           "on this keyboard"});
 
     // Recording here would change nothing: the desktop's own settings hold it.
-    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle"};
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle", {}};
     page.reload();
     ASSERT_EQ(visibleNotes().size(), 2);
     EXPECT_TRUE(page.shortcutHelp()->text().contains("keyboard settings"));
@@ -341,7 +370,7 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
     window.open(SettingsWindow::Tab::general);
     auto* shown = window.findChild<GeneralPage*>();
     ASSERT_NE(shown, nullptr);
-    hotKey = {HotKeyState::Kind::bound, {}};
+    hotKey = {HotKeyState::Kind::bound, {}, {}};
     window.sessionChanged();
     EXPECT_TRUE(shown->shortcutHelp()->isHidden());
     EXPECT_TRUE(shown->shortcutCommand()->isHidden());
@@ -360,7 +389,8 @@ TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAn
               Limitation::captureOnlyWhileFocused,
               Limitation::noFrontmostApp,
               Limitation::noWindowActivation,
-              Limitation::x11ApplicationsOnly};
+              Limitation::x11ApplicationsOnly,
+              Limitation::noWindowPlacement};
     page.reload();
     EXPECT_FALSE(page.sessionNote()->isHidden());
     const QStringList lines = limitationTexts(page);
@@ -369,7 +399,8 @@ TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAn
                                   "XTEST",
                                   "only while one of its windows is active",
                                   "which application is in front",
-                                  "XWayland"};
+                                  "XWayland",
+                                  "place their own windows"};
     ASSERT_EQ(lines.size(), expected.size()) << lines.join('\n').toStdString();
     for (int i = 0; i < lines.size(); ++i)
         EXPECT_TRUE(lines[i].contains(expected[i])) << lines[i].toStdString();
@@ -378,6 +409,21 @@ TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAn
     page.reload();
     ASSERT_EQ(limitationTexts(page).size(), 1);
     EXPECT_TRUE(limitationTexts(page)[0].contains("give the keyboard back"));
+
+    // A compositor with no way to type keys explains the paste that cannot
+    // happen, in one line for both, whichever order the backend lists them in.
+    for (const std::vector<Limitation>& pair :
+         {std::vector{Limitation::noPaste, Limitation::noKeyTypingProtocol,
+                      Limitation::noWindowActivation},
+          std::vector{Limitation::noKeyTypingProtocol, Limitation::noWindowActivation,
+                      Limitation::noPaste}}) {
+        limits = pair;
+        page.reload();
+        ASSERT_EQ(limitationTexts(page).size(), 1)
+            << limitationTexts(page).join('\n').toStdString();
+        EXPECT_TRUE(limitationTexts(page)[0].contains("no way to press keys"));
+        EXPECT_EQ(GeneralPage::limitationLines(limits), limitationTexts(page));
+    }
 
     limits.clear();
     page.reload();
