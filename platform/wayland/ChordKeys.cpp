@@ -1,5 +1,6 @@
 #include "platform/wayland/ChordKeys.h"
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -17,6 +18,18 @@ constexpr std::uint32_t kKeyLeftCtrl = 29;
 constexpr std::uint32_t kKeyLeftShift = 42;
 constexpr std::uint32_t kKeyV = 47;
 constexpr std::uint32_t kKeyInsert = 110;
+constexpr std::uint32_t kKeyRightShift = 54;
+constexpr std::uint32_t kKeyLeftAlt = 56;
+constexpr std::uint32_t kKeyRightCtrl = 97;
+constexpr std::uint32_t kKeyRightAlt = 100;
+constexpr std::uint32_t kKeyLeftMeta = 125;
+constexpr std::uint32_t kKeyRightMeta = 126;
+
+constexpr xkb_keysym_t kModifierKeysyms[] = {
+    XKB_KEY_Shift_L, XKB_KEY_Shift_R, XKB_KEY_Control_L,        XKB_KEY_Control_R,
+    XKB_KEY_Alt_L,   XKB_KEY_Alt_R,   XKB_KEY_Super_L,          XKB_KEY_Super_R,
+    XKB_KEY_Meta_L,  XKB_KEY_Meta_R,  XKB_KEY_ISO_Level3_Shift,
+};
 
 // The first key (lowest code) that gives `keysym` in the first layout group
 // at any shift level; a key reached by Shift still has the keysym's place.
@@ -46,7 +59,14 @@ std::uint32_t maskOf(xkb_keymap* keymap, const char* name, std::uint32_t fallbac
 
 ChordKeys ChordKeys::pc105() {
     // Shift and Control are the core modifiers 0 and 2 in every XKB keymap.
-    return ChordKeys{kKeyLeftCtrl, kKeyLeftShift, kKeyV, kKeyInsert, 1u << 2, 1u << 0};
+    return ChordKeys{kKeyLeftCtrl,
+                     kKeyLeftShift,
+                     kKeyV,
+                     kKeyInsert,
+                     1u << 2,
+                     1u << 0,
+                     {kKeyLeftCtrl, kKeyRightCtrl, kKeyLeftShift, kKeyRightShift, kKeyLeftAlt,
+                      kKeyRightAlt, kKeyLeftMeta, kKeyRightMeta}};
 }
 
 ChordKeys ChordKeys::of(xkb_keymap* keymap) {
@@ -59,6 +79,12 @@ ChordKeys ChordKeys::of(xkb_keymap* keymap) {
     keys.insert = evdevCodeOf(keymap, XKB_KEY_Insert).value_or(keys.insert);
     keys.controlMask = maskOf(keymap, XKB_MOD_NAME_CTRL, keys.controlMask);
     keys.shiftMask = maskOf(keymap, XKB_MOD_NAME_SHIFT, keys.shiftMask);
+    keys.modifierKeys.clear();
+    for (xkb_keysym_t keysym : kModifierKeysyms)
+        if (auto code = evdevCodeOf(keymap, keysym);
+            code && std::find(keys.modifierKeys.begin(), keys.modifierKeys.end(), *code) ==
+                        keys.modifierKeys.end())
+            keys.modifierKeys.push_back(*code);
     return keys;
 }
 

@@ -24,6 +24,9 @@ struct ChordKeys {
     // and the virtual keyboard's modifiers request carry them.
     std::uint32_t controlMask = 0;
     std::uint32_t shiftMask = 0;
+    // The keys that hold a modifier the user may still have down (Shift,
+    // Ctrl, Alt, Super, AltGr, left and right).
+    std::vector<std::uint32_t> modifierKeys;
 
     // Reads them from a keymap; a key the keymap lacks keeps its standard PC
     // position, so a layout with no Latin group still pastes where the

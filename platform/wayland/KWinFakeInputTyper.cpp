@@ -158,6 +158,14 @@ void KWinFakeInputTyper::type(PasteChord chord) {
         org_kde_kwin_fake_input* fake = input->fake;
         if (!fake)
             return;
+        // KWin keeps one keyboard state for all its devices, so a modifier
+        // the user still holds would join the chord, and nothing tells a
+        // client which keys are down elsewhere. Letting go of every
+        // modifier key first ends it: KWin forgets a key released by any
+        // device, ignores releases of keys that are up, and takes the
+        // user's own release later for one of a key already up.
+        for (std::uint32_t key : input->keys.modifierKeys)
+            org_kde_kwin_fake_input_keyboard_key(fake, key, kReleased);
         const ChordKeys::Press press = input->keys.press(chord);
         for (std::uint32_t key : press.modifiers)
             org_kde_kwin_fake_input_keyboard_key(fake, key, kPressed);

@@ -16,7 +16,9 @@ class WaylandConnection;
 // executable, so a zettly started from a build tree is not offered it.
 //
 // Fake keys go through KWin's own keymap, the user's layout, so the keys are
-// looked up in the keymap KWin hands our connection's keyboard.
+// looked up in the keymap KWin hands our connection's keyboard. KWin keeps
+// one modifier state for all its keyboards: type() lets go of the modifier
+// keys before the chord, so that Alt still held from Alt+Return stays out.
 class KWinFakeInputTyper final : public KeyTyper {
 public:
     static bool offeredBy(const WaylandConnection& connection);

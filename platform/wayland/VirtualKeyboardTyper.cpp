@@ -132,8 +132,8 @@ bool VirtualKeyboardTyper::ready() {
 // modifiers of the keyboard whose key it forwards (wlr_seat_set_keyboard).
 // Our virtual keyboard is a device of its own, so the target sees exactly
 // the modifiers set here; the physical keyboard's state comes back with its
-// next key. (Sway groups only physical keyboards; tests/wayland holds a
-// modifier on a second virtual keyboard to check this.)
+// next key. tests/wayland checks this on Sway with Alt held on a second
+// virtual keyboard.
 void VirtualKeyboardTyper::type(PasteChord chord) {
     if (!ready())
         return;
