@@ -125,6 +125,17 @@ inline std::string visibleWindow(const std::string& title) {
     return id;
 }
 
+// A program of the build tree, or its copy where the compositor harness put
+// it for a test user who cannot read the build tree.
+inline std::string program(const fs::path& built) {
+    if (const char* staged = ::getenv("ZETTLY_STAGED_BIN")) {
+        fs::path copy = fs::path(staged) / built.filename();
+        if (fs::exists(copy))
+            return copy.string();
+    }
+    return built.string();
+}
+
 // Rows matching `where`; a database or table that does not exist yet counts
 // as none, since the app creates them on its first capture.
 inline int countRows(const fs::path& file, const std::string& table, const std::string& where,
@@ -164,7 +175,7 @@ protected:
         ::setenv("XDG_RUNTIME_DIR", runtime_.c_str(), 1);
         if (!defaults().empty())
             setDefaults(defaults());
-        std::vector<std::string> command{ZETTLY_APP_PATH};
+        std::vector<std::string> command{program(ZETTLY_APP_PATH)};
         for (const std::string& argument : arguments())
             command.push_back(argument);
         app_ = spawn(command, -1, {}, appLog_);

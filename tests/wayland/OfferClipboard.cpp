@@ -87,8 +87,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     auto* device = zwlr_data_control_manager_v1_get_data_device(manager, seat);
-    static const zwlr_data_control_device_v1_listener deviceListener = {
-        onDataOffer, onSelection, onFinished, onSelection};
+    static const zwlr_data_control_device_v1_listener deviceListener = {onDataOffer, onSelection,
+                                                                        onFinished, onSelection};
     zwlr_data_control_device_v1_add_listener(device, &deviceListener, nullptr);
     auto* source = zwlr_data_control_manager_v1_create_data_source(manager);
     static const zwlr_data_control_source_v1_listener sourceListener = {onSend, onCancelled};

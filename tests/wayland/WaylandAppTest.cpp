@@ -60,17 +60,17 @@ protected:
 
     // Owns the clipboard with several formats at once.
     void offer(std::vector<std::string> args) {
-        args.insert(args.begin(), ZETTLY_TEST_OFFER_PATH);
+        args.insert(args.begin(), program(ZETTLY_TEST_OFFER_PATH));
         pid_t pid = spawn(args, -1, {}, dir_ / "offer.log");
         ASSERT_GT(pid, 0);
         children_.push_back(pid);
-        ASSERT_TRUE(waitUntil([&] { return readFile(dir_ / "offer.log").find("ready") !=
-                                           std::string::npos; }));
+        ASSERT_TRUE(waitUntil(
+            [&] { return readFile(dir_ / "offer.log").find("ready") != std::string::npos; }));
         fs::remove(dir_ / "offer.log");
     }
 
     void toggle() {
-        pid_t pid = spawn({ZETTLY_APP_PATH, "--toggle"});
+        pid_t pid = spawn({program(ZETTLY_APP_PATH), "--toggle"});
         int status = 0;
         ASSERT_EQ(::waitpid(pid, &status, 0), pid);
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
@@ -78,9 +78,9 @@ protected:
 };
 
 TEST_F(WaylandApp, SavesWaylandClientsCopiesButNeitherPasswordsNorThePrimarySelection) {
-    ASSERT_TRUE(waitUntil([&] { return appLog().find("desktop backend: wayland") !=
-                                       std::string::npos; }))
-        << appLog();
+    ASSERT_TRUE(waitUntil([&] {
+        return appLog().find("desktop backend: wayland") != std::string::npos;
+    })) << appLog();
 
     wlCopy({}, "copied in a Wayland app");
     EXPECT_TRUE(waitUntil([&] { return texts("copied in a Wayland app") == 1; }));
@@ -109,7 +109,8 @@ TEST_F(WaylandApp, APickGoesToTheClipboardAndIsPastedIntoTheWindowThatWasInFront
     ASSERT_TRUE(waitUntil([&] { return texts("unrelated") == 1; }));
 
     fs::path pasted = dir_ / "pasted.txt";
-    pid_t target = spawn({ZETTLY_PASTE_TARGET_PATH, pasted.string()}, -1, {}, dir_ / "target.log");
+    pid_t target =
+        spawn({program(ZETTLY_PASTE_TARGET_PATH), pasted.string()}, -1, {}, dir_ / "target.log");
     ASSERT_GT(target, 0);
     children_.push_back(target);
     ASSERT_TRUE(waitUntil([] { return swayWindow("zettly-paste-target") == "focused"; }));

@@ -164,20 +164,27 @@ if [ -z "$found" ]; then
 fi
 
 # An executable the test user cannot reach (a build tree under /root) runs
-# from a copy in the private folder.
+# from a copy in the private folder, and so do the programs COMMAND starts,
+# named in ZETTLY_STAGE (space-separated paths): COMMAND then finds their
+# copies in the folder ZETTLY_STAGED_BIN names.
 command=("$@")
+staged=()
 if [ ${#as_user[@]} -gt 0 ] && ! "${as_user[@]}" test -x "${command[0]}" 2>/dev/null; then
     if [ -f "${command[0]}" ]; then
         mkdir -m 0755 "$work/bin"
-        cp "${command[0]}" "$work/bin/"
+        for file in "${command[0]}" ${ZETTLY_STAGE:-}; do
+            cp "$file" "$work/bin/"
+            chmod 0755 "$work/bin/$(basename "$file")"
+        done
         command[0]="$work/bin/$(basename "${command[0]}")"
-        chmod 0755 "${command[0]}"
+        staged=(ZETTLY_STAGED_BIN="$work/bin")
     fi
 fi
 
 cd "$home"
 status=0
-run_as_user WAYLAND_DISPLAY="$found" XDG_CURRENT_DESKTOP="$desktop" "${command[@]}" || status=$?
+run_as_user WAYLAND_DISPLAY="$found" XDG_CURRENT_DESKTOP="$desktop" "${staged[@]}" \
+    "${command[@]}" || status=$?
 if [ "$status" -ne 0 ]; then
     echo "run-in-compositor: the command failed ($status); the end of $compositor's log:" >&2
     tail -n 30 "$log" | sed 's/^/    /' >&2
