@@ -1,5 +1,6 @@
 #include "platform/wayland/PipeTransfer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -106,6 +107,9 @@ void PipeWriter::write(const std::shared_ptr<ClipPayload>& payload, const std::s
     sigaddset(&pipeSignal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal, nullptr);
 
+    const auto& offered = payload->types();
+    if (std::find(offered.begin(), offered.end(), type) == offered.end())
+        return;  // not among what we offered: closing the pipe refuses it
     std::optional<ClipPayload::Bytes> bytes = payload->bytes(type);
     if (!bytes) {
         log_.line("[Zettly] the clipboard image could not be written as " + type +
