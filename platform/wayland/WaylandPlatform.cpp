@@ -41,7 +41,7 @@ WaylandPlatform::WaylandPlatform(Log& log)
       hints_(std::make_unique<WaylandWindowHints>()) {
     if (!wayland_)
         return;
-    pasteboard_ = DataControlPasteboard::open(*wayland_, mainQueue_, log);
+    pasteboard_ = DataControlPasteboard::create(*wayland_, mainQueue_, log);
     if (!pasteboard_)
         return;
     // Knows nothing where the compositor keeps its window list to itself
