@@ -85,8 +85,7 @@ PortalGlobalShortcuts::PortalGlobalShortcuts(QDBusConnection bus, unsigned versi
     // Both come for every session of this connection; ours is picked out
     // by its handle.
     bus_.connect(portal::service, portal::objectPath, shortcutsInterface,
-                 QStringLiteral("Activated"), this,
-                 SLOT(activated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
+                 QStringLiteral("Activated"), this, SLOT(activated(QDBusMessage)));
     bus_.connect(portal::service, portal::objectPath, shortcutsInterface,
                  QStringLiteral("ShortcutsChanged"), this, SLOT(shortcutsChanged(QDBusMessage)));
 }
@@ -193,9 +192,11 @@ void PortalGlobalShortcuts::endSession() {
     session_.clear();
 }
 
-void PortalGlobalShortcuts::activated(const QDBusObjectPath& session, const QString& id, qulonglong,
-                                      const QVariantMap&) {
-    if (session.path() != session_ || id != shortcutId || !pressed_)
+void PortalGlobalShortcuts::activated(const QDBusMessage& message) {
+    const QVariantList arguments = message.arguments();
+    if (arguments.size() < 2 || session_.isEmpty() || !pressed_ ||
+        arguments.at(0).value<QDBusObjectPath>().path() != session_ ||
+        arguments.at(1).toString() != shortcutId)
         return;
     auto pressed = pressed_;  // the handler may bind again
     pressed();

@@ -70,8 +70,7 @@ public:
     static std::vector<QStringList> keyboardSettingsCommands(std::string_view desktopNames);
 
 private Q_SLOTS:
-    void activated(const QDBusObjectPath& session, const QString& id, qulonglong timestamp,
-                   const QVariantMap& options);
+    void activated(const QDBusMessage& message);
     void shortcutsChanged(const QDBusMessage& message);
 
 private:
