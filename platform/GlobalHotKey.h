@@ -29,6 +29,10 @@ struct HotKeyState {
     // into (e.g. "~/.config/sway/config"); empty when a settings dialog
     // takes the command.
     std::string configFile;
+    // inDesktopSettings: the part of `configFile` the line belongs in
+    // ("binds { }", "[command]"); empty when it may go anywhere. Defaulted,
+    // so that states naming only the fields above stay complete.
+    std::string configSection = {};
     bool operator==(const HotKeyState&) const = default;
 };
 
