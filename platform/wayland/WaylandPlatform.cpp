@@ -5,6 +5,7 @@
 #include "platform/linux/CompositorConfigHotKey.h"
 #include "platform/linux/PortalGlobalShortcuts.h"
 #include "platform/linux/PortalRemoteDesktop.h"
+#include "platform/linux/PortalRequest.h"
 #include "platform/linux/SecretServiceStore.h"
 #include "platform/wayland/DataControlPasteboard.h"
 #include "platform/wayland/ForeignToplevels.h"
@@ -65,19 +66,25 @@ WaylandPlatform::WaylandPlatform(Log& log)
             typers_.push_back(std::make_unique<KWinFakeInputTyper>(*connection, log));
     for (auto& connection : typingConnections_)
         connection->start();
-    if (PortalRemoteDesktop::available())
+    // Portals answer on the session bus; asking whether they are there may
+    // start xdg-desktop-portal, once, at start-up.
+    QDBusConnection bus =
+        portal::openConnection(QString::fromUtf8(AppIdentifier.data(), AppIdentifier.size()), log);
+    if (PortalRemoteDesktop::available(bus))
         typers_.push_back(std::make_unique<PortalRemoteDesktop>(
-            folders_.configDirectory() / "remote-desktop-token", log));
+            bus, folders_.configDirectory() / "remote-desktop-token", log));
     std::vector<KeyTyper*> typers;
     for (auto& typer : typers_)
         typers.push_back(typer.get());
     desktop_ = std::make_unique<WaylandDesktop>(toplevels_.get(), std::move(typers));
 
-    portalShortcuts_ = PortalGlobalShortcuts::available();
-    if (portalShortcuts_)
-        hotKey_ = std::make_unique<PortalGlobalShortcuts>(log);
-    else
-        hotKey_ = std::make_unique<CompositorConfigHotKey>();
+    if (auto version = PortalGlobalShortcuts::version(bus)) {
+        portalShortcuts_ = true;
+        hotKey_ = std::make_unique<PortalGlobalShortcuts>(bus, *version, layout_, log,
+                                                          sessionDesktopNames());
+    } else {
+        hotKey_ = std::make_unique<CompositorConfigHotKey>(layout_, log);
+    }
 }
 
 WaylandPlatform::~WaylandPlatform() = default;
