@@ -308,13 +308,13 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
         return shown;
     };
     for (HotKeyState::Kind quiet : {HotKeyState::Kind::waiting, HotKeyState::Kind::bound}) {
-        hotKey = {quiet, "ignored"};
+        hotKey = {quiet, "ignored", {}};
         page.reload();
         EXPECT_EQ(visibleNotes(), QStringList()) << static_cast<int>(quiet);
         EXPECT_TRUE(page.shortcutRecorder()->isEnabled());
     }
 
-    hotKey = {HotKeyState::Kind::taken, {}};
+    hotKey = {HotKeyState::Kind::taken, {}, {}};
     page.reload();
     EXPECT_EQ(visibleNotes(),
               QStringList{"Alt+V is used by another application. Choose another shortcut."});
@@ -322,13 +322,13 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
     page.reload();
     EXPECT_TRUE(page.shortcutProblem()->text().startsWith("Ctrl+Shift+K is used"));
 
-    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard"};
+    hotKey = {HotKeyState::Kind::failed, "has no key on this keyboard", {}};
     page.reload();
     EXPECT_EQ(visibleNotes(), QStringList{"The shortcut Ctrl+Shift+K could not be set: has no key "
                                           "on this keyboard"});
 
     // Recording here would change nothing: the desktop's own settings hold it.
-    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle"};
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "zettly --toggle", {}};
     page.reload();
     ASSERT_EQ(visibleNotes().size(), 2);
     EXPECT_TRUE(page.shortcutHelp()->text().contains("keyboard settings"));
@@ -341,7 +341,7 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
     window.open(SettingsWindow::Tab::general);
     auto* shown = window.findChild<GeneralPage*>();
     ASSERT_NE(shown, nullptr);
-    hotKey = {HotKeyState::Kind::bound, {}};
+    hotKey = {HotKeyState::Kind::bound, {}, {}};
     window.sessionChanged();
     EXPECT_TRUE(shown->shortcutHelp()->isHidden());
     EXPECT_TRUE(shown->shortcutCommand()->isHidden());
