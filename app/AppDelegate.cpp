@@ -185,6 +185,8 @@ SettingsContext AppDelegate::settingsContext() {
     context.layout = &platform_.keyboardLayout();
     context.hotKeyChanged = [this] { registerHotKey(); };
     context.hotKeyState = [this] { return hotKeyState_; };
+    context.desktopChoosesHotKey = [this] { return platform_.hotKey().desktopChoosesKey(); };
+    context.openDesktopHotKeyDialog = [this] { platform_.hotKey().openDesktopDialog(); };
     context.limitations = [this] { return platform_.limitations(); };
     context.runningApps = [this] {
         std::vector<RunningApp> apps = platform_.workspace().runningApplications();

@@ -1,12 +1,16 @@
 #include "settings/GeneralPage.h"
 
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QGridLayout>
+#include <QGuiApplication>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
+#include <QPushButton>
 #include <QSignalBlocker>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -70,17 +74,43 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     recorder_ = new ShortcutRecorder(context_, this);
     //: Settings › General: label before the button that records the shortcut opening the history.
     form->addRow(tr("Open history with:"), recorder_);
+    shortcutWish_ = hiddenNote(this);
+    //: Settings › General, under the shortcut where the desktop decides which key opens the
+    //: history: the recorded key is only a proposal.
+    shortcutWish_->setText(
+        tr("Zettly proposes this key to your desktop, which may choose "
+           "another."));
     shortcutProblem_ = pageparts::problemLabel(this);
     shortcutHelp_ = hiddenNote(this);
-    shortcutCommand_ = new QLabel(this);
+    for (QLabel* label : {shortcutWish_, shortcutProblem_, shortcutHelp_})
+        form->addRow(label);
+    //: Settings › General, under the shortcut where the desktop decides which key opens the
+    //: history: opens the desktop's own shortcut settings.
+    desktopShortcuts_ = new QPushButton(tr("Change in System Settings\u2026"), this);
+    desktopShortcuts_->hide();
+    connect(desktopShortcuts_, &QPushButton::clicked, this, [this] {
+        if (context_.openDesktopHotKeyDialog)
+            context_.openDesktopHotKeyDialog();
+    });
+    form->addRow(desktopShortcuts_);
+    shortcutCommandRow_ = new QWidget(this);
+    auto* commandRow = new QHBoxLayout(shortcutCommandRow_);
+    commandRow->setContentsMargins(0, 0, 0, 0);
+    shortcutCommand_ = new QLabel(shortcutCommandRow_);
     shortcutCommand_->setTextFormat(Qt::PlainText);
     shortcutCommand_->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     shortcutCommand_->setTextInteractionFlags(Qt::TextSelectableByMouse |
                                               Qt::TextSelectableByKeyboard);
     shortcutCommand_->setCursor(Qt::IBeamCursor);
     shortcutCommand_->hide();
-    for (QLabel* label : {shortcutProblem_, shortcutHelp_, shortcutCommand_})
-        form->addRow(label);
+    commandRow->addWidget(shortcutCommand_, 1);
+    //: Settings › General: copies the command or configuration line shown beside it.
+    copyCommand_ = new QPushButton(tr("Copy"), shortcutCommandRow_);
+    connect(copyCommand_, &QPushButton::clicked, this,
+            [this] { QGuiApplication::clipboard()->setText(shortcutCommand_->text()); });
+    commandRow->addWidget(copyCommand_, 0, Qt::AlignTop);
+    shortcutCommandRow_->hide();
+    form->addRow(shortcutCommandRow_);
 
     position_ = new QComboBox(this);
     //: Settings › General › where the history window opens: near the mouse pointer.
@@ -302,10 +332,22 @@ void GeneralPage::reloadShortcutNote() {
     const HotKeyState state = context_.hotKeyState ? context_.hotKeyState() : HotKeyState{};
     const QString combo = recorder_->displayText(ClipPrefs(context_.defaults).hotKey());
     const QString detail = QString::fromStdString(state.detail);
+    const bool desktopChooses = context_.desktopChoosesHotKey && context_.desktopChoosesHotKey();
     QString problem, help;
     switch (state.kind) {
         case HotKeyState::Kind::waiting:
+            break;
         case HotKeyState::Kind::bound:
+            if (!desktopChooses)
+                break;
+            if (detail.isEmpty())
+                //: Settings › General, under the shortcut: the desktop keeps Zettly's shortcut
+                //: but the user gave it no key.
+                help = tr("Your desktop has no key for opening the history yet.");
+            else
+                //: Settings › General, under the shortcut: the key the desktop bound, in the
+                //: desktop's words, e.g. "Meta+Shift+V".
+                help = tr("Your desktop opens the history with %1.").arg(detail);
             break;
         case HotKeyState::Kind::taken:
             //: Settings › General, under the shortcut when another application holds it. %1 is
@@ -318,12 +360,30 @@ void GeneralPage::reloadShortcutNote() {
             problem = tr("%1 is not on this keyboard. Choose another shortcut.").arg(combo);
             break;
         case HotKeyState::Kind::inDesktopSettings:
-            //: Settings › General, under the shortcut in a session where applications cannot
-            //: have shortcuts; the command to bind follows on the next line.
-            help =
-                tr("This desktop gives applications no shortcuts of their own. To open the "
-                   "history with a key, add a shortcut for this command in your desktop's "
-                   "keyboard settings:");
+            if (state.configFile.empty())
+                //: Settings › General, under the shortcut in a session where applications cannot
+                //: have shortcuts; the command to bind follows on the next line.
+                help =
+                    tr("This desktop gives applications no shortcuts of their own. To open the "
+                       "history with a key, add a shortcut for this command in your desktop's "
+                       "keyboard settings:");
+            else if (state.configSection.empty())
+                //: Settings › General, under the shortcut on a compositor that binds keys only in
+                //: its configuration file; the line to add follows. %1 is the file, e.g.
+                //: ~/.config/sway/config.
+                help = tr("Your compositor gives applications no shortcuts of their own. To open "
+                          "the history with a key, add this to %1 and reload the "
+                          "configuration:")
+                           .arg(QString::fromStdString(state.configFile));
+            else
+                //: Settings › General, as above for a line that belongs in one part of the
+                //: file. %1 is the file, e.g. ~/.config/niri/config.kdl; %2 names the part as
+                //: the file writes it, e.g. "binds { }" or "[command]".
+                help = tr("Your compositor gives applications no shortcuts of their own. To open "
+                          "the history with a key, add this to the %2 section of %1 and reload "
+                          "the configuration:")
+                           .arg(QString::fromStdString(state.configFile),
+                                QString::fromStdString(state.configSection));
             break;
         case HotKeyState::Kind::failed:
             if (detail.isEmpty())
@@ -343,8 +403,12 @@ void GeneralPage::reloadShortcutNote() {
     const bool bindElsewhere = state.kind == HotKeyState::Kind::inDesktopSettings;
     shortcutCommand_->setText(bindElsewhere ? detail : QString());
     shortcutCommand_->setHidden(!bindElsewhere || detail.isEmpty());
+    shortcutCommandRow_->setHidden(shortcutCommand_->isHidden());
     // A shortcut recorded here would never reach Zettly.
     recorder_->setEnabled(!bindElsewhere);
+    // Recording still says which key Zettly proposes.
+    shortcutWish_->setHidden(!desktopChooses || bindElsewhere);
+    desktopShortcuts_->setHidden(!desktopChooses || !context_.openDesktopHotKeyDialog);
 }
 
 void GeneralPage::reloadPreview() {

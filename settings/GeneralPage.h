@@ -10,6 +10,7 @@ class QCheckBox;
 class QComboBox;
 class QFormLayout;
 class QLabel;
+class QPushButton;
 
 namespace zettly {
 
@@ -42,8 +43,15 @@ public:
     // recorded; hidden otherwise.
     QLabel* shortcutProblem() const { return shortcutProblem_; }
     QLabel* shortcutHelp() const { return shortcutHelp_; }
-    // The command to bind in the desktop's keyboard settings, selectable.
+    // The command to bind in the desktop's keyboard settings, or the line
+    // for the compositor's configuration file, selectable.
     QLabel* shortcutCommand() const { return shortcutCommand_; }
+    // Copies shortcutCommand() to the clipboard.
+    QPushButton* copyShortcutCommand() const { return copyCommand_; }
+    // Where the desktop decides the key: that the recorded one is only
+    // proposed, and the button to the desktop's own settings.
+    QLabel* shortcutWish() const { return shortcutWish_; }
+    QPushButton* desktopShortcutsButton() const { return desktopShortcuts_; }
     QCheckBox* pasteSwitch() const { return paste_; }
     // Why pasting cannot work in this session; hidden when it can.
     QLabel* pasteNote() const { return pasteNote_; }
@@ -72,6 +80,10 @@ private:
     QLabel* shortcutProblem_;
     QLabel* shortcutHelp_;
     QLabel* shortcutCommand_;
+    QWidget* shortcutCommandRow_;
+    QPushButton* copyCommand_;
+    QLabel* shortcutWish_;
+    QPushButton* desktopShortcuts_;
     QCheckBox* paste_;
     QLabel* pasteNote_;
     PasteKeysBox* pasteKeys_;

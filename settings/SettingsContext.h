@@ -52,6 +52,12 @@ struct SettingsContext {
     std::function<void()> hotKeyChanged = {};
     // What the desktop said of the shortcut.
     std::function<HotKeyState()> hotKeyState = {};
+    // Whether the desktop decides which key it is (a portal that asks the
+    // user): the page then shows the desktop's choice, and the recorded key
+    // is only the one Zettly proposes.
+    std::function<bool()> desktopChoosesHotKey = {};
+    // Opens the desktop's own dialog for Zettly's shortcut.
+    std::function<void()> openDesktopHotKeyDialog = {};
     // What this session cannot do; the pages explain each where it matters
     // instead of leaving a switch without effect.
     std::function<std::vector<Limitation>()> limitations = {};

@@ -121,19 +121,15 @@ void PortalGlobalShortcuts::release() {
 }
 
 void PortalGlobalShortcuts::createSession() {
-    pending_ = portal::Request::send(
-        bus_, shortcutsInterface, QStringLiteral("CreateSession"), {},
-        {{QStringLiteral("session_handle_token"), portal::newToken()}}, this,
-        [this](unsigned response, const QVariantMap& results) {
-            if (response != 0)
-                return fail(refusal(response));
-            session_ = portal::sessionHandle(results);
-            if (session_.isEmpty())
-                return fail("the desktop portal opened no session for it");
+    pending_ = portal::createSession(
+        bus_, shortcutsInterface, this,
+        [this](const QString& session) {
+            session_ = session;
             bindShortcuts();
         },
-        [this](const QString& error) {
-            fail("the desktop portal refused it (" + error.toStdString() + ")");
+        [this](unsigned response, const QString& error) {
+            fail(response ? refusal(response)
+                          : "the desktop portal refused it (" + error.toStdString() + ")");
         });
 }
 

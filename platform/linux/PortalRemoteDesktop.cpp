@@ -90,21 +90,18 @@ void PortalRemoteDesktop::prepare() {
     if (stage_ != Stage::idle)
         return;
     stage_ = Stage::asking;
-    pending_ = portal::Request::send(
-        bus_, remoteInterface, QStringLiteral("CreateSession"), {},
-        {{QStringLiteral("session_handle_token"), portal::newToken()}}, this,
-        [this](unsigned response, const QVariantMap& results) {
-            if (response != 0)
-                return stop(refusal(response));
-            session_ = portal::sessionHandle(results);
-            if (session_.isEmpty())
-                return stop("the desktop portal opened no session for typing");
+    pending_ = portal::createSession(
+        bus_, remoteInterface, this,
+        [this](const QString& session) {
+            session_ = session;
             bus_.connect(portal::service, session_, sessionInterface, QStringLiteral("Closed"),
                          this, SLOT(sessionClosed()));
             selectDevices();
         },
-        [this](const QString& error) {
-            stop("the desktop portal refused to type keys (" + error.toStdString() + ")");
+        [this](unsigned response, const QString& error) {
+            stop(response
+                     ? refusal(response)
+                     : "the desktop portal refused to type keys (" + error.toStdString() + ")");
         });
 }
 

@@ -183,4 +183,21 @@ void Request::response(uint code, const QVariantMap& results) {
         answer(code, results);
 }
 
+Request* createSession(QDBusConnection bus, const QString& interface, QObject* parent,
+                       std::function<void(const QString& session)> opened,
+                       std::function<void(unsigned response, const QString& error)> notOpened) {
+    return Request::send(
+        std::move(bus), interface, QStringLiteral("CreateSession"), {},
+        {{QStringLiteral("session_handle_token"), newToken()}}, parent,
+        [opened, notOpened](unsigned response, const QVariantMap& results) {
+            if (response != 0)
+                return notOpened(response, {});
+            const QString session = sessionHandle(results);
+            if (session.isEmpty())
+                return notOpened(0, QStringLiteral("CreateSession: no session handle"));
+            opened(session);
+        },
+        [notOpened](const QString& error) { notOpened(0, error); });
+}
+
 }  // namespace zettly::portal

@@ -86,5 +86,12 @@ private:
     bool done_ = false;
 };
 
+// CreateSession on the portal's `interface`. `opened` gets the session
+// handle; `notOpened` gets the Response's code (1 or 2), or 0 with the
+// error when the call failed or the portal named no session.
+Request* createSession(QDBusConnection bus, const QString& interface, QObject* parent,
+                       std::function<void(const QString& session)> opened,
+                       std::function<void(unsigned response, const QString& error)> notOpened);
+
 }  // namespace portal
 }  // namespace zettly

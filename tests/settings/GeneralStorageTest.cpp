@@ -1,5 +1,6 @@
 #include <QApplication>
 #include <QCheckBox>
+#include <QClipboard>
 #include <QComboBox>
 #include <QKeyEvent>
 #include <QLabel>
@@ -375,6 +376,57 @@ TEST_F(SettingsPagesTest, TheShortcutNoteSaysWhatTheDesktopAnsweredAndFollowsIts
     EXPECT_TRUE(shown->shortcutHelp()->isHidden());
     EXPECT_TRUE(shown->shortcutCommand()->isHidden());
     EXPECT_TRUE(shown->shortcutRecorder()->isEnabled());
+}
+
+TEST_F(SettingsPagesTest, WhereTheDesktopChoosesTheKeyThePageShowsItsChoiceAndWhereToChangeIt) {
+    bool desktopChooses = true;
+    int dialogs = 0;
+    context.desktopChoosesHotKey = [&] { return desktopChooses; };
+    context.openDesktopHotKeyDialog = [&] { ++dialogs; };
+    GeneralPage page(context);
+    hotKey = {HotKeyState::Kind::bound, "Meta+Shift+V", {}};
+    page.reload();
+    EXPECT_EQ(page.shortcutHelp()->text(), "Your desktop opens the history with Meta+Shift+V.");
+    EXPECT_FALSE(page.shortcutHelp()->isHidden());
+    EXPECT_TRUE(page.shortcutProblem()->isHidden());
+    // Recording proposes another key; the desktop's settings change it.
+    EXPECT_TRUE(page.shortcutRecorder()->isEnabled());
+    EXPECT_FALSE(page.shortcutWish()->isHidden());
+    EXPECT_FALSE(page.desktopShortcutsButton()->isHidden());
+    page.desktopShortcutsButton()->click();
+    EXPECT_EQ(dialogs, 1);
+
+    hotKey = {HotKeyState::Kind::bound, {}, {}};
+    page.reload();
+    EXPECT_TRUE(page.shortcutHelp()->text().contains("no key"));
+
+    // A desktop that takes the recorded key as it is says nothing of it.
+    desktopChooses = false;
+    hotKey = {HotKeyState::Kind::bound, "Alt+V", {}};
+    page.reload();
+    EXPECT_TRUE(page.shortcutHelp()->isHidden());
+    EXPECT_TRUE(page.shortcutWish()->isHidden());
+    EXPECT_TRUE(page.desktopShortcutsButton()->isHidden());
+}
+
+TEST_F(SettingsPagesTest, ACompositorLineNamesItsFileAndSectionAndCopies) {
+    GeneralPage page(context);
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "bindsym Mod1+v exec zettly --toggle",
+              "~/.config/sway/config"};
+    page.reload();
+    EXPECT_TRUE(page.shortcutHelp()->text().contains("add this to ~/.config/sway/config and"))
+        << page.shortcutHelp()->text().toStdString();
+    EXPECT_EQ(page.shortcutCommand()->text(), "bindsym Mod1+v exec zettly --toggle");
+    EXPECT_FALSE(page.shortcutRecorder()->isEnabled());
+    page.copyShortcutCommand()->click();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), "bindsym Mod1+v exec zettly --toggle");
+
+    hotKey = {HotKeyState::Kind::inDesktopSettings, "Alt+V { spawn \"zettly\" \"--toggle\"; }",
+              "~/.config/niri/config.kdl", "binds { }"};
+    page.reload();
+    EXPECT_TRUE(page.shortcutHelp()->text().contains(
+        "add this to the binds { } section of ~/.config/niri/config.kdl"))
+        << page.shortcutHelp()->text().toStdString();
 }
 
 TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAny) {
