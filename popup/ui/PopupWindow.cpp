@@ -12,6 +12,7 @@
 #include <QSizeGrip>
 #include <QToolButton>
 #include <QWindow>
+#include <chrono>
 
 #include "platform/WindowHints.h"
 #include "platform/linux/QtGeometry.h"
@@ -25,6 +26,9 @@
 
 namespace zettly {
 namespace {
+
+// How long the keyboard may be away before the window counts as left.
+constexpr std::chrono::milliseconds resignGrace{120};
 
 constexpr int edge = 6;        // 1 px border + the band that resizes
 constexpr int resizeBand = 5;  // of `edge`
@@ -135,7 +139,7 @@ PopupWindow::PopupWindow(KeyboardLayout* layout, WindowHints* hints)
     connect(&resizeTimer_, &QTimer::timeout, this, &PopupWindow::reportResize);
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
         if (s != Qt::ApplicationActive)
-            QTimer::singleShot(0, this, &PopupWindow::checkResignKey);
+            QTimer::singleShot(resignGrace, this, &PopupWindow::checkResignKey);
     });
     search_->installEventFilter(this);
     installEventFilter(this);
@@ -259,10 +263,12 @@ bool PopupWindow::eventFilter(QObject* watched, QEvent* event) {
 }
 
 bool PopupWindow::event(QEvent* event) {
-    // Checked once the event loop settles: activation moving to one of our
-    // own dialogs, or coming back after a menu, is not the user leaving.
+    // Checked once activation has settled: moving to one of our own
+    // dialogs, or coming back after a menu, is not the user leaving. Nor is
+    // a keyboard being added: Sway then takes the keyboard from the focused
+    // window and gives it back at once.
     if (event->type() == QEvent::WindowDeactivate)
-        QTimer::singleShot(0, this, &PopupWindow::checkResignKey);
+        QTimer::singleShot(resignGrace, this, &PopupWindow::checkResignKey);
     return PanelWidget::event(event);
 }
 

@@ -136,9 +136,24 @@ TEST_F(PopupWindowTest, AnotherWindowTakingTheKeyboardClosesTheWindow) {
     QWidget elsewhere;
     elsewhere.show();
     elsewhere.activateWindow();
-    QApplication::processEvents();  // the activation
-    QApplication::processEvents();  // the window's check once it has settled
+    for (int i = 0; i < 50 && window.isVisible(); ++i)
+        QTest::qWait(20);
     EXPECT_FALSE(window.isVisible());
+}
+
+// Sway takes the keyboard away for a moment when a keyboard is added.
+TEST_F(PopupWindowTest, TheKeyboardComingBackAtOnceKeepsTheWindowOpen) {
+    copy("note");
+    controller.open();
+    QApplication::processEvents();
+    ASSERT_TRUE(window.isActiveWindow());
+    QWidget elsewhere;
+    elsewhere.show();
+    elsewhere.activateWindow();
+    QApplication::processEvents();
+    window.activateWindow();
+    QTest::qWait(400);
+    EXPECT_TRUE(window.isVisible());
 }
 
 TEST_F(PopupWindowTest, AResizeByTheUserIsKeptForNextTimeButThePlacementIsNot) {
