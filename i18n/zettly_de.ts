@@ -352,6 +352,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.</extracomment>
         <translation>%1 wird von einer anderen Anwendung verwendet; wählen Sie in den Einstellungen ein anderes Tastenkürzel.</translation>
     </message>
+    <message>
+        <source>Show History</source>
+        <extracomment>Tray menu item, the first: opens the history window, as the shortcut does.</extracomment>
+        <translation>Verlauf anzeigen</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AppcastUpdater</name>
@@ -606,6 +611,61 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>The shortcut %1 could not be set: %2</source>
         <extracomment>Settings › General, under the shortcut when the desktop refused it. %1 is the shortcut, e.g. Alt+V; %2 is the system&apos;s reason, in English.</extracomment>
         <translation>Das Tastenkürzel %1 konnte nicht eingerichtet werden: %2</translation>
+    </message>
+    <message>
+        <source>Zettly proposes this key to your desktop, which may choose another.</source>
+        <extracomment>Settings › General, under the shortcut where the desktop decides which key opens the history: the recorded key is only a proposal.</extracomment>
+        <translation>Zettly schlägt diese Taste Ihrem Desktop vor; er kann eine andere wählen.</translation>
+    </message>
+    <message>
+        <source>Change in System Settings…</source>
+        <extracomment>Settings › General, under the shortcut where the desktop decides which key opens the history: opens the desktop&apos;s own shortcut settings.</extracomment>
+        <translation>In den Systemeinstellungen ändern …</translation>
+    </message>
+    <message>
+        <source>Copy</source>
+        <extracomment>Settings › General: copies the command or configuration line shown beside it.</extracomment>
+        <translation>Kopieren</translation>
+    </message>
+    <message>
+        <source>This desktop decides where the history opens, so this choice has no effect here. It is kept for sessions where Zettly can place the window.</source>
+        <extracomment>Settings › General, under the greyed-out &quot;Show window:&quot; picker on a desktop that places windows itself (Wayland).</extracomment>
+        <translation>Dieser Desktop bestimmt, wo sich der Verlauf öffnet, daher wirkt diese Auswahl hier nicht. Sie bleibt für Sitzungen erhalten, in denen Zettly das Fenster platzieren kann.</translation>
+    </message>
+    <message>
+        <source>This desktop offers applications no way to press keys (no virtual keyboard, no KWin fake input, no remote desktop portal), so the item only goes to the clipboard. Paste it yourself with Ctrl+V.</source>
+        <extracomment>Settings › General, under &quot;Paste right away&quot; on a Wayland desktop that lets no application press keys. KWin is a name; keep it.</extracomment>
+        <translation>Dieser Desktop bietet Anwendungen keine Möglichkeit, Tasten zu drücken (keine virtuelle Tastatur, kein „fake input“ von KWin, kein Fernsteuerungs-Portal), daher kommt der Eintrag nur in die Zwischenablage. Fügen Sie ihn selbst mit Strg+V ein.</translation>
+    </message>
+    <message>
+        <source>This desktop does not let applications place their own windows, so the history opens where the desktop puts it, usually in the middle of the screen.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Dieser Desktop lässt Anwendungen ihre Fenster nicht selbst platzieren, daher öffnet sich der Verlauf dort, wo der Desktop ihn hinlegt, meist in der Bildschirmmitte.</translation>
+    </message>
+    <message>
+        <source>This desktop offers applications no way to press keys, so a picked item is only copied and you paste it yourself.</source>
+        <extracomment>Settings › General, list of what this session cannot do.</extracomment>
+        <translation>Dieser Desktop bietet Anwendungen keine Möglichkeit, Tasten zu drücken, daher wird ein gewählter Eintrag nur kopiert und Sie fügen ihn selbst ein.</translation>
+    </message>
+    <message>
+        <source>Your desktop has no key for opening the history yet.</source>
+        <extracomment>Settings › General, under the shortcut: the desktop keeps Zettly&apos;s shortcut but the user gave it no key.</extracomment>
+        <translation>Ihr Desktop hat noch keine Taste zum Öffnen des Verlaufs.</translation>
+    </message>
+    <message>
+        <source>Your desktop opens the history with %1.</source>
+        <extracomment>Settings › General, under the shortcut: the key the desktop bound, in the desktop&apos;s words, e.g. &quot;Meta+Shift+V&quot;.</extracomment>
+        <translation>Ihr Desktop öffnet den Verlauf mit %1.</translation>
+    </message>
+    <message>
+        <source>Your compositor gives applications no shortcuts of their own. To open the history with a key, add this to %1 and reload the configuration:</source>
+        <extracomment>Settings › General, under the shortcut on a compositor that binds keys only in its configuration file; the line to add follows. %1 is the file, e.g. ~/.config/sway/config.</extracomment>
+        <translation>Ihr Compositor gibt Anwendungen keine eigenen Tastenkürzel. Um den Verlauf mit einer Taste zu öffnen, fügen Sie dies in %1 ein und laden Sie die Konfiguration neu:</translation>
+    </message>
+    <message>
+        <source>Your compositor gives applications no shortcuts of their own. To open the history with a key, add this to the %2 section of %1 and reload the configuration:</source>
+        <extracomment>Settings › General, as above for a line that belongs in one part of the file. %1 is the file, e.g. ~/.config/niri/config.kdl; %2 names the part as the file writes it, e.g. &quot;binds { }&quot; or &quot;[command]&quot;.</extracomment>
+        <translation>Ihr Compositor gibt Anwendungen keine eigenen Tastenkürzel. Um den Verlauf mit einer Taste zu öffnen, fügen Sie dies im Abschnitt %2 von %1 ein und laden Sie die Konfiguration neu:</translation>
     </message>
 </context>
 <context>
@@ -923,6 +983,14 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Quit Zettly</source>
         <extracomment>Footer menu of the history window: quits the application.</extracomment>
         <translation>Zettly beenden</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::PortalGlobalShortcuts</name>
+    <message>
+        <source>Open the clipboard history</source>
+        <extracomment>The description of Zettly&apos;s global shortcut in the desktop&apos;s shortcut dialog and settings.</extracomment>
+        <translation>Den Verlauf der Zwischenablage öffnen</translation>
     </message>
 </context>
 <context>
