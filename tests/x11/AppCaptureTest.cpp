@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/fakes/SqlRows.h"
-#include "tests/x11/SelectionOwner.h"
 #include "tests/support/AppTestSupport.h"
+#include "tests/x11/SelectionOwner.h"
 
 namespace zettly::test {
 namespace {
