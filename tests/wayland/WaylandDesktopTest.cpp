@@ -37,6 +37,7 @@
 #include "platform/wayland/WaylandConnection.h"
 #include "platform/wayland/WaylandDesktop.h"
 #include "tests/fakes/RecordingLog.h"
+#include "tests/support/QtWait.h"
 #include "wayland/fake-input-client-protocol.h"
 #include "wayland/virtual-keyboard-unstable-v1-client-protocol.h"
 
@@ -53,13 +54,7 @@ constexpr std::uint32_t kKeyLeftAlt = 56;
 
 template <typename Ready>
 bool waitUntil(Ready ready, std::chrono::milliseconds time = kDeadline) {
-    for (auto end = Clock::now() + time; Clock::now() < end;) {
-        if (ready())
-            return true;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        std::this_thread::sleep_for(5ms);
-    }
-    return ready();
+    return zettly::test::waitProcessingEvents(time, ready);
 }
 
 // A window of ours that notes the keys it is given (not the modifier keys

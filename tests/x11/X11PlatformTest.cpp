@@ -26,6 +26,7 @@
 #include "platform/x11/X11Workspace.h"
 #include "platform/x11/XkbKeyboardLayout.h"
 #include "tests/fakes/RecordingLog.h"
+#include "tests/support/QtWait.h"
 #include "tests/x11/SelectionOwner.h"
 
 namespace zettly::test {
@@ -40,13 +41,7 @@ constexpr auto kDeadline = 10s;
 // arrive through it.
 template <typename Ready>
 bool waitUntil(std::chrono::milliseconds time, Ready ready) {
-    for (auto end = Clock::now() + time; Clock::now() < end;) {
-        if (ready())
-            return true;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        std::this_thread::sleep_for(5ms);
-    }
-    return ready();
+    return zettly::test::waitProcessingEvents(time, ready);
 }
 template <typename Ready>
 bool waitUntil(Ready ready) {

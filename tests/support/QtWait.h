@@ -1,0 +1,23 @@
+// Waiting for a condition while Qt's event loop runs: key presses, pastes
+// and window changes arrive through it.
+#pragma once
+
+#include <QCoreApplication>
+#include <chrono>
+#include <thread>
+
+namespace zettly::test {
+
+template <typename Ready>
+bool waitProcessingEvents(std::chrono::milliseconds time, Ready ready) {
+    using Clock = std::chrono::steady_clock;
+    for (auto end = Clock::now() + time; Clock::now() < end;) {
+        if (ready())
+            return true;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return ready();
+}
+
+}  // namespace zettly::test
