@@ -134,12 +134,15 @@ PopupWindow::PopupWindow(KeyboardLayout* layout, WindowHints* hints)
     grip_ = new QSizeGrip(this);
     grip_->resize(12, 12);
 
+    resignTimer_.setSingleShot(true);
+    resignTimer_.setInterval(resignGrace);
+    connect(&resignTimer_, &QTimer::timeout, this, &PopupWindow::checkResignKey);
     resizeTimer_.setSingleShot(true);
     resizeTimer_.setInterval(300);
     connect(&resizeTimer_, &QTimer::timeout, this, &PopupWindow::reportResize);
     connect(qApp, &QGuiApplication::applicationStateChanged, this, [this](Qt::ApplicationState s) {
         if (s != Qt::ApplicationActive)
-            QTimer::singleShot(resignGrace, this, &PopupWindow::checkResignKey);
+            resignTimer_.start();
     });
     search_->installEventFilter(this);
     installEventFilter(this);
@@ -268,7 +271,7 @@ bool PopupWindow::event(QEvent* event) {
     // a keyboard being added: Sway then takes the keyboard from the focused
     // window and gives it back at once.
     if (event->type() == QEvent::WindowDeactivate)
-        QTimer::singleShot(resignGrace, this, &PopupWindow::checkResignKey);
+        resignTimer_.start();
     return PanelWidget::event(event);
 }
 
@@ -297,6 +300,7 @@ void PopupWindow::showPanel(const Rect& frame) {
         setMinimumSize(std::min(320, r.width()), std::min(260, r.height()));
         setMaximumSize(std::max(600, r.width()), std::max(800, r.height()));
     }
+    resignTimer_.stop();
     if (!isVisible())
         prepareDesktopHints();
     setGeometry(r);
@@ -312,6 +316,7 @@ void PopupWindow::showPanel(const Rect& frame) {
 void PopupWindow::hidePanel() {
     resizeTimer_.stop();
     hide();
+    resignTimer_.stop();
 }
 
 bool PopupWindow::isPanelVisible() const {

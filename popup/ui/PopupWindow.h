@@ -105,6 +105,10 @@ private:
     QSizeGrip* grip_;
     PreviewPanel* preview_ = nullptr;
     QTimer resizeTimer_;
+    // The check that the keyboard has left for good; it belongs to one
+    // showing, so a check still pending from the last one never closes
+    // the next.
+    QTimer resignTimer_;
     QSize placedSize_;
     bool placing_ = false;
 };
