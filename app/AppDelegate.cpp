@@ -102,6 +102,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     registerHotKey();
     updateIcon();
     tray_.show();
+    announceRemedy();
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         // Without a tray the history is reached by the shortcut, by starting
         // Zettly again, or by `zettly --toggle`.
@@ -188,6 +189,8 @@ SettingsContext AppDelegate::settingsContext() {
     context.desktopChoosesHotKey = [this] { return platform_.hotKey().desktopChoosesKey(); };
     context.openDesktopHotKeyDialog = [this] { platform_.hotKey().openDesktopDialog(); };
     context.limitations = [this] { return platform_.limitations(); };
+    context.hasRemedy = [this](Limitation limitation) { return platform_.hasRemedy(limitation); };
+    context.remedy = [this](Limitation limitation) { remedy(limitation); };
     context.runningApps = [this] {
         std::vector<RunningApp> apps = platform_.workspace().runningApplications();
         std::erase_if(apps, [](const RunningApp& app) { return app.appId == AppIdentifier; });
@@ -258,6 +261,13 @@ void AppDelegate::buildTrayMenu() {
     //: Tray menu item, the first: opens the history window, as the shortcut does.
     connect(trayMenu_.addAction(tr("Show History")), &QAction::triggered, this,
             [this] { showHistory(); });
+    // Shown while a step can lift what keeps Zettly from working here.
+    remedyAction_ = trayMenu_.addAction(QString());
+    remedyAction_->setVisible(false);
+    connect(remedyAction_, &QAction::triggered, this, [this] {
+        if (auto limitation = remedyLimitation())
+            remedy(*limitation);
+    });
     trayMenu_.addSeparator();
     // Alt-click and Alt+Shift-click do the same, but not every panel passes
     // modifier keys on, so the menu offers them too.
@@ -371,6 +381,12 @@ void AppDelegate::updateIcon() {
     if (!limits.isEmpty())
         tip += QLatin1Char('\n') + limits.join(QLatin1Char('\n'));
     tray_.setToolTip(tip);
+    if (remedyAction_) {
+        auto limitation = remedyLimitation();
+        remedyAction_->setVisible(limitation.has_value());
+        if (limitation)
+            remedyAction_->setText(GeneralPage::remedyLabel(*limitation));
+    }
     if (paused)
         //: Tray menu item that resumes saving copies.
         pauseAction_->setText(tr("Resume Capture"));
@@ -407,7 +423,56 @@ QStringList AppDelegate::limitationLines() const {
     return lines;
 }
 
+std::optional<Limitation> AppDelegate::remedyLimitation() const {
+    for (Limitation limitation : platform_.limitations())
+        if (platform_.hasRemedy(limitation) && !GeneralPage::remedyLabel(limitation).isEmpty())
+            return limitation;
+    return std::nullopt;
+}
+
+void AppDelegate::announceRemedy() {
+    auto limitation = remedyLimitation();
+    if (!limitation)
+        return;
+    const QStringList lines = GeneralPage::limitationLines({*limitation});
+    const QString body = lines.isEmpty() ? QString() : lines.first();
+    //: Title of the notification shown at start when Zettly's GNOME Shell extension is not
+    //: running.
+    const QString summary = tr("Zettly cannot see your copies");
+    const QString label = GeneralPage::remedyLabel(*limitation);
+    const Limitation which = *limitation;
+    if (!notice_.show(summary, body, label, [this, which] { remedy(which); }))
+        StderrLog::instance().line("[Zettly] no notification server to say: " + body.toStdString());
+}
+
+void AppDelegate::remedy(Limitation limitation) {
+    const RemedyResult result = platform_.remedy(limitation);
+    if (!result.done) {
+        QMessageBox box(QMessageBox::Warning,
+                        //: Title of the message when turning on Zettly's GNOME Shell extension
+                        //: (or opening the Extensions app) failed.
+                        tr("Zettly"), GeneralPage::remedyLabel(limitation), QMessageBox::Ok);
+        //: Message when turning on Zettly's GNOME Shell extension or opening the Extensions
+        //: app failed. %1 is the reason, in English.
+        box.setInformativeText(
+            tr("That did not work: %1").arg(QString::fromStdString(result.error)));
+        box.exec();
+        return;
+    }
+    if (result.restart) {
+        restart_ = true;
+        QCoreApplication::quit();
+        return;
+    }
+    updateIcon();
+    if (settings_)
+        settings_->sessionChanged();
+}
+
 void AppDelegate::applicationWillTerminate() {
+    // Starting again is not the user's quit.
+    if (restart_)
+        return;
     if (!ClipPrefs(defaults_).clearOnQuit())
         return;
     texts_.clear(true);

@@ -6,6 +6,7 @@
 #include <QSystemTrayIcon>
 #include <memory>
 
+#include "app/DesktopNotice.h"
 #include "app/SyncBackend.h"
 #include "capture/PasteboardMonitor.h"
 #include "platform/GlobalHotKey.h"
@@ -58,6 +59,12 @@ public:
     void openSettings(SettingsWindow::Tab tab);
     SettingsWindow* settingsWindow() const { return settings_.get(); }
 
+    // Takes the step the platform offers against `limitation` (turning on
+    // Zettly's GNOME Shell extension) and tells the user when it failed.
+    void remedy(Limitation limitation);
+    // A step asked for Zettly to start again once it has quit.
+    bool restartRequested() const { return restart_; }
+
 private:
     void buildTrayMenu();
     // Where the shortcut would put it; an open window stays as it is.
@@ -68,6 +75,10 @@ private:
     void showUpdateResult(const UpdateCheckResult& result);
     // What the session cannot do, in the user's words: one line each.
     QStringList limitationLines() const;
+    // The first limitation that has a step against it.
+    std::optional<Limitation> remedyLimitation() const;
+    // Says once, in a notification, what is wrong and offers the step.
+    void announceRemedy();
     // Under the tray icon when the panel tells where it is.
     std::optional<popupgeometry::Anchor> trayAnchor() const;
 
@@ -99,6 +110,9 @@ private:
     QAction* pauseAction_ = nullptr;
     QAction* skipAction_ = nullptr;
     QAction* updatesAction_ = nullptr;
+    QAction* remedyAction_ = nullptr;
+    DesktopNotice notice_;
+    bool restart_ = false;
 };
 
 }  // namespace zettly

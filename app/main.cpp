@@ -4,8 +4,10 @@
 #include <QIcon>
 #include <QLibraryInfo>
 #include <QSocketNotifier>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -148,6 +150,55 @@ void printUsage(std::FILE* to) {
 
 }  // namespace
 
+// Zettly from its Qt application to its last window; `restart` asks the
+// caller to start Zettly again once everything here is closed.
+int runApplication(Options& options, const zettly::BackendChoice& choice, bool& restart) {
+    int qtArgc = static_cast<int>(options.qtArguments.size()) - 1;
+    QApplication app(qtArgc, options.qtArguments.data());
+    QApplication::setApplicationName(QStringLiteral("Zettly"));
+    QApplication::setApplicationVersion(QStringLiteral(ZETTLY_VERSION));
+    zettly::installTranslations(app, QLocale::system());
+    QApplication::setWindowIcon(
+        QIcon(QStringLiteral(":/icons/hicolor/scalable/apps/org.zettly.Zettly.svg")));
+    QApplication::setDesktopFileName(
+        QString::fromUtf8(zettly::AppIdentifier.data(), zettly::AppIdentifier.size()));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    zettly::SingleInstance instance;
+    if (!instance.claim()) {
+        using Request = zettly::SingleInstance::Request;
+        if (instance.notifyRunning(options.toggle ? Request::toggle : Request::activate))
+            return 0;
+        std::fprintf(stderr, "[Zettly] another instance holds the lock but does not answer\n");
+        return 1;
+    }
+
+    auto platform = zettly::makePlatform(choice, zettly::StderrLog::instance());
+    std::fprintf(stderr, "[Zettly] desktop backend: %s\n", std::string(platform->name()).c_str());
+    zettly::Defaults defaults(platform->folders().configDirectory() / "defaults.json",
+                              zettly::SystemClock::instance(), zettly::StderrLog::instance());
+    zettly::StoreContext stores{defaults,
+                                [&platform] { return platform->folders().containerURL(); },
+                                zettly::SystemClock::instance(), zettly::StderrLog::instance()};
+    zettly::ImageWorkerClient imageWorker(imageWorkerPath());
+    zettly::ClipboardStore texts(stores);
+    zettly::ImageClipStore images(stores, imageWorker);
+    zettly::AppDelegate delegate(*platform, defaults, texts, images);
+    delegate.applicationDidFinishLaunching();
+    if (options.toggle)
+        delegate.toggleRequested();
+    QObject::connect(&instance, &zettly::SingleInstance::activated, &delegate,
+                     &zettly::AppDelegate::secondLaunch);
+    QObject::connect(&instance, &zettly::SingleInstance::toggled, &delegate,
+                     &zettly::AppDelegate::toggleRequested);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
+                     &zettly::AppDelegate::applicationWillTerminate);
+    quitOnSignals();
+    const int status = QApplication::exec();
+    restart = delegate.restartRequested();
+    return status;
+}
+
 int main(int argc, char** argv) {
     // Two heap arenas are plenty for a tray app with a few background
     // workers; glibc's default (eight per core) keeps freed memory resident
@@ -191,46 +242,15 @@ int main(int argc, char** argv) {
     }
     qputenv("QT_QPA_PLATFORM", QByteArray::fromStdString(qtPlatforms));
 
-    int qtArgc = static_cast<int>(options.qtArguments.size()) - 1;
-    QApplication app(qtArgc, options.qtArguments.data());
-    QApplication::setApplicationName(QStringLiteral("Zettly"));
-    QApplication::setApplicationVersion(QStringLiteral(ZETTLY_VERSION));
-    zettly::installTranslations(app, QLocale::system());
-    QApplication::setWindowIcon(
-        QIcon(QStringLiteral(":/icons/hicolor/scalable/apps/org.zettly.Zettly.svg")));
-    QApplication::setDesktopFileName(
-        QString::fromUtf8(zettly::AppIdentifier.data(), zettly::AppIdentifier.size()));
-    QApplication::setQuitOnLastWindowClosed(false);
-
-    zettly::SingleInstance instance;
-    if (!instance.claim()) {
-        using Request = zettly::SingleInstance::Request;
-        if (instance.notifyRunning(options.toggle ? Request::toggle : Request::activate))
-            return 0;
-        std::fprintf(stderr, "[Zettly] another instance holds the lock but does not answer\n");
+    bool restart = false;
+    const int status = runApplication(options, choice, restart);
+    if (restart) {
+        // A new process rather than a new backend in this one: every part of
+        // the app was built for the backend it started with.
+        std::fprintf(stderr, "[Zettly] starting again\n");
+        ::execv("/proc/self/exe", argv);
+        std::fprintf(stderr, "[Zettly] could not start again (%s)\n", std::strerror(errno));
         return 1;
     }
-
-    auto platform = zettly::makePlatform(choice, zettly::StderrLog::instance());
-    std::fprintf(stderr, "[Zettly] desktop backend: %s\n", std::string(platform->name()).c_str());
-    zettly::Defaults defaults(platform->folders().configDirectory() / "defaults.json",
-                              zettly::SystemClock::instance(), zettly::StderrLog::instance());
-    zettly::StoreContext stores{defaults,
-                                [&platform] { return platform->folders().containerURL(); },
-                                zettly::SystemClock::instance(), zettly::StderrLog::instance()};
-    zettly::ImageWorkerClient imageWorker(imageWorkerPath());
-    zettly::ClipboardStore texts(stores);
-    zettly::ImageClipStore images(stores, imageWorker);
-    zettly::AppDelegate delegate(*platform, defaults, texts, images);
-    delegate.applicationDidFinishLaunching();
-    if (options.toggle)
-        delegate.toggleRequested();
-    QObject::connect(&instance, &zettly::SingleInstance::activated, &delegate,
-                     &zettly::AppDelegate::secondLaunch);
-    QObject::connect(&instance, &zettly::SingleInstance::toggled, &delegate,
-                     &zettly::AppDelegate::toggleRequested);
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate,
-                     &zettly::AppDelegate::applicationWillTerminate);
-    quitOnSignals();
-    return QApplication::exec();
+    return status;
 }

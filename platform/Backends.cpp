@@ -26,11 +26,23 @@ std::variant<BackendChoice, std::string> fallbackFor(const SessionEnvironment& s
 }  // namespace
 
 SessionEnvironment SessionEnvironment::current() {
-    return {variable("XDG_SESSION_TYPE"), variable("WAYLAND_DISPLAY"), variable("DISPLAY")};
+    return {variable("XDG_SESSION_TYPE"), variable("WAYLAND_DISPLAY"), variable("DISPLAY"),
+            variable("XDG_CURRENT_DESKTOP")};
+}
+
+bool SessionEnvironment::isGnome() const {
+    std::string_view rest = currentDesktop;
+    while (!rest.empty()) {
+        auto colon = rest.find(':');
+        if (rest.substr(0, colon) == "GNOME")
+            return true;
+        rest = colon == std::string_view::npos ? std::string_view{} : rest.substr(colon + 1);
+    }
+    return false;
 }
 
 std::vector<std::string_view> backendNames() {
-    return {"wayland", "x11", "fallback"};
+    return {"gnome", "wayland", "x11", "fallback"};
 }
 
 std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::string>& forced,
@@ -48,6 +60,13 @@ std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::
                     "set.");
             return BackendChoice{"wayland", "wayland"};
         }
+        if (*forced == "gnome") {
+            if (session.waylandDisplay.empty())
+                return std::string(
+                    "The gnome platform needs GNOME Shell on Wayland, and WAYLAND_DISPLAY is not "
+                    "set.");
+            return BackendChoice{"gnome", "wayland"};
+        }
         if (*forced == "fallback")
             return fallbackFor(session);
         std::string known;
@@ -55,10 +74,13 @@ std::variant<BackendChoice, std::string> chooseBackend(const std::optional<std::
             known += (known.empty() ? "" : ", ") + std::string(name);
         return "There is no platform \"" + *forced + "\"; this Zettly knows " + known + ".";
     }
-    // A Wayland session gets the native backend, which needs a compositor
-    // with a data-control protocol; makePlatform() falls back where there is
-    // none (GNOME). XWayland's DISPLAY would show only X11 applications'
-    // copies.
+    // GNOME Shell keeps the clipboard from other applications: its backend
+    // goes through Zettly's Shell extension, and makePlatform() falls back
+    // while that is off. Any other Wayland session gets the native backend,
+    // which needs a compositor with a data-control protocol. XWayland's
+    // DISPLAY would show only X11 applications' copies.
+    if (!session.waylandDisplay.empty() && session.isGnome())
+        return BackendChoice{"gnome", "wayland"};
     if (!session.waylandDisplay.empty())
         return BackendChoice{"wayland", "wayland"};
     if (!session.display.empty())

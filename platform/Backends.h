@@ -17,6 +17,11 @@ struct SessionEnvironment {
     std::string sessionType;     // XDG_SESSION_TYPE: "x11", "wayland", "tty" or empty
     std::string waylandDisplay;  // WAYLAND_DISPLAY
     std::string display;         // DISPLAY
+    // XDG_CURRENT_DESKTOP: colon-separated names, "ubuntu:GNOME". Defaulted,
+    // so that the fields above alone still describe a session.
+    std::string currentDesktop = {};
+    // Whether XDG_CURRENT_DESKTOP names GNOME among its desktops.
+    bool isGnome() const;
 
     static SessionEnvironment current();
 };

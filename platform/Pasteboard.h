@@ -79,6 +79,10 @@ inline constexpr std::string_view heic = "image/heic";
 inline constexpr std::string_view tiff = "image/tiff";
 inline constexpr std::string_view uriList = "text/uri-list";
 inline constexpr std::string_view gnomeCopiedFiles = "x-special/gnome-copied-files";
+// Text formats in order of preference, as on X11. Latin-1 STRING is the
+// last resort of old X clients (through XWayland); the others are UTF-8.
+inline constexpr std::string_view textTypes[] = {"text/plain;charset=utf-8", "UTF8_STRING",
+                                                 "text/plain", "TEXT", "STRING"};
 }  // namespace pbtype
 
 // A window of a running application, offered when the user picks an app to

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -46,6 +47,27 @@ enum class Limitation {
     // KWin fake input, no RemoteDesktop portal). Always reported together
     // with noPaste, which it explains.
     noKeyTypingProtocol,
+    // GNOME Shell runs Zettly's extension only once it is turned on; until
+    // then Zettly runs without desktop integration (the limits above say
+    // what that costs). The remedy turns it on.
+    shellExtensionOff,
+    // GNOME Shell has not loaded Zettly's extension: it is not installed,
+    // or was installed after login (the Shell looks for extensions only
+    // then). The remedy opens the Extensions app.
+    shellExtensionMissing,
+    // GNOME Shell could not run Zettly's extension (an error, a Shell
+    // version it was not made for, or it refused this Zettly). The remedy
+    // opens the Extensions app, which shows why.
+    shellExtensionFailed,
+};
+
+// What the step offered next to a limitation (remedy()) came to.
+struct RemedyResult {
+    bool done = false;
+    // Zettly has to start again to make use of it.
+    bool restart = false;
+    // Why it was not done, for the user.
+    std::string error = {};
 };
 
 // Everything the application needs from the session it runs in. One
@@ -75,6 +97,10 @@ public:
     // Asked afresh each time: some limits show only once the session has
     // been looked at (an X server without XTEST).
     virtual std::vector<Limitation> limitations() = 0;
+    // Whether Zettly can take a step for the user against `limitation`
+    // (Settings and the tray then offer it as a button), and taking it.
+    virtual bool hasRemedy(Limitation) const { return false; }
+    virtual RemedyResult remedy(Limitation) { return {false, false, "Nothing to do."}; }
 };
 
 }  // namespace zettly

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace zettly {
 
@@ -22,6 +23,12 @@ public:
     // centre them), and the preview becomes a popup of the history window,
     // the one kind of window placed relative to another.
     virtual bool placesWindows() { return true; }
+    // Called after each showing of a panel that cannot place itself
+    // (placesWindows() false), with its title and the top-left corner it
+    // was meant to have, in the desktop's y-down pixels: a session whose
+    // shell moves windows for us (GNOME with Zettly's extension) puts it
+    // there and gives it the keyboard.
+    virtual void placePanel(std::string_view /*title*/, int /*x*/, int /*y*/) {}
 };
 
 }  // namespace zettly

@@ -69,6 +69,13 @@ GeneralPage::GeneralPage(SettingsContext& context, QWidget* parent)
     lines->setVerticalSpacing(3);
     lines->setColumnStretch(1, 1);
     session->content()->addWidget(sessionLines_);
+    remedy_ = new QPushButton(session);
+    remedy_->setHidden(true);
+    session->content()->addWidget(remedy_, 0, Qt::AlignLeft);
+    connect(remedy_, &QPushButton::clicked, this, [this] {
+        if (remedyFor_ && context_.remedy)
+            context_.remedy(*remedyFor_);
+    });
     form->addRow(sessionNote_);
 
     recorder_ = new ShortcutRecorder(context_, this);
@@ -306,12 +313,60 @@ QStringList GeneralPage::limitationLines(const std::vector<Limitation>& limits) 
                     "This desktop offers applications no way to press keys, so a picked "
                     "item is only copied and you paste it yourself.");
                 break;
+            case Limitation::shellExtensionOff:
+                //: Settings › General and the tray, on GNOME when Zettly's GNOME Shell
+                //: extension is installed but turned off. A button to turn it on follows.
+                lines << tr(
+                    "Zettly's GNOME Shell extension is turned off. Without it Zettly sees "
+                    "only what you copy while its own window is open, and cannot paste for "
+                    "you.");
+                break;
+            case Limitation::shellExtensionMissing:
+                //: Settings › General and the tray, on GNOME when GNOME Shell has not loaded
+                //: Zettly's extension.
+                lines << tr(
+                    "GNOME Shell has not loaded Zettly's extension, which Zettly needs to see "
+                    "what you copy and to paste for you. After installing Zettly, log out and "
+                    "back in once.");
+                break;
+            case Limitation::shellExtensionFailed:
+                //: Settings › General and the tray, on GNOME when Zettly's GNOME Shell
+                //: extension could not run.
+                lines << tr(
+                    "GNOME Shell could not run Zettly's extension, which Zettly needs to see "
+                    "what you copy and to paste for you. The Extensions app shows why.");
+                break;
         }
     }
     return lines;
 }
 
+QString GeneralPage::remedyLabel(Limitation limitation) {
+    switch (limitation) {
+        case Limitation::shellExtensionOff:
+            //: Settings › General and the tray menu: button that turns on Zettly's GNOME Shell
+            //: extension.
+            return tr("Turn On Zettly's GNOME Extension");
+        case Limitation::shellExtensionMissing:
+        case Limitation::shellExtensionFailed:
+            //: Settings › General and the tray menu: button that opens GNOME's Extensions app.
+            return tr("Open Extensions\u2026");
+        default:
+            return {};
+    }
+}
+
 void GeneralPage::reloadSessionNote(const std::vector<Limitation>& limits) {
+    remedyFor_.reset();
+    for (Limitation limitation : limits)
+        if (context_.hasRemedy && context_.hasRemedy(limitation) &&
+            !remedyLabel(limitation).isEmpty()) {
+            remedyFor_ = limitation;
+            break;
+        }
+    remedy_->setHidden(!remedyFor_);
+    if (remedyFor_)
+        remedy_->setText(remedyLabel(*remedyFor_));
     qDeleteAll(sessionLines_->findChildren<QLabel*>(Qt::FindDirectChildrenOnly));
     auto* grid = static_cast<QGridLayout*>(sessionLines_->layout());
     int row = 0;

@@ -2,6 +2,7 @@
 
 #include <QStringList>
 #include <QWidget>
+#include <optional>
 #include <vector>
 
 #include "platform/Platform.h"
@@ -36,9 +37,13 @@ public:
     // One sentence for each thing this session cannot do and what follows
     // from it; none for one another sentence already covers.
     static QStringList limitationLines(const std::vector<Limitation>& limits);
+    // The button for the step against `limitation`, where it has one.
+    static QString remedyLabel(Limitation limitation);
 
     // The limitations of this session; hidden when there are none.
     QWidget* sessionNote() const { return sessionNote_; }
+    // The step against the first limitation that has one; hidden otherwise.
+    QPushButton* remedyButton() const { return remedy_; }
     // What the desktop said of the shortcut when it cannot be used as
     // recorded; hidden otherwise.
     QLabel* shortcutProblem() const { return shortcutProblem_; }
@@ -77,6 +82,8 @@ private:
     QFormLayout* form_;
     QWidget* sessionNote_;
     QWidget* sessionLines_;
+    QPushButton* remedy_;
+    std::optional<Limitation> remedyFor_;
     QLabel* shortcutProblem_;
     QLabel* shortcutHelp_;
     QLabel* shortcutCommand_;

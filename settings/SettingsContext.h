@@ -61,6 +61,11 @@ struct SettingsContext {
     // What this session cannot do; the pages explain each where it matters
     // instead of leaving a switch without effect.
     std::function<std::vector<Limitation>()> limitations = {};
+    // The step Zettly can take against a limitation (turning on its GNOME
+    // Shell extension), offered as a button; `remedy` reports a failure to
+    // the user itself.
+    std::function<bool(Limitation)> hasRemedy = {};
+    std::function<void(Limitation)> remedy = {};
     std::function<std::vector<RunningApp>()> runningApps = {};
     // The sync switch or the chip-order switch changed: sync soon.
     std::function<void()> syncSettingsChanged = {};

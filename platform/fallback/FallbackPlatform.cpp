@@ -1,6 +1,7 @@
 #include "platform/fallback/FallbackPlatform.h"
 
 #include <QGuiApplication>
+#include <algorithm>
 
 #include "platform/linux/QtScreens.h"
 #include "platform/linux/SecretServiceStore.h"
@@ -57,10 +58,11 @@ public:
     QtWindowHints hints;
 };
 
-FallbackPlatform::FallbackPlatform()
+FallbackPlatform::FallbackPlatform(Reason reason)
     : pasteboard_(mainQueue_),
       autostart_(XdgAutostart::forThisProcess()),
-      parts_(std::make_unique<Parts>()) {}
+      parts_(std::make_unique<Parts>()),
+      reason_(std::move(reason)) {}
 
 FallbackPlatform::~FallbackPlatform() = default;
 
@@ -85,8 +87,10 @@ std::unique_ptr<SecretStore> FallbackPlatform::openSecretStore(Log& log) {
 }
 
 std::vector<Limitation> FallbackPlatform::limitations() {
-    std::vector<Limitation> out{Limitation::noGlobalShortcut, Limitation::noPaste,
-                                Limitation::noFrontmostApp, Limitation::noWindowActivation};
+    // The reason first: it explains the rest.
+    std::vector<Limitation> out = reason_.limitations;
+    out.insert(out.end(), {Limitation::noGlobalShortcut, Limitation::noPaste,
+                           Limitation::noFrontmostApp, Limitation::noWindowActivation});
     // Qt on X11 sees every copy; on Wayland only while it has the keyboard.
     if (QGuiApplication::platformName() != QLatin1String("xcb"))
         out.push_back(Limitation::captureOnlyWhileFocused);
@@ -94,6 +98,17 @@ std::vector<Limitation> FallbackPlatform::limitations() {
     if (QGuiApplication::platformName().startsWith(QLatin1String("wayland")))
         out.push_back(Limitation::noWindowPlacement);
     return out;
+}
+
+bool FallbackPlatform::hasRemedy(Limitation limitation) const {
+    return reason_.remedy && std::find(reason_.limitations.begin(), reason_.limitations.end(),
+                                       limitation) != reason_.limitations.end();
+}
+
+RemedyResult FallbackPlatform::remedy(Limitation limitation) {
+    if (!hasRemedy(limitation))
+        return Platform::remedy(limitation);
+    return reason_.remedy(limitation);
 }
 
 }  // namespace zettly

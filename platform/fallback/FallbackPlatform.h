@@ -1,6 +1,8 @@
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <vector>
 
 #include "platform/AppFolders.h"
 #include "platform/Autostart.h"
@@ -21,7 +23,15 @@ namespace zettly {
 // settings pass it on to the user.
 class FallbackPlatform final : public Platform {
 public:
-    FallbackPlatform();
+    // Why a session that has a backend of its own runs on this one, and
+    // what the user can do about it (GNOME Shell without Zettly's
+    // extension): reported with the fallback's own limits.
+    struct Reason {
+        std::vector<Limitation> limitations;
+        std::function<RemedyResult(Limitation)> remedy;
+    };
+
+    explicit FallbackPlatform(Reason reason = {});
     ~FallbackPlatform() override;
 
     std::string_view name() const override { return "fallback"; }
@@ -36,6 +46,8 @@ public:
     WindowHints& windowHints() override;
     std::unique_ptr<SecretStore> openSecretStore(Log& log) override;
     std::vector<Limitation> limitations() override;
+    bool hasRemedy(Limitation limitation) const override;
+    RemedyResult remedy(Limitation limitation) override;
 
 private:
     class Parts;
@@ -45,6 +57,7 @@ private:
     XdgAppFolders folders_;
     XdgAutostart autostart_;
     std::unique_ptr<Parts> parts_;
+    Reason reason_;
 };
 
 }  // namespace zettly

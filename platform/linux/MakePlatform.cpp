@@ -3,12 +3,16 @@
 #include "platform/Backends.h"
 #include "platform/Log.h"
 #include "platform/fallback/FallbackPlatform.h"
+#include "platform/gnome/GnomePlatform.h"
 #include "platform/wayland/WaylandPlatform.h"
 #include "platform/x11/X11Platform.h"
 
 namespace zettly {
 
 std::unique_ptr<Platform> makePlatform(const BackendChoice& choice, Log& log) {
+    // Falls back by itself, saying what to do about the Shell extension.
+    if (choice.name == "gnome")
+        return GnomePlatform::open(log);
     if (choice.name == "wayland") {
         if (auto wayland = WaylandPlatform::open(log))
             return wayland;

@@ -137,4 +137,20 @@ std::optional<std::string> portalTrigger(HotKeyCombo combo, KeyboardLayout& layo
     return trigger + *key;
 }
 
+std::optional<std::string> gtkAccelerator(HotKeyCombo combo, KeyboardLayout& layout) {
+    auto key = xkbName(combo.keyCode, layout);
+    if (!key)
+        return std::nullopt;
+    std::string accelerator;
+    if (combo.modifiers & HotKeyCombo::command)
+        accelerator += "<Control>";
+    if (combo.modifiers & HotKeyCombo::option)
+        accelerator += "<Alt>";
+    if (combo.modifiers & HotKeyCombo::shift)
+        accelerator += "<Shift>";
+    if (combo.modifiers & HotKeyCombo::control)
+        accelerator += "<Super>";
+    return accelerator + *key;
+}
+
 }  // namespace zettly::keynames

@@ -28,6 +28,9 @@ std::optional<std::string> evdevName(std::uint32_t macKeyCode);
 // shortcut portal: CTRL, ALT, SHIFT, LOGO and the keysym, joined by "+"
 // ("CTRL+ALT+v").
 std::optional<std::string> portalTrigger(HotKeyCombo combo, KeyboardLayout& layout);
+// The accelerator as GTK and GNOME Shell write it: "<Control>", "<Alt>",
+// "<Shift>", "<Super>" and the keysym ("<Control><Alt>v").
+std::optional<std::string> gtkAccelerator(HotKeyCombo combo, KeyboardLayout& layout);
 
 }  // namespace keynames
 

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/wayland/UniqueFd.h"
+#include "platform/linux/UniqueFd.h"
 
 namespace zettly {
 

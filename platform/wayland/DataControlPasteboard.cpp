@@ -21,11 +21,6 @@ namespace zettly {
 
 namespace {
 
-// Text formats in order of preference, as on X11. Latin-1 STRING is the
-// last resort of old X clients (through XWayland); the others are UTF-8.
-constexpr std::string_view kTextTypes[] = {"text/plain;charset=utf-8", "UTF8_STRING", "text/plain",
-                                           "TEXT", "STRING"};
-
 bool contains(const std::vector<std::string>& types, std::string_view type) {
     return std::find(types.begin(), types.end(), type) != types.end();
 }
@@ -195,7 +190,7 @@ ReadResult<std::string> DataControlPasteboard::string() {
     if (!offered.ok())
         return Result::failure(offered.status);
     std::int64_t change = typesChange_;
-    for (std::string_view type : kTextTypes) {
+    for (std::string_view type : pbtype::textTypes) {
         if (!contains(offered.value, type))
             continue;
         auto bytes = read(std::string(type), change);

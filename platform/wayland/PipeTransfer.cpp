@@ -15,55 +15,7 @@
 
 namespace zettly {
 
-namespace {
-
 using Clock = std::chrono::steady_clock;
-
-int millisecondsUntil(Clock::time_point deadline) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
-}
-
-}  // namespace
-
-ReadResult<std::vector<std::uint8_t>> readPipe(
-    int fd, int wakeFd, TransferLimits limits,
-    const std::function<std::optional<ReadStatus>()>& interrupted) {
-    using Result = ReadResult<std::vector<std::uint8_t>>;
-    std::vector<std::uint8_t> out;
-    auto deadline = Clock::now() + limits.idle;
-    for (;;) {
-        if (auto why = interrupted())
-            return Result::failure(*why);
-        int timeout = millisecondsUntil(deadline);
-        if (timeout == 0)
-            return Result::failure(ReadStatus::noAnswer);
-        pollfd fds[2] = {{fd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
-        if (::poll(fds, 2, timeout) < 0 && errno != EINTR)
-            return Result::failure(ReadStatus::noAnswer);
-        // Emptied before the next look at the interruption: a wake from a
-        // change already seen would otherwise keep poll() returning at once.
-        if (fds[1].revents & POLLIN) {
-            std::uint64_t wakes = 0;
-            [[maybe_unused]] auto n = ::read(wakeFd, &wakes, sizeof wakes);
-        }
-        if (!(fds[0].revents & (POLLIN | POLLHUP | POLLERR)))
-            continue;
-        std::uint8_t chunk[64 * 1024];
-        ssize_t n = ::read(fd, chunk, sizeof chunk);
-        if (n < 0) {
-            if (errno == EINTR || errno == EAGAIN)
-                continue;
-            return Result::failure(ReadStatus::noAnswer);
-        }
-        if (n == 0)
-            return Result::success(std::move(out));
-        if (out.size() + static_cast<std::size_t>(n) > limits.maxBytes)
-            return Result::failure(ReadStatus::tooLarge);
-        out.insert(out.end(), chunk, chunk + n);
-        deadline = Clock::now() + limits.idle;  // bytes arrived: the owner is alive
-    }
-}
 
 PipeWriter::PipeWriter(TransferLimits limits, Log& log)
     : limits_(limits), log_(log), stopFd_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}

@@ -12,31 +12,13 @@
 #include <thread>
 #include <vector>
 
-#include "platform/Pasteboard.h"
-#include "platform/wayland/UniqueFd.h"
+#include "platform/linux/PipeRead.h"
+#include "platform/linux/UniqueFd.h"
 
 namespace zettly {
 
 class ClipPayload;
 class Log;
-
-// How long a clipboard transfer may go without progress, and how much one
-// read may take in.
-struct TransferLimits {
-    // An application encoding a large photo on request answers within it.
-    std::chrono::milliseconds idle{5000};
-    std::size_t maxBytes = 64 * 1024 * 1024;
-};
-
-// Reads `fd` (the read end of a pipe another application writes the
-// clipboard into) to its end. Ends with `noAnswer` when nothing arrives for
-// `limits.idle`, however long the whole transfer takes, and with `tooLarge`
-// past `limits.maxBytes`. Each time `wakeFd` (an eventfd, emptied here)
-// becomes readable, `interrupted` is asked whether the read is still
-// wanted. Blocks the calling thread only.
-ReadResult<std::vector<std::uint8_t>> readPipe(
-    int fd, int wakeFd, TransferLimits limits,
-    const std::function<std::optional<ReadStatus>()>& interrupted);
 
 // Answers other applications' requests for what Zettly put on the
 // clipboard, each on a short-lived thread of its own, so that neither an

@@ -305,6 +305,8 @@ void PopupWindow::showPanel(const Rect& frame) {
         prepareDesktopHints();
     setGeometry(r);
     show();
+    if (fixed)
+        hints_->placePanel(windowTitle().toStdString(), r.x(), r.y());
     raise();
     activateWindow();
     search_->setFocus(Qt::ActiveWindowFocusReason);

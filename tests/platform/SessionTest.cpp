@@ -37,14 +37,25 @@ TEST(Backends, TheSessionPicksTheBackendAndQtFollowsItUnlessTheUserForcesOne) {
     EXPECT_EQ(chosen({}, SessionEnvironment{"wayland", "", ":0"}), "x11 on xcb");
     EXPECT_EQ(chosen({}, nothing).rfind("error: ", 0), 0u);
 
+    // GNOME is one name among several in XDG_CURRENT_DESKTOP; on X11 it is
+    // an X session like any other.
+    EXPECT_EQ(chosen({}, SessionEnvironment{"wayland", "wayland-0", "", "ubuntu:GNOME"}),
+              "gnome on wayland");
+    EXPECT_EQ(chosen({}, SessionEnvironment{"wayland", "wayland-0", "", "GNOME-Classic:GNOME"}),
+              "gnome on wayland");
+    EXPECT_EQ(chosen({}, SessionEnvironment{"wayland", "wayland-0", "", "GNOME-Flashback"}),
+              "wayland on wayland");
+    EXPECT_EQ(chosen({}, SessionEnvironment{"x11", "", ":0", "GNOME"}), "x11 on xcb");
+    EXPECT_NE(chosen("gnome", x11).find("WAYLAND_DISPLAY"), std::string::npos);
+
     EXPECT_EQ(chosen("x11", wayland), "x11 on xcb");  // XWayland
     EXPECT_EQ(chosen("fallback", bareX), "fallback on xcb");
     EXPECT_EQ(chosen("fallback", wayland), "fallback on wayland;xcb");
     EXPECT_NE(chosen("wayland", bareX).find("WAYLAND_DISPLAY"), std::string::npos);
     EXPECT_NE(chosen("x11", waylandWithoutX).find("DISPLAY"), std::string::npos);
-    const std::string unknown = chosen("gnome", x11);
-    EXPECT_NE(unknown.find("\"gnome\""), std::string::npos) << unknown;
-    EXPECT_NE(unknown.find("wayland, x11, fallback"), std::string::npos) << unknown;
+    const std::string unknown = chosen("mir", x11);
+    EXPECT_NE(unknown.find("\"mir\""), std::string::npos) << unknown;
+    EXPECT_NE(unknown.find("gnome, wayland, x11, fallback"), std::string::npos) << unknown;
 }
 
 TEST(PasteChords, EachKindOfApplicationGetsItsKeysAndTheUsersChoiceComesFirst) {

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/wayland/UniqueFd.h"
+#include "platform/linux/UniqueFd.h"
 
 struct wl_client;
 struct wl_display;

@@ -121,12 +121,18 @@ TEST_F(CompositorBindingTest, KeysAreNamedAsTheLayoutTypesThemExceptWhereWayfire
     EXPECT_EQ(compositorBindingFor("Wayfire", {keypadZero, alt}, german).configFile, "");
 }
 
-TEST(PortalTriggerTest, WritesTheFreedesktopShortcutFormat) {
+TEST(PortalTriggerTest, WritesTheFreedesktopShortcutFormatAndGtksAccelerators) {
     UsKeyboardLayout us;
     EXPECT_EQ(keynames::portalTrigger({keycode::v, alt}, us), "ALT+v");
     EXPECT_EQ(keynames::portalTrigger({keycode::k, ctrl | alt | shift | super}, us),
               "CTRL+ALT+SHIFT+LOGO+k");
     EXPECT_EQ(keynames::portalTrigger({keycode::space, ctrl}, us), "CTRL+space");
+
+    EXPECT_EQ(keynames::gtkAccelerator({keycode::v, alt}, us), "<Alt>v");
+    EXPECT_EQ(keynames::gtkAccelerator({keycode::k, ctrl | alt | shift | super}, us),
+              "<Control><Alt><Shift><Super>k");
+    EXPECT_EQ(keynames::gtkAccelerator({keycode::comma, ctrl}, us), "<Control>comma");
+    EXPECT_EQ(keynames::gtkAccelerator({keypadZero, alt}, us), std::nullopt);
 }
 
 TEST(CompositorConfigHotKeyTest, AnswersAtOnceWithTheLineAndItsFileAndLogsIt) {
