@@ -357,6 +357,21 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Tray menu item, the first: opens the history window, as the shortcut does.</extracomment>
         <translation>Verlauf anzeigen</translation>
     </message>
+    <message>
+        <source>Zettly cannot see your copies</source>
+        <extracomment>Title of the notification shown at start when Zettly&apos;s GNOME Shell extension is not running.</extracomment>
+        <translation>Zettly sieht Ihre Kopien nicht</translation>
+    </message>
+    <message>
+        <source>Zettly</source>
+        <extracomment>Title of the message when turning on Zettly&apos;s GNOME Shell extension (or opening the Extensions app) failed.</extracomment>
+        <translation>Zettly</translation>
+    </message>
+    <message>
+        <source>That did not work: %1</source>
+        <extracomment>Message when turning on Zettly&apos;s GNOME Shell extension or opening the Extensions app failed. %1 is the reason, in English.</extracomment>
+        <translation>Das hat nicht geklappt: %1</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AppcastUpdater</name>
@@ -666,6 +681,31 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Your compositor gives applications no shortcuts of their own. To open the history with a key, add this to the %2 section of %1 and reload the configuration:</source>
         <extracomment>Settings › General, as above for a line that belongs in one part of the file. %1 is the file, e.g. ~/.config/niri/config.kdl; %2 names the part as the file writes it, e.g. &quot;binds { }&quot; or &quot;[command]&quot;.</extracomment>
         <translation>Ihr Compositor gibt Anwendungen keine eigenen Tastenkürzel. Um den Verlauf mit einer Taste zu öffnen, fügen Sie dies im Abschnitt %2 von %1 ein und laden Sie die Konfiguration neu:</translation>
+    </message>
+    <message>
+        <source>Zettly&apos;s GNOME Shell extension is turned off. Without it Zettly sees only what you copy while its own window is open, and cannot paste for you.</source>
+        <extracomment>Settings › General and the tray, on GNOME when Zettly&apos;s GNOME Shell extension is installed but turned off. A button to turn it on follows.</extracomment>
+        <translation>Die GNOME-Shell-Erweiterung von Zettly ist ausgeschaltet. Ohne sie sieht Zettly nur, was Sie kopieren, während sein eigenes Fenster offen ist, und kann nicht für Sie einfügen.</translation>
+    </message>
+    <message>
+        <source>GNOME Shell has not loaded Zettly&apos;s extension, which Zettly needs to see what you copy and to paste for you. After installing Zettly, log out and back in once.</source>
+        <extracomment>Settings › General and the tray, on GNOME when GNOME Shell has not loaded Zettly&apos;s extension.</extracomment>
+        <translation>Die GNOME Shell hat die Erweiterung von Zettly nicht geladen, die Zettly braucht, um Ihre Kopien zu sehen und für Sie einzufügen. Melden Sie sich nach der Installation von Zettly einmal ab und wieder an.</translation>
+    </message>
+    <message>
+        <source>GNOME Shell could not run Zettly&apos;s extension, which Zettly needs to see what you copy and to paste for you. The Extensions app shows why.</source>
+        <extracomment>Settings › General and the tray, on GNOME when Zettly&apos;s GNOME Shell extension could not run.</extracomment>
+        <translation>Die GNOME Shell konnte die Erweiterung von Zettly nicht ausführen, die Zettly braucht, um Ihre Kopien zu sehen und für Sie einzufügen. Die App „Erweiterungen“ zeigt, warum.</translation>
+    </message>
+    <message>
+        <source>Turn On Zettly&apos;s GNOME Extension</source>
+        <extracomment>Settings › General and the tray menu: button that turns on Zettly&apos;s GNOME Shell extension.</extracomment>
+        <translation>GNOME-Erweiterung von Zettly einschalten</translation>
+    </message>
+    <message>
+        <source>Open Extensions…</source>
+        <extracomment>Settings › General and the tray menu: button that opens GNOME&apos;s Extensions app.</extracomment>
+        <translation>„Erweiterungen“ öffnen…</translation>
     </message>
 </context>
 <context>
