@@ -62,7 +62,6 @@ export function createInput({GLib, Clutter, Meta, Shell, Main, global, bridgeErr
 
     async function type(keyvals) {
         await waitForRelease();
-        keyboard ??= seat().create_virtual_device(Clutter.InputDeviceType.KEYBOARD_DEVICE);
         for (const keyval of keyvals)
             keyboard.notify_keyval(GLib.get_monotonic_time(), keyval, Clutter.KeyState.PRESSED);
         for (const keyval of [...keyvals].reverse())
@@ -96,6 +95,10 @@ export function createInput({GLib, Clutter, Meta, Shell, Main, global, bridgeErr
         // `pressed()` runs on each press of the bound shortcut.
         start(pressed) {
             hotKeyPressed = pressed;
+            // Made now, not at the first paste: where it is the seat's only
+            // keyboard (a headless Shell), applications get their keyboard
+            // only once it appears, and would miss the first keys typed.
+            keyboard = seat().create_virtual_device(Clutter.InputDeviceType.KEYBOARD_DEVICE);
         },
 
         stop() {
