@@ -21,7 +21,7 @@ export function appIdOf(window, tracker) {
 }
 
 // Monitor indices, the primary one first.
-export function monitorOrder(count, primary) {
+function monitorOrder(count, primary) {
     const order = [];
     for (let index = 0; index < count; index++) {
         if (index !== primary)
