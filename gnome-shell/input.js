@@ -42,15 +42,14 @@ export function createInput({GLib, Clutter, Meta, Shell, Main, global, bridgeErr
 
     function waitForRelease() {
         return new Promise((resolve, reject) => {
-            let waited = 0;
+            const deadline = GLib.get_monotonic_time() + RELEASE_WAIT_MS * 1000;
             const released = () => !modifiersHeld(global.get_pointer()[2], Clutter);
             if (released()) {
                 resolve();
                 return;
             }
             const timeoutId = GLib.timeout_add(GLib.PRIORITY_DEFAULT, RELEASE_POLL_MS, () => {
-                waited += RELEASE_POLL_MS;
-                if (!released() && waited < RELEASE_WAIT_MS)
+                if (!released() && GLib.get_monotonic_time() < deadline)
                     return GLib.SOURCE_CONTINUE;
                 waiting = null;
                 resolve();
