@@ -35,7 +35,7 @@ sys.exit(0 if trusted == ["/usr/bin/zettly", sys.argv[2]] else 1)
 EOF
 
 # wl-clipboard needs a keyboard on the seat and focus for its window.
-wl-copy "copied in GNOME" || fail "wl-copy"
+wl-copy --paste-once "copied in GNOME" || fail "wl-copy"
 pasted=$(wl-paste --no-newline) || fail "wl-paste"
 [ "$pasted" = "copied in GNOME" ] || fail "wl-paste read '$pasted'"
 
