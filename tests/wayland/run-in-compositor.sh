@@ -2,13 +2,28 @@
 # Runs COMMAND in a Wayland compositor of its own, started for it and
 # stopped after it:
 #
-#     tests/wayland/run-in-compositor.sh sway|kwin -- COMMAND [ARGS...]
+#     tests/wayland/run-in-compositor.sh sway|kwin|gnome -- COMMAND [ARGS...]
 #
 # sway runs headless (wlroots' headless backend, software rendering, no
-# input devices: only virtual ones); kwin runs with its virtual backend.
-# Both get a 1280x800 output, a fresh XDG_RUNTIME_DIR, a private HOME and a
-# D-Bus session bus of their own, shared with COMMAND, so nothing of the
-# user's session (or of another test run) is touched.
+# input devices: only virtual ones); kwin runs with its virtual backend;
+# gnome is GNOME Shell 43 headless on mutter's virtual monitor. Each gets a
+# 1280x800 output, a fresh XDG_RUNTIME_DIR, a private HOME and a D-Bus
+# session bus of their own, shared with COMMAND, so nothing of the user's
+# session (or of another test run) is touched.
+#
+# gnome (see gnome-session.sh) also gets a private system bus with a mock
+# logind on it (DBUS_SYSTEM_BUS_ADDRESS), GSettings from a keyfile in the
+# private HOME (GSETTINGS_BACKEND=keyfile), a virtual keyboard that mutter's
+# remote desktop API lends to the seat (without a keyboard no client gets
+# focus, and wl-copy/wl-paste refuse to run), and the overview closed.
+# COMMAND starts once the shell is up; there ZETTLY_SCREENSHOT_CMD names a
+# program that saves a screenshot of the session: `"$ZETTLY_SCREENSHOT_CMD"
+# OUT.png` (grim cannot: mutter has no screencopy). With
+# ZETTLY_GNOME_EXTENSION naming an extension folder (named after its uuid,
+# with metadata.json), the shell starts with a copy of it enabled, and
+# COMMAND only once it is; a list under "zettly-executables" in its
+# metadata.json gets the paths COMMAND and the programs in ZETTLY_STAGE run
+# from. An extension in error ends the run with 125.
 #
 # As root the compositor and COMMAND run as the system user zettly-test
 # (created when missing): compositors refuse root or misbehave under it, and
@@ -25,7 +40,7 @@
 set -euo pipefail
 
 usage() {
-    echo "usage: $0 sway|kwin -- COMMAND [ARGS...]" >&2
+    echo "usage: $0 sway|kwin|gnome -- COMMAND [ARGS...]" >&2
     exit 2
 }
 
@@ -33,10 +48,13 @@ usage() {
 compositor=$1
 [ "$2" = "--" ] || usage
 shift 2
-case "$compositor" in sway | kwin) ;; *) usage ;; esac
+case "$compositor" in sway | kwin | gnome) ;; *) usage ;; esac
 
+here=$(cd "$(dirname "$0")" && pwd)
 test_user=zettly-test
+# GNOME Shell takes a few seconds on a busy machine, more than the others.
 startup_timeout=30
+[ "$compositor" = gnome ] && startup_timeout=60
 
 work=$(mktemp -d /tmp/zettly-compositor.XXXXXX)
 chmod 0755 "$work"
@@ -46,13 +64,17 @@ mkdir -m 0700 "$runtime" "$home"
 
 compositor_pid=
 bus_pid=
+keyboard_pid=
+logind_pid=
+system_bus_pid=
 cleanup() {
-    # The compositor and the bus run in process groups of their own (setsid):
-    # whatever they started goes with them.
-    for pid in $compositor_pid $bus_pid; do
+    # The compositor and the buses run in process groups of their own
+    # (setsid): whatever they started goes with them.
+    local pids="$keyboard_pid $compositor_pid $logind_pid $system_bus_pid $bus_pid"
+    for pid in $pids; do
         kill -TERM -- "-$pid" 2>/dev/null || true
     done
-    for pid in $compositor_pid $bus_pid; do
+    for pid in $pids; do
         for _ in $(seq 50); do
             kill -0 "$pid" 2>/dev/null || break
             sleep 0.1
@@ -94,12 +116,48 @@ run_as_user() {
     "${as_user[@]}" env "${session_env[@]}" "$@"
 }
 
+# An executable the test user cannot reach (a build tree under /root) runs
+# from a copy in the private folder, and so do the programs COMMAND starts,
+# named in ZETTLY_STAGE (space-separated paths): COMMAND then finds their
+# copies in the folder ZETTLY_STAGED_BIN names. staged_programs lists where
+# COMMAND and those programs run from, copies or not.
+command=("$@")
+# COMMAND runs in the private HOME: a relative path must not lose its way.
+case "${command[0]}" in
+    /*) ;;
+    */*) command[0]="$PWD/${command[0]}" ;;
+esac
+staged=()
+staged_programs=()
+if [ ${#as_user[@]} -gt 0 ] && ! "${as_user[@]}" test -x "${command[0]}" 2>/dev/null &&
+    [ -f "${command[0]}" ]; then
+    mkdir -m 0755 "$work/bin"
+    for file in "${command[0]}" ${ZETTLY_STAGE:-}; do
+        cp "$file" "$work/bin/"
+        chmod 0755 "$work/bin/$(basename "$file")"
+        staged_programs+=("$(realpath "$work/bin/$(basename "$file")")")
+    done
+    command[0]="$work/bin/$(basename "${command[0]}")"
+    staged=(ZETTLY_STAGED_BIN="$work/bin")
+else
+    for file in "${command[0]}" ${ZETTLY_STAGE:-}; do
+        staged_programs+=("$(realpath -m "$(command -v "$file" || echo "$file")")")
+    done
+fi
+
+log="$work/compositor.log"
+if [ "$compositor" = gnome ]; then
+    socket=wayland-zettly
+    # shellcheck source-path=SCRIPTDIR source=gnome-session.sh
+    . "$here/gnome-session.sh"
+    gnome_prepare
+fi
+
 setsid "${as_user[@]}" env "${session_env[@]}" \
     dbus-daemon --session --nofork --nopidfile --address="unix:path=$runtime/bus" \
     >"$work/dbus.log" 2>&1 &
 bus_pid=$!
 
-log="$work/compositor.log"
 case "$compositor" in
     sway)
         socket=
@@ -140,6 +198,10 @@ EOF
         compositor_pid=$!
         desktop=KDE
         ;;
+    gnome)
+        gnome_start
+        desktop=GNOME
+        ;;
 esac
 
 found=
@@ -162,24 +224,7 @@ if [ -z "$found" ]; then
     sed 's/^/    /' "$log" >&2
     exit 125
 fi
-
-# An executable the test user cannot reach (a build tree under /root) runs
-# from a copy in the private folder, and so do the programs COMMAND starts,
-# named in ZETTLY_STAGE (space-separated paths): COMMAND then finds their
-# copies in the folder ZETTLY_STAGED_BIN names.
-command=("$@")
-staged=()
-if [ ${#as_user[@]} -gt 0 ] && ! "${as_user[@]}" test -x "${command[0]}" 2>/dev/null; then
-    if [ -f "${command[0]}" ]; then
-        mkdir -m 0755 "$work/bin"
-        for file in "${command[0]}" ${ZETTLY_STAGE:-}; do
-            cp "$file" "$work/bin/"
-            chmod 0755 "$work/bin/$(basename "$file")"
-        done
-        command[0]="$work/bin/$(basename "${command[0]}")"
-        staged=(ZETTLY_STAGED_BIN="$work/bin")
-    fi
-fi
+[ "$compositor" = gnome ] && gnome_wait
 
 cd "$home"
 status=0
