@@ -483,6 +483,41 @@ TEST_F(SettingsPagesTest, TheSessionNoteListsEachLimitationOnceAndHidesWithoutAn
     EXPECT_TRUE(limitationTexts(page).isEmpty());
 }
 
+TEST_F(SettingsPagesTest, AMissingShellExtensionComesFirstWithTheButtonThatMendsIt) {
+    std::vector<Limitation> mended;
+    context.hasRemedy = [](Limitation limitation) {
+        return limitation == Limitation::shellExtensionOff ||
+               limitation == Limitation::shellExtensionMissing;
+    };
+    context.remedy = [&](Limitation limitation) { mended.push_back(limitation); };
+    GeneralPage page(context);
+    EXPECT_TRUE(page.remedyButton()->isHidden());
+
+    // The fallback's own limits follow the reason for them.
+    limits = {Limitation::shellExtensionOff, Limitation::noGlobalShortcut,
+              Limitation::captureOnlyWhileFocused};
+    page.reload();
+    ASSERT_EQ(limitationTexts(page).size(), 3);
+    EXPECT_TRUE(limitationTexts(page)[0].contains("extension is turned off"));
+    ASSERT_FALSE(page.remedyButton()->isHidden());
+    EXPECT_TRUE(page.remedyButton()->text().contains("Turn On"));
+    page.remedyButton()->click();
+    EXPECT_EQ(mended, std::vector{Limitation::shellExtensionOff});
+
+    limits = {Limitation::shellExtensionMissing, Limitation::noPaste};
+    page.reload();
+    EXPECT_TRUE(limitationTexts(page)[0].contains("log out and back in"));
+    EXPECT_TRUE(page.remedyButton()->text().contains("Extensions"));
+    page.remedyButton()->click();
+    EXPECT_EQ(mended.back(), Limitation::shellExtensionMissing);
+
+    // Without a step to take, only the sentence.
+    limits = {Limitation::shellExtensionFailed};
+    page.reload();
+    EXPECT_TRUE(limitationTexts(page)[0].contains("Extensions app shows why"));
+    EXPECT_TRUE(page.remedyButton()->isHidden());
+}
+
 // ---- paste keys ---------------------------------------------------------------
 
 TEST_F(SettingsPagesTest, PasteKeysAreAddedChangedAndRemovedInTheStoreAtOnce) {

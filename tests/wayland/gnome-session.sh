@@ -30,10 +30,12 @@ gnome_prepare() {
     cp "$here/gnome-keyboard.py" "$here/gnome-screenshot.py" "$work/gnome/"
     chmod 0755 "$work/gnome/"*
 
-    local enabled="[]"
+    # The tests' eyes: unsafe mode, in which the shell answers Eval.
+    cp -r "$here/gnome/eyes@zettly.test" "$shell_data/extensions/"
+    local enabled="['eyes@zettly.test']"
     if [ -n "${ZETTLY_GNOME_EXTENSION:-}" ]; then
         gnome_install_extension "$ZETTLY_GNOME_EXTENSION" "$shell_data/extensions"
-        enabled="['$gnome_extension_uuid']"
+        enabled="['eyes@zettly.test', '$gnome_extension_uuid']"
     fi
 
     cat >"$settings/keyfile" <<EOF

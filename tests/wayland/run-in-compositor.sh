@@ -16,7 +16,9 @@
 # private HOME (GSETTINGS_BACKEND=keyfile), a virtual keyboard that mutter's
 # remote desktop API lends to the seat (without a keyboard no client gets
 # focus, and wl-copy/wl-paste refuse to run), and the overview closed.
-# COMMAND starts once the shell is up; there ZETTLY_SCREENSHOT_CMD names a
+# Tests may ask the shell through org.gnome.Shell.Eval (a test-only
+# extension, gnome/eyes@zettly.test, turns on unsafe mode). COMMAND starts
+# once the shell is up; there ZETTLY_SCREENSHOT_CMD names a
 # program that saves a screenshot of the session: `"$ZETTLY_SCREENSHOT_CMD"
 # OUT.png` (grim cannot: mutter has no screencopy). With
 # ZETTLY_GNOME_EXTENSION naming an extension folder (named after its uuid,
