@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "platform/Log.h"
-#include "platform/Unicode.h"
 #include "platform/gnome/ShellBridge.h"
 
 namespace zettly {
@@ -104,25 +103,11 @@ ReadResult<std::vector<std::string>> GnomePasteboard::types() {
 }
 
 ReadResult<std::string> GnomePasteboard::string() {
-    using Result = ReadResult<std::string>;
     auto offered = types();
     if (!offered.ok())
-        return Result::failure(offered.status);
+        return ReadResult<std::string>::failure(offered.status);
     const std::int64_t change = typesChange_;
-    for (std::string_view type : pbtype::textTypes) {
-        if (!contains(offered.value, type))
-            continue;
-        auto bytes = read(std::string(type), change);
-        // A format the owner refuses reads as nothing: the next may answer.
-        if (bytes.ok() && !bytes.value.empty()) {
-            std::string text(bytes.value.begin(), bytes.value.end());
-            return Result::success(type == "STRING" ? unicode::latin1ToUtf8(text)
-                                                    : std::move(text));
-        }
-        if (!bytes.ok() && bytes.status != ReadStatus::absent)
-            return Result::failure(bytes.status);
-    }
-    return Result::failure(ReadStatus::absent);
+    return firstText(offered.value, [&](const std::string& type) { return read(type, change); });
 }
 
 ReadResult<Pasteboard::Bytes> GnomePasteboard::data(const std::string& type) {

@@ -1,9 +1,12 @@
 #include "platform/linux/PipeRead.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include <poll.h>
 #include <unistd.h>
+
+#include "platform/Unicode.h"
 
 namespace zettly {
 
@@ -51,6 +54,28 @@ ReadResult<std::vector<std::uint8_t>> readPipe(
         deadline =
             std::chrono::steady_clock::now() + limits.idle;  // bytes arrived: the owner is alive
     }
+}
+
+ReadResult<std::string> firstText(
+    const std::vector<std::string>& offered,
+    const std::function<ReadResult<std::vector<std::uint8_t>>(const std::string&)>& read) {
+    using Result = ReadResult<std::string>;
+    for (std::string_view type : pbtype::textTypes) {
+        if (std::find(offered.begin(), offered.end(), type) == offered.end())
+            continue;
+        auto bytes = read(std::string(type));
+        // An owner refuses a format by closing the pipe at once, which
+        // looks like an empty text: the next format may have one.
+        if (bytes.ok() && !bytes.value.empty()) {
+            std::string text(bytes.value.begin(), bytes.value.end());
+            return Result::success(type == "STRING" ? unicode::latin1ToUtf8(text)
+                                                    : std::move(text));
+        }
+        // An owner that stopped answering would not answer the others.
+        if (!bytes.ok() && bytes.status != ReadStatus::absent)
+            return Result::failure(bytes.status);
+    }
+    return Result::failure(ReadStatus::absent);
 }
 
 }  // namespace zettly

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/Pasteboard.h"
@@ -28,6 +29,15 @@ struct TransferLimits {
 ReadResult<std::vector<std::uint8_t>> readPipe(
     int fd, int wakeFd, TransferLimits limits,
     const std::function<std::optional<ReadStatus>()>& interrupted);
+
+// The text of a clipboard that offers `offered`: the first text format, in
+// pbtype::textTypes' order, whose owner answers with something (`read`
+// fetches one format's bytes), Latin-1 STRING made UTF-8. An owner that
+// stopped answering ends the walk with its status; none with text is
+// `absent`.
+ReadResult<std::string> firstText(
+    const std::vector<std::string>& offered,
+    const std::function<ReadResult<std::vector<std::uint8_t>>(const std::string&)>& read);
 
 // What is left of the time until `deadline`, as poll() takes it: 0 once it
 // has passed.

@@ -13,7 +13,6 @@
 
 #include "platform/Log.h"
 #include "platform/MainQueue.h"
-#include "platform/Unicode.h"
 #include "platform/wayland/ClipPayload.h"
 #include "platform/wayland/WaylandConnection.h"
 
@@ -185,27 +184,11 @@ ReadResult<std::vector<std::string>> DataControlPasteboard::types() {
 }
 
 ReadResult<std::string> DataControlPasteboard::string() {
-    using Result = ReadResult<std::string>;
     auto offered = types();
     if (!offered.ok())
-        return Result::failure(offered.status);
-    std::int64_t change = typesChange_;
-    for (std::string_view type : pbtype::textTypes) {
-        if (!contains(offered.value, type))
-            continue;
-        auto bytes = read(std::string(type), change);
-        // An owner refuses a format by closing the pipe at once, which
-        // looks like an empty text: the next format may have one.
-        if (bytes.ok() && !bytes.value.empty()) {
-            std::string text(bytes.value.begin(), bytes.value.end());
-            return Result::success(type == "STRING" ? unicode::latin1ToUtf8(text)
-                                                    : std::move(text));
-        }
-        // An owner that stopped answering would not answer the others.
-        if (!bytes.ok() && bytes.status != ReadStatus::absent)
-            return Result::failure(bytes.status);
-    }
-    return Result::failure(ReadStatus::absent);
+        return ReadResult<std::string>::failure(offered.status);
+    const std::int64_t change = typesChange_;
+    return firstText(offered.value, [&](const std::string& type) { return read(type, change); });
 }
 
 ReadResult<Pasteboard::Bytes> DataControlPasteboard::data(const std::string& type) {
