@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/AppTestSupport.h"
+#include "tests/support/WaylandAppTest.h"
 
 namespace zettly::test {
 namespace {
@@ -95,30 +95,9 @@ std::string focusedTitle() {
     return shellEval("global.display.focus_window ? global.display.focus_window.get_title() : ''");
 }
 
-class GnomeApp : public AppTest {
+class GnomeApp : public WaylandAppTest {
 protected:
-    void prepareSession() override {
-        const char* display = ::getenv("WAYLAND_DISPLAY");
-        const char* runtime = ::getenv("XDG_RUNTIME_DIR");
-        ASSERT_TRUE(display && runtime) << "run under tests/wayland/run-in-compositor.sh gnome";
-        fs::path socket = display[0] == '/' ? fs::path(display) : fs::path(runtime) / display;
-        ::setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
-        ::unsetenv("DISPLAY");
-        ::setenv("QT_QPA_PLATFORM", "wayland", 1);
-    }
     std::string defaults() const override { return R"({"pasteAutomatically": true})"; }
-
-    void wlCopy(std::vector<std::string> args, const std::string& input) {
-        int pipeFds[2];
-        ASSERT_EQ(::pipe2(pipeFds, O_CLOEXEC), 0);
-        args.insert(args.begin(), {"wl-copy", "--foreground"});
-        pid_t pid = spawn(args, pipeFds[0]);
-        ::close(pipeFds[0]);
-        ASSERT_EQ(::write(pipeFds[1], input.data(), input.size()), ssize_t(input.size()));
-        ::close(pipeFds[1]);
-        ASSERT_GT(pid, 0) << "wl-copy is missing";
-        children_.push_back(pid);
-    }
 
     void qtCopy(std::vector<std::string> args) {
         args.insert(args.begin(), program(ZETTLY_TEST_QT_COPY_PATH));

@@ -2,12 +2,12 @@
 // Sway, started by run-in-compositor.sh): copies made by Wayland clients
 // are saved or refused, and `zettly --toggle` opens the history window
 // floating in front and closes it, giving the keyboard back.
+#include "tests/support/WaylandAppTest.h"
+
 #include <filesystem>
 #include <string>
 
 #include <gtest/gtest.h>
-
-#include "tests/support/AppTestSupport.h"
 
 namespace zettly::test {
 namespace {
@@ -27,34 +27,16 @@ std::string swayWindow(const std::string& appId) {
     return "shown";
 }
 
-class WaylandApp : public AppTest {
+class WaylandApp : public WaylandAppTest {
 protected:
     void prepareSession() override {
-        const char* display = ::getenv("WAYLAND_DISPLAY");
-        const char* runtime = ::getenv("XDG_RUNTIME_DIR");
-        ASSERT_TRUE(display && runtime) << "run under tests/wayland/run-in-compositor.sh";
-        // The app gets a runtime folder of its own; the compositor's socket
-        // is then named by its whole path, which libwayland accepts.
-        fs::path socket = display[0] == '/' ? fs::path(display) : fs::path(runtime) / display;
-        ::setenv("WAYLAND_DISPLAY", socket.c_str(), 1);
+        WaylandAppTest::prepareSession();
+        if (HasFatalFailure())
+            return;
         if (!::getenv("SWAYSOCK"))
-            for (const auto& entry : fs::directory_iterator(runtime))
+            for (const auto& entry : fs::directory_iterator(::getenv("XDG_RUNTIME_DIR")))
                 if (entry.path().filename().string().starts_with("sway-ipc."))
                     ::setenv("SWAYSOCK", entry.path().c_str(), 1);
-        ::unsetenv("DISPLAY");
-        ::setenv("QT_QPA_PLATFORM", "wayland", 1);
-    }
-
-    void wlCopy(std::vector<std::string> args, const std::string& input) {
-        int pipeFds[2];
-        ASSERT_EQ(::pipe2(pipeFds, O_CLOEXEC), 0);
-        args.insert(args.begin(), {"wl-copy", "--foreground"});
-        pid_t pid = spawn(args, pipeFds[0]);
-        ::close(pipeFds[0]);
-        ASSERT_EQ(::write(pipeFds[1], input.data(), input.size()), ssize_t(input.size()));
-        ::close(pipeFds[1]);
-        ASSERT_GT(pid, 0) << "wl-copy is missing";
-        children_.push_back(pid);
     }
 
     // Owns the clipboard with several formats at once.
