@@ -79,9 +79,9 @@ std::optional<struct stat> writeAtomically(const fs::path& file, const void* dat
     return st;
 }
 
-std::optional<fs::path> moveAside(const fs::path& file, double now) {
+std::optional<fs::path> moveAside(const fs::path& file, double now, std::string_view why) {
     fs::path aside = file;
-    aside += ".corrupt-" + std::to_string(static_cast<std::int64_t>(now));
+    aside += "." + std::string(why) + "-" + std::to_string(static_cast<std::int64_t>(now));
     std::error_code ec;
     fs::rename(file, aside, ec);
     if (ec)

@@ -35,8 +35,10 @@ inline std::optional<struct stat> writeAtomically(const std::filesystem::path& f
     return writeAtomically(file, contents.data(), contents.size(), ec);
 }
 
-// Renames a damaged file to "<name>.corrupt-<seconds>" so the user keeps it.
-// Returns the new path, or none when the rename failed.
-std::optional<std::filesystem::path> moveAside(const std::filesystem::path& file, double now);
+// Renames a file that cannot be used to "<name>.<why>-<seconds>" ("corrupt",
+// "damaged", "foreign") so the user keeps it. Returns the new path, or none
+// when the rename failed.
+std::optional<std::filesystem::path> moveAside(const std::filesystem::path& file, double now,
+                                               std::string_view why = "corrupt");
 
 }  // namespace zettly::files

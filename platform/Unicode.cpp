@@ -162,4 +162,72 @@ std::string latin1ToUtf8(std::string_view latin1) {
     return out;
 }
 
+namespace {
+
+// Length of the well-formed UTF-8 sequence at `i`, or the length of its
+// maximal ill-formed start (at least 1) as a negative number: each such
+// start becomes one U+FFFD, as the Unicode standard recommends and as Qt
+// shows it.
+int sequenceAt(std::string_view s, std::size_t i) {
+    auto byte = [&](std::size_t k) { return static_cast<unsigned char>(s[k]); };
+    const unsigned char lead = byte(i);
+    if (lead < 0x80)
+        return 1;
+    int length = 0;
+    unsigned char low = 0x80, high = 0xBF;  // range of the second byte
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        if (lead == 0xE0)
+            low = 0xA0;  // no overlong forms
+        if (lead == 0xED)
+            high = 0x9F;  // no surrogates
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        if (lead == 0xF0)
+            low = 0x90;
+        if (lead == 0xF4)
+            high = 0x8F;  // nothing above U+10FFFF
+    } else {
+        return -1;
+    }
+    for (int k = 1; k < length; ++k) {
+        if (i + k >= s.size())
+            return -k;
+        const unsigned char c = byte(i + k);
+        if (c < (k == 1 ? low : 0x80) || c > (k == 1 ? high : 0xBF))
+            return -k;
+    }
+    return length;
+}
+
+}  // namespace
+
+bool isValidUtf8(std::string_view utf8) {
+    for (std::size_t i = 0; i < utf8.size();) {
+        int n = sequenceAt(utf8, i);
+        if (n < 0)
+            return false;
+        i += static_cast<std::size_t>(n);
+    }
+    return true;
+}
+
+std::string validUtf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        int n = sequenceAt(text, i);
+        if (n > 0) {
+            out.append(text.substr(i, static_cast<std::size_t>(n)));
+            i += static_cast<std::size_t>(n);
+        } else {
+            out.append("\xEF\xBF\xBD");
+            i += static_cast<std::size_t>(-n);
+        }
+    }
+    return out;
+}
+
 }  // namespace zettly::unicode

@@ -36,4 +36,11 @@ std::string latin1ToUtf8(std::string_view latin1);
 
 std::string oneLineName(std::string_view raw, std::size_t limit);
 
+// Whether the bytes are well-formed UTF-8 (no overlong forms, surrogates or
+// code points beyond U+10FFFF).
+bool isValidUtf8(std::string_view text);
+// The text with each ill-formed sequence replaced by U+FFFD; a valid text
+// comes back unchanged.
+std::string validUtf8(std::string_view text);
+
 }  // namespace zettly::unicode

@@ -3,7 +3,6 @@
 
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
-#include "platform/Files.h"
 #include "store/PrefKeys.h"
 #include "store/StoreDatabase.h"
 
@@ -45,40 +44,82 @@ constexpr const char* kTrimIndex =
     "CREATE INDEX IF NOT EXISTS idx_items_unpinned ON items(created DESC, id, pinned) WHERE pinned "
     "= 0;";
 
+void applySchema(sql::Database& db) {
+    db.exec(kSchema);
+    ensureColumn(db, "items", "category", "TEXT");
+    ensureColumn(db, "items", "label", "TEXT");
+    for (const char* table : {"items", "categories"}) {
+        ensureColumn(db, table, "modified", "REAL");
+        ensureColumn(db, table, "dirty", "INTEGER NOT NULL DEFAULT 0");
+        ensureColumn(db, table, "ck", "BLOB");
+    }
+    ensureColumn(db, "items", "rid", "TEXT");
+    ensureColumn(db, "items", "mm", "REAL");
+    // Rows that carried metadata before its clock existed count as changed
+    // at their last change, so sync treats their metadata as set.
+    db.exec(
+        "UPDATE items SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
+        "category IS NOT NULL OR label IS NOT NULL)");
+    db.exec(kSyncSchema);
+    db.exec(kTrimIndex);
+}
+
+StoreSchema textSchema() {
+    return StoreSchema{
+        .fileName = "clipboard.sqlite",
+        .tables =
+            {
+                {.name = "categories",
+                 .columns = {{"id", "TEXT"},
+                             {"name", "TEXT"},
+                             {"sort", "REAL"},
+                             {"created", "REAL"},
+                             {"modified", "REAL"},
+                             {"dirty", "INTEGER"},
+                             {"ck", "BLOB"}},
+                 .required = 4},
+                {.name = "items",
+                 .columns = {{"id", "TEXT"},
+                             {"text", "TEXT"},
+                             {"hash", "TEXT"},
+                             {"type", "TEXT"},
+                             {"created", "REAL"},
+                             {"pinned", "INTEGER"},
+                             {"category", "TEXT"},
+                             {"label", "TEXT"},
+                             {"modified", "REAL"},
+                             {"dirty", "INTEGER"},
+                             {"ck", "BLOB"},
+                             {"rid", "TEXT"},
+                             {"mm", "REAL"}},
+                 .required = 6,
+                 .keptFirst = "pinned = 1 OR category IS NOT NULL OR label IS NOT NULL"},
+                {.name = "sync_tombstones",
+                 .columns = {{"key", "TEXT"}, {"kind", "TEXT"}, {"at", "REAL"}},
+                 .required = 3},
+            },
+        .apply = applySchema,
+    };
+}
+
 }  // namespace
 
-ClipboardStore::ClipboardStore(StoreContext context) : context_(std::move(context)) {}
+ClipboardStore::ClipboardStore(StoreContext context)
+    : context_(std::move(context)), file_(textSchema(), context_) {}
 
 std::optional<fs::path> ClipboardStore::databasePath() const {
-    return libraryPath(context_, "clipboard.sqlite");
+    return file_.path();
+}
+
+bool ClipboardStore::open() {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked();
 }
 
 bool ClipboardStore::ensureOpenLocked() {
-    if (db_.valid())
-        return true;
-    auto path = openLibraryDatabase(db_, context_, "clipboard.sqlite");
-    if (!path)
-        return false;
-    path_ = *path;
-
-    db_.exec(kSchema);
-    ensureColumn(db_, "items", "category", "TEXT");
-    ensureColumn(db_, "items", "label", "TEXT");
-    for (const char* table : {"items", "categories"}) {
-        ensureColumn(db_, table, "modified", "REAL");
-        ensureColumn(db_, table, "dirty", "INTEGER NOT NULL DEFAULT 0");
-        ensureColumn(db_, table, "ck", "BLOB");
-    }
-    ensureColumn(db_, "items", "rid", "TEXT");
-    ensureColumn(db_, "items", "mm", "REAL");
-    // Rows that carried metadata before its clock existed count as changed
-    // at their last change, so sync treats their metadata as set.
-    db_.exec(
-        "UPDATE items SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
-        "category IS NOT NULL OR label IS NOT NULL)");
-    db_.exec(kSyncSchema);
-    db_.exec(kTrimIndex);
-    return true;
+    // Damage a statement ran into since is repaired before the next one.
+    file_.recover();
+    return file_.open();
 }
 
 std::optional<ClipboardStore::Bytes> ClipboardStore::syncKey() const {

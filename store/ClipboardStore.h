@@ -12,6 +12,7 @@
 
 #include "store/Sql.h"
 #include "store/StoreContext.h"
+#include "store/StoreDatabase.h"
 
 namespace zettly {
 
@@ -22,8 +23,10 @@ namespace zettly {
 // Every public operation runs under one mutex, so all statements on the
 // connection are strictly serialised; callers may come from the main thread
 // and from sync threads. Helpers whose names end in Locked assume the mutex
-// is held. Operations never throw and never report: a failure gives an empty
-// list, none, false or a failure result, and leaves the data as it was.
+// is held. Operations never throw: a failure gives an empty list, none, false
+// or a failure result, and leaves the data as it was. Captures that cannot
+// be saved, and a damaged file that had to be rebuilt, are reported to the
+// context's StoreHealth.
 class ClipboardStore {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -137,6 +140,10 @@ public:
 
     // Where the database lives, once the container is known.
     std::optional<std::filesystem::path> databasePath() const;
+    // Opens (checking, and rebuilding a damaged file) now rather than at the
+    // first operation: the app calls it at start-up, off the main thread, so
+    // a damaged history is found before the user looks.
+    bool open();
 
     // ---- sync bookkeeping -----------------------------------------------
     // What the sync engine exchanges with the cloud. Times are seconds since
@@ -235,6 +242,11 @@ private:
                                               double now);
     InsertResult insertLocked(std::string_view text, const std::optional<std::string>& type,
                               double now);
+    // Opens the file, runs `save` (with the time), runs it once more on a
+    // file rebuilt because it turned out damaged, and tells StoreHealth how
+    // the capture went.
+    template <typename Save>
+    InsertResult saveLocked(Save&& save);
     void trimLocked(double now);
     void expireLocked(double now);
     void tombstoneLocked(std::string_view condition, double now);
@@ -261,8 +273,8 @@ private:
 
     StoreContext context_;
     std::mutex mutex_;
-    sql::Database db_;
-    std::filesystem::path path_;
+    StoreDatabase file_;
+    sql::Database& db_ = file_.db();
 };
 
 }  // namespace zettly

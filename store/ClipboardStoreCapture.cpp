@@ -86,28 +86,48 @@ ClipboardStore::InsertResult ClipboardStore::insert(std::string_view text,
     } else if (text.size() > maxTextBytes) {
         result = InsertResult::tooLarge;
     } else {
+        // Other programs cannot read a TEXT column holding broken UTF-8, and
+        // sync could not send it; it is stored as the history window shows
+        // it, and hashed as stored.
+        const std::string valid = unicode::validUtf8(text);
         std::lock_guard lock(mutex_);
-        if (!ensureOpenLocked()) {
-            result = InsertResult::disabled;
-        } else {
-            result = insertLocked(text, type, context_.clock.now());
-            // The file broke under us: it was moved aside and a new history
-            // started, and the copy goes into that one instead of being lost.
-            if (!db_.valid() && ensureOpenLocked())
-                result = insertLocked(text, type, context_.clock.now());
-        }
+        result = valid.size() > maxTextBytes
+                     ? InsertResult::tooLarge
+                     : saveLocked([&](double now) { return insertLocked(valid, type, now); });
     }
     notifyLocalChange();
+    return result;
+}
+
+template <typename Save>
+ClipboardStore::InsertResult ClipboardStore::saveLocked(Save&& save) {
+    if (!ensureOpenLocked()) {
+        if (databasePath())
+            file_.reportFailed();
+        return InsertResult::disabled;
+    }
+    InsertResult result = save(context_.clock.now());
+    // The file turned out damaged: it was rebuilt, and the copy goes into
+    // the new one instead of being lost.
+    if (result == InsertResult::failed && file_.recover())
+        result = save(context_.clock.now());
+    if (result == InsertResult::failed)
+        file_.reportFailed();
+    else
+        file_.reportSaved();
     return result;
 }
 
 ClipboardStore::InsertResult ClipboardStore::replaceRecent(std::string_view previous,
                                                            std::string_view text) {
     std::optional<InsertResult> result;
-    if (KeyboardSettings(context_.defaults).clipboardEnabled() && text.size() <= maxTextBytes) {
+    if (KeyboardSettings(context_.defaults).clipboardEnabled() && text.size() <= maxTextBytes &&
+        unicode::isValidUtf8(text)) {
         std::lock_guard lock(mutex_);
         if (ensureOpenLocked())
             result = replaceLocked(previous, text, context_.clock.now());
+        if (result)
+            file_.reportSaved();
     }
     if (!result)
         return insert(text);
@@ -160,55 +180,42 @@ std::optional<ClipboardStore::InsertResult> ClipboardStore::replaceLocked(std::s
 ClipboardStore::InsertResult ClipboardStore::insertLocked(std::string_view text,
                                                           const std::optional<std::string>& type,
                                                           double now) {
-    int damage = SQLITE_OK;
-    auto noteDamage = [&](int rc) {
-        if (isDamaged(rc))
-            damage = rc;
-        return rc;
-    };
-    auto result = [&]() -> InsertResult {
-        std::string h = hash(text);
-        sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
-        if (!tx.begun()) {
-            noteDamage(db_.errorCode());
-            return InsertResult::failed;
-        }
-
-        sql::CachedStatement update =
-            db_.cached("UPDATE items SET created = ?, modified = ?, dirty = 1 WHERE hash = ?");
-        update->bind(1, now);
-        update->bind(2, now);
-        update->bind(3, h);
-        if (!*update || noteDamage(update->step()) != SQLITE_DONE)
-            return InsertResult::failed;
-        if (db_.changes() > 0)
-            return tx.commit() ? InsertResult::movedToTop : InsertResult::failed;
-
-        sql::CachedStatement add = db_.cached(
-            "INSERT INTO items(id, text, hash, type, created, pinned, modified, dirty, rid) "
-            "VALUES(?,?,?,?,?,0,?,1,?)");
-        if (!*add)
-            return InsertResult::failed;
-        add->bind(1, crypto::newUUID());
-        add->bind(2, text);
-        add->bind(3, h);
-        add->bind(4, type ? *type : detectType(text));
-        add->bind(5, now);
-        add->bind(6, now);
-        add->bind(7, recordName(text, syncKey()));
-        int rc = noteDamage(add->step());
-        if (rc == SQLITE_DONE) {
-            trimLocked(now);
-            return tx.commit() ? InsertResult::inserted : InsertResult::failed;
-        }
-        // Another connection stored the same text between our two statements.
-        if ((rc & 0xff) == SQLITE_CONSTRAINT)
-            return InsertResult::movedToTop;
+    std::string h = hash(text);
+    sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
+    if (!tx.begun())
         return InsertResult::failed;
-    }();
-    if (damage != SQLITE_OK)
-        retireDamagedDatabase(db_, path_, context_.clock, context_.log, sqlite3_errstr(damage));
-    return result;
+
+    sql::CachedStatement update =
+        db_.cached("UPDATE items SET created = ?, modified = ?, dirty = 1 WHERE hash = ?");
+    update->bind(1, now);
+    update->bind(2, now);
+    update->bind(3, h);
+    if (!*update || update->step() != SQLITE_DONE)
+        return InsertResult::failed;
+    if (db_.changes() > 0)
+        return tx.commit() ? InsertResult::movedToTop : InsertResult::failed;
+
+    sql::CachedStatement add = db_.cached(
+        "INSERT INTO items(id, text, hash, type, created, pinned, modified, dirty, rid) "
+        "VALUES(?,?,?,?,?,0,?,1,?)");
+    if (!*add)
+        return InsertResult::failed;
+    add->bind(1, crypto::newUUID());
+    add->bind(2, text);
+    add->bind(3, h);
+    add->bind(4, type ? *type : detectType(text));
+    add->bind(5, now);
+    add->bind(6, now);
+    add->bind(7, recordName(text, syncKey()));
+    int rc = add->step();
+    if (rc == SQLITE_DONE) {
+        trimLocked(now);
+        return tx.commit() ? InsertResult::inserted : InsertResult::failed;
+    }
+    // Another connection stored the same text between our two statements.
+    if ((rc & 0xff) == SQLITE_CONSTRAINT)
+        return InsertResult::movedToTop;
+    return InsertResult::failed;
 }
 
 namespace {

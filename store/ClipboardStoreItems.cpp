@@ -83,29 +83,37 @@ std::vector<ClipboardStore::Item> ClipboardStore::fetch(
         byRecencyOnly
             ? " ORDER BY created DESC LIMIT ? OFFSET ?"
             : " ORDER BY (pinned = 1 AND category IS NULL) DESC, created DESC LIMIT ? OFFSET ?";
-    sql::Statement order = db_.prepare(query);
-    sql::Statement row = db_.prepare(
-        "SELECT id, text, type, created, pinned, category, label FROM items WHERE rowid = ?");
-    if (!order || !row)
-        return {};
-    int next = 1;
-    if (category.kind() == CategoryFilter::Kind::only)
-        order.bind(next++, category.id());
-    order.bind(next++, limit);
-    order.bind(next, offset);
+    auto read = [&] {
+        sql::Statement order = db_.prepare(query);
+        sql::Statement row = db_.prepare(
+            "SELECT id, text, type, created, pinned, category, label FROM items WHERE rowid = ?");
+        if (!order || !row)
+            return std::vector<Item>{};
+        int next = 1;
+        if (category.kind() == CategoryFilter::Kind::only)
+            order.bind(next++, category.id());
+        order.bind(next++, limit);
+        order.bind(next, offset);
 
-    // Both statements read inside one transaction, so no write can slip in
-    // between the order and the rows.
-    sql::Transaction tx(db_, sql::Transaction::Mode::deferred);
-    std::vector<Item> items;
-    while (order.step() == SQLITE_ROW) {
-        row.reset();
-        row.bind(1, order.int64(0));
-        if (row.step() != SQLITE_ROW || row.isNull(0) || row.isNull(1) || row.isNull(2))
-            continue;
-        items.push_back(Item{row.text(0), row.text(1), row.text(2), row.real(3), row.int64(4) != 0,
-                             row.optionalText(5), row.optionalText(6)});
-    }
+        // Both statements read inside one transaction, so no write can slip
+        // in between the order and the rows.
+        sql::Transaction tx(db_, sql::Transaction::Mode::deferred);
+        std::vector<Item> items;
+        while (order.step() == SQLITE_ROW) {
+            row.reset();
+            row.bind(1, order.int64(0));
+            if (row.step() != SQLITE_ROW || row.isNull(0) || row.isNull(1) || row.isNull(2))
+                continue;
+            items.push_back(Item{row.text(0), row.text(1), row.text(2), row.real(3),
+                                 row.int64(4) != 0, row.optionalText(5), row.optionalText(6)});
+        }
+        return items;
+    };
+    std::vector<Item> items = read();
+    // A damaged page ends the walk early; the rows beyond it are read again
+    // from the rebuilt file rather than silently left out.
+    if (file_.recover())
+        items = read();
     return items;
 }
 

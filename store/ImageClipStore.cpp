@@ -48,6 +48,69 @@ constexpr const char* kSyncSchema =
     "    category TEXT, label TEXT, w INTEGER NOT NULL, h INTEGER NOT NULL, fp BLOB, ck BLOB\n"
     ");";
 
+void applySchema(sql::Database& db) {
+    db.exec(kSchema);
+    for (auto [column, decl] : {std::pair{"category", "TEXT"},
+                                {"label", "TEXT"},
+                                {"modified", "REAL"},
+                                {"dirty", "INTEGER NOT NULL DEFAULT 0"},
+                                {"ck", "BLOB"},
+                                {"rid", "TEXT"},
+                                {"fp", "BLOB"},
+                                {"mm", "REAL"}})
+        ensureColumn(db, "media", column, decl);
+    db.exec(kSyncSchema);
+    ensureColumn(db, "sync_pending", "mm", "REAL");
+    db.exec(
+        "UPDATE media SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
+        "category IS NOT NULL OR label IS NOT NULL)");
+}
+
+StoreSchema imageSchema() {
+    return StoreSchema{
+        .fileName = "clipmedia.sqlite",
+        .tables =
+            {
+                {.name = "media",
+                 .columns = {{"id", "TEXT"},
+                             {"file", "TEXT"},
+                             {"thumb", "TEXT"},
+                             {"w", "INTEGER"},
+                             {"h", "INTEGER"},
+                             {"bytes", "INTEGER"},
+                             {"created", "REAL"},
+                             {"pinned", "INTEGER"},
+                             {"category", "TEXT"},
+                             {"label", "TEXT"},
+                             {"modified", "REAL"},
+                             {"dirty", "INTEGER"},
+                             {"ck", "BLOB"},
+                             {"rid", "TEXT"},
+                             {"fp", "BLOB"},
+                             {"mm", "REAL"}},
+                 .required = 8,
+                 .keptFirst = "pinned = 1 OR category IS NOT NULL OR label IS NOT NULL"},
+                {.name = "sync_tombstones",
+                 .columns = {{"key", "TEXT"}, {"at", "REAL"}},
+                 .required = 2},
+                {.name = "sync_pending",
+                 .columns = {{"rid", "TEXT"},
+                             {"created", "REAL"},
+                             {"modified", "REAL"},
+                             {"pinned", "INTEGER"},
+                             {"category", "TEXT"},
+                             {"label", "TEXT"},
+                             {"w", "INTEGER"},
+                             {"h", "INTEGER"},
+                             {"fp", "BLOB"},
+                             {"ck", "BLOB"},
+                             {"mm", "REAL"}},
+                 .required = 10},
+            },
+        .apply = applySchema,
+    };
+}
+
 bool fitsInt32(std::int64_t v) {
     return v >= std::numeric_limits<std::int32_t>::min() &&
            v <= std::numeric_limits<std::int32_t>::max();
@@ -90,10 +153,10 @@ void ImageClipStore::removeFiles(const std::vector<std::string>& paths) {
 }
 
 ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
-    : context_(std::move(context)), reducer_(reducer) {}
+    : context_(std::move(context)), reducer_(reducer), file_(imageSchema(), context_) {}
 
 std::optional<fs::path> ImageClipStore::databasePath() const {
-    return libraryPath(context_, "clipmedia.sqlite");
+    return file_.path();
 }
 
 std::optional<fs::path> ImageClipStore::imageFolder() const {
@@ -104,28 +167,15 @@ std::optional<fs::path> ImageClipStore::imageFolder() const {
     return folder;
 }
 
-bool ImageClipStore::ensureOpenLocked() {
-    if (db_.valid())
-        return true;
-    if (!openLibraryDatabase(db_, context_, "clipmedia.sqlite"))
-        return false;
+bool ImageClipStore::open() {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked();
+}
 
-    db_.exec(kSchema);
-    for (auto [column, decl] : {std::pair{"category", "TEXT"},
-                                {"label", "TEXT"},
-                                {"modified", "REAL"},
-                                {"dirty", "INTEGER NOT NULL DEFAULT 0"},
-                                {"ck", "BLOB"},
-                                {"rid", "TEXT"},
-                                {"fp", "BLOB"},
-                                {"mm", "REAL"}})
-        ensureColumn(db_, "media", column, decl);
-    db_.exec(kSyncSchema);
-    ensureColumn(db_, "sync_pending", "mm", "REAL");
-    db_.exec(
-        "UPDATE media SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
-        "category IS NOT NULL OR label IS NOT NULL)");
-    return true;
+bool ImageClipStore::ensureOpenLocked() {
+    // Damage a statement ran into since is repaired before the next one.
+    file_.recover();
+    return file_.open();
 }
 
 std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,

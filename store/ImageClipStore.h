@@ -13,6 +13,7 @@
 #include "store/ImageReducer.h"
 #include "store/Sql.h"
 #include "store/StoreContext.h"
+#include "store/StoreDatabase.h"
 
 namespace zettly {
 
@@ -88,6 +89,9 @@ public:
     static std::int64_t distance(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
 
     std::optional<std::filesystem::path> databasePath() const;
+    // Opens (checking, and rebuilding a damaged file) now rather than at the
+    // first operation: the app calls it at start-up, off the main thread.
+    bool open();
     // The image folder, created (0700) when asked for.
     std::optional<std::filesystem::path> imageFolder() const;
 
@@ -196,7 +200,8 @@ private:
     StoreContext context_;
     ImageReducer& reducer_;
     std::mutex mutex_;
-    sql::Database db_;
+    StoreDatabase file_;
+    sql::Database& db_ = file_.db();
 };
 
 }  // namespace zettly

@@ -14,12 +14,15 @@ Database::~Database() {
 }
 
 Database::Database(Database&& other) noexcept
-    : db_(std::exchange(other.db_, nullptr)), cache_(std::move(other.cache_)) {}
+    : db_(std::exchange(other.db_, nullptr)),
+      onError_(std::move(other.onError_)),
+      cache_(std::move(other.cache_)) {}
 
 Database& Database::operator=(Database&& other) noexcept {
     if (this != &other) {
         close();
         db_ = std::exchange(other.db_, nullptr);
+        onError_ = std::move(other.onError_);
         cache_ = std::move(other.cache_);
     }
     return *this;
@@ -32,9 +35,15 @@ bool Database::open(const std::filesystem::path& path) {
                              SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
                              nullptr);
     if (rc != SQLITE_OK) {
+        openFailure_ = db ? sqlite3_extended_errcode(db) : rc;
+        openErrno_ = db ? sqlite3_system_errno(db) : 0;
         sqlite3_close_v2(db);
         return false;
     }
+    // SQLITE_IOERR_WRITE says more in a log line than SQLITE_IOERR.
+    sqlite3_extended_result_codes(db, 1);
+    openFailure_ = SQLITE_OK;
+    openErrno_ = 0;
     db_ = db;
     return true;
 }
@@ -47,22 +56,28 @@ void Database::close() {
     }
 }
 
+int Database::report(int rc) const {
+    if (rc != SQLITE_OK && rc != SQLITE_ROW && rc != SQLITE_DONE && onError_)
+        (*onError_)(rc);
+    return rc;
+}
+
 bool Database::exec(const std::string& sql) {
     if (!db_)
         return false;
-    return sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+    return report(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr)) == SQLITE_OK;
 }
 
 Statement Database::prepare(std::string_view sql) {
     if (!db_ || sql.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
         return {};
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr) !=
+    if (report(sqlite3_prepare_v2(db_, sql.data(), static_cast<int>(sql.size()), &stmt, nullptr)) !=
         SQLITE_OK) {
         sqlite3_finalize(stmt);
         return {};
     }
-    return Statement(stmt);
+    return Statement(stmt, onError_);
 }
 
 CachedStatement Database::cached(const std::string& sql) {
@@ -87,7 +102,20 @@ int Database::changes() const {
 }
 
 int Database::errorCode() const {
-    return db_ ? sqlite3_errcode(db_) : SQLITE_MISUSE;
+    if (!db_)
+        return openFailure_ != SQLITE_OK ? openFailure_ : SQLITE_MISUSE;
+    return sqlite3_extended_errcode(db_);
+}
+
+int Database::systemErrno() const {
+    return db_ ? sqlite3_system_errno(db_) : openErrno_;
+}
+
+void Database::setErrorHandler(ErrorHandler handler) {
+    // Statements already cached keep the old handler; they are few and fixed,
+    // so they are prepared again under the new one.
+    cache_.clear();
+    onError_ = handler ? std::make_shared<const ErrorHandler>(std::move(handler)) : nullptr;
 }
 
 void Database::setBusyTimeout(int milliseconds) {
@@ -101,14 +129,22 @@ Statement::~Statement() {
     sqlite3_finalize(stmt_);
 }
 
-Statement::Statement(Statement&& other) noexcept : stmt_(std::exchange(other.stmt_, nullptr)) {}
+Statement::Statement(Statement&& other) noexcept
+    : stmt_(std::exchange(other.stmt_, nullptr)), onError_(std::move(other.onError_)) {}
 
 Statement& Statement::operator=(Statement&& other) noexcept {
     if (this != &other) {
         sqlite3_finalize(stmt_);
         stmt_ = std::exchange(other.stmt_, nullptr);
+        onError_ = std::move(other.onError_);
     }
     return *this;
+}
+
+int Statement::report(int rc) const {
+    if (rc != SQLITE_OK && rc != SQLITE_ROW && rc != SQLITE_DONE && onError_)
+        (*onError_)(rc);
+    return rc;
 }
 
 void Statement::bind(int index, std::int64_t value) {
@@ -142,8 +178,13 @@ void Statement::bindNull(int index) {
         sqlite3_bind_null(stmt_, index);
 }
 
+void Statement::bindColumn(int index, const Statement& source, int column) {
+    if (stmt_ && source.stmt_)
+        sqlite3_bind_value(stmt_, index, sqlite3_column_value(source.stmt_, column));
+}
+
 int Statement::step() {
-    return stmt_ ? sqlite3_step(stmt_) : SQLITE_MISUSE;
+    return stmt_ ? report(sqlite3_step(stmt_)) : SQLITE_MISUSE;
 }
 
 void Statement::reset() {

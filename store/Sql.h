@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -18,6 +19,12 @@ using Bytes = std::vector<std::uint8_t>;
 
 class Statement;
 class CachedStatement;
+
+// Told of every failed prepare, step or exec on a connection, with SQLite's
+// extended result code, before the caller sees the failure. Callers keep
+// their own checks; the handler is where a store notices that the disk is
+// full or the file is damaged, whichever statement ran into it.
+using ErrorHandler = std::function<void(int resultCode)>;
 
 // A prepared statement. An empty Statement (failed prepare) is not valid();
 // binding to it does nothing and step() answers SQLITE_MISUSE, so callers
@@ -47,6 +54,9 @@ public:
     void bind(int index, std::span<const std::uint8_t> value);
     void bind(int index, const Bytes& value) { bind(index, std::span<const std::uint8_t>(value)); }
     void bindNull(int index);
+    // The value in `column` of `source`'s current row, whatever its type:
+    // for copying rows between connections.
+    void bindColumn(int index, const Statement& source, int column);
     template <typename T>
     void bind(int index, const std::optional<T>& value) {
         if (value)
@@ -70,8 +80,11 @@ public:
 
 private:
     friend class Database;
-    explicit Statement(sqlite3_stmt* stmt) : stmt_(stmt) {}
+    Statement(sqlite3_stmt* stmt, std::shared_ptr<const ErrorHandler> onError)
+        : stmt_(stmt), onError_(std::move(onError)) {}
+    int report(int rc) const;
     sqlite3_stmt* stmt_ = nullptr;
+    std::shared_ptr<const ErrorHandler> onError_;
 };
 
 // An owned sqlite3 connection. Closing happens in the destructor; a
@@ -83,6 +96,11 @@ private:
 //   sql::Statement st = db.prepare("SELECT text FROM items WHERE id = ?");
 //   st.bind(1, id);
 //   while (st.step() == SQLITE_ROW) use(st.text(0));
+//
+// With an error handler, every failure on the connection is also reported
+// to it:
+//
+//   db.setErrorHandler([&](int rc) { if (rc == SQLITE_FULL) diskFull = true; });
 class Database {
 public:
     Database() = default;
@@ -108,13 +126,25 @@ public:
     CachedStatement cached(const std::string& sql);
 
     int changes() const;
+    // The last failure's extended result code; after a failed open, the
+    // open's.
     int errorCode() const;
+    // The operating system's error number behind the last failure (ENOSPC,
+    // EROFS, ...), 0 when there was none.
+    int systemErrno() const;
     void setBusyTimeout(int milliseconds);
+    // Replaces the handler for statements prepared from now on.
+    void setErrorHandler(ErrorHandler handler);
 
     sqlite3* handle() const { return db_; }
 
 private:
+    int report(int rc) const;
+
     sqlite3* db_ = nullptr;
+    int openFailure_ = SQLITE_OK;
+    int openErrno_ = 0;
+    std::shared_ptr<const ErrorHandler> onError_;
     std::unordered_map<std::string, std::unique_ptr<Statement>> cache_;
     Statement invalid_;
 };

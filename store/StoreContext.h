@@ -9,6 +9,7 @@ namespace zettly {
 class Clock;
 class Defaults;
 class Log;
+class StoreHealth;
 
 // What a store needs from its surroundings. The application passes the
 // user's defaults, the session's container folder and the system clock;
@@ -20,6 +21,9 @@ struct StoreContext {
     std::function<std::optional<std::filesystem::path>()> container;
     const Clock& clock;
     Log& log;
+    // Told of captures that could not be saved and of files that had to be
+    // rebuilt; none where nobody shows them (benchmarks).
+    StoreHealth* health = nullptr;
 };
 
 }  // namespace zettly

@@ -6,6 +6,7 @@
 
 #include "platform/Defaults.h"
 #include "store/StoreContext.h"
+#include "store/StoreHealth.h"
 #include "tests/fakes/FakeClock.h"
 #include "tests/fakes/RecordingLog.h"
 #include "tests/fakes/TempDir.h"
@@ -20,6 +21,7 @@ struct StoreEnvironment {
     FakeClock clock;
     RecordingLog log;
     Defaults defaults{dir / "config/defaults.json", clock, log};
+    StoreHealth health{log};
     std::filesystem::path container = dir / "container";
     bool containerAvailable = true;
 
@@ -31,7 +33,7 @@ struct StoreEnvironment {
                                 std::filesystem::create_directories(container);
                                 return container;
                             },
-                            clock, log};
+                            clock, log, &health};
     }
     std::filesystem::path library() const { return container / "Library"; }
 };
