@@ -123,6 +123,11 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
 
         auto text = pasteboard.string();
         if (text.ok() && !unicode::trimmed(text.value).empty()) {
+            // The store refuses it anyway; without this the patterns would
+            // each spend up to their time limit on megabytes first.
+            if (text.value.size() > ClipboardStore::maxTextBytes)
+                return notSaved("it is too large for the history (more than " +
+                                std::to_string(ClipboardStore::maxTextBytes) + " bytes)");
             // Compiled afresh on every copy: a pattern edited in the settings
             // applies to the very next one.
             if (matchesAnyPattern(text.value, prefs.ignoredPatterns(), deps.log))
@@ -191,12 +196,16 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
     // A copy lost to its owner: said once in the log, so a user who misses
     // one can find out why.
     void dropped(ReadStatus why) {
-        forgetRecent();
         if (why == ReadStatus::noAnswer)
-            deps.log.line(
-                "[Zettly] a copy was not saved: the application that made it stopped answering");
-        else if (why == ReadStatus::tooLarge)
-            deps.log.line("[Zettly] a copy was not saved: it is too large to read");
+            return notSaved("the application that made it stopped answering");
+        if (why == ReadStatus::tooLarge)
+            return notSaved("it is too large to read");
+        forgetRecent();
+    }
+
+    void notSaved(const std::string& why) {
+        forgetRecent();
+        deps.log.line("[Zettly] a copy was not saved: " + why);
     }
 
     // Whether `text` is `previous` grown at either end, as a selection

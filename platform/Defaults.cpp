@@ -3,11 +3,11 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <limits>
-#include <sstream>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "platform/Clock.h"
 #include "platform/Crypto.h"
@@ -21,6 +21,41 @@ using nlohmann::json;
 namespace {
 
 constexpr const char* kDataKey = "$data";
+
+struct FileContents {
+    std::optional<std::string> text;  // none: it could not be read
+    std::uintmax_t size = 0;          // as the open file reported it
+};
+
+// One buffer of the file's size, and nothing read when that is over `limit`.
+FileContents readFile(const std::filesystem::path& file, std::uintmax_t limit) {
+    FileContents contents;
+    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return contents;
+    struct stat st {};
+    if (::fstat(fd, &st) == 0) {
+        contents.size = static_cast<std::uintmax_t>(st.st_size);
+        if (contents.size <= limit) {
+            std::string text(contents.size, '\0');
+            std::size_t done = 0;
+            while (done < text.size()) {
+                ssize_t n = ::read(fd, text.data() + done, text.size() - done);
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0)
+                    break;
+                done += static_cast<std::size_t>(n);
+            }
+            // Writers replace the file by renaming, so an open file does not
+            // change; a short read is a failed one.
+            if (done == text.size())
+                contents.text = std::move(text);
+        }
+    }
+    ::close(fd);
+    return contents;
+}
 
 std::optional<std::int64_t> parseInteger(const std::string& s) {
     errno = 0;
@@ -65,14 +100,18 @@ void Defaults::refreshLocked() const {
 }
 
 void Defaults::loadLocked() const {
-    std::ifstream in(file_, std::ios::binary);
-    std::stringstream buffer;
-    buffer << in.rdbuf();
-    json parsed = json::parse(buffer.str(), nullptr, /*allow_exceptions=*/false);
-    if (in.bad() || parsed.is_discarded() || !parsed.is_object()) {
+    FileContents contents = readFile(file_, maxFileBytes);
+    json parsed;
+    if (contents.text)
+        parsed = json::parse(*contents.text, nullptr, /*allow_exceptions=*/false);
+    if (!contents.text || parsed.is_discarded() || !parsed.is_object()) {
         // Keep the damaged file for the user and carry on with the defaults.
+        std::string problem = contents.size > maxFileBytes
+                                  ? " is too large to read (" + std::to_string(contents.size) +
+                                        " bytes, the limit is " + std::to_string(maxFileBytes) + ")"
+                                  : " could not be read";
         auto aside = files::moveAside(file_, clock_.now());
-        log_.line("[Zettly] preferences file " + file_.string() + " could not be read; " +
+        log_.line("[Zettly] preferences file " + file_.string() + problem + "; " +
                   (aside ? "moved aside to " + aside->string() : std::string("left in place")) +
                   "; using the defaults");
         root_ = json::object();

@@ -24,13 +24,20 @@ class Log;
 // another process replaced the file and reads it again, so a change made by
 // a second instance (or by hand) takes effect at the next read. Writes go to
 // a temporary file that is renamed into place, so a crash never leaves half a
-// file. A file that cannot be parsed is moved aside as
+// file. A file that cannot be parsed, or one over maxFileBytes (left
+// unread), is moved aside as
 // "<name>.corrupt-<time>" with one log line, and the defaults apply.
 //
 // Safe to use from any thread.
 class Defaults {
 public:
     using Bytes = std::vector<std::uint8_t>;
+
+    // Real preferences are a few kilobytes (switches, a shortcut, the ignore
+    // lists, the sync status); even thousands of ignore patterns stay far
+    // below this. A larger file is damage or a runaway writer, and parsing
+    // it would take several times its size in memory.
+    static constexpr std::uintmax_t maxFileBytes = 4 * 1024 * 1024;
 
     Defaults(std::filesystem::path file, const Clock& clock, Log& log);
 

@@ -467,12 +467,10 @@ void GeneralPage::reloadShortcutNote() {
 }
 
 void GeneralPage::reloadPreview() {
-    // Anything not above 0 means "only with the shortcut" to the history
-    // window, whatever number is stored; a positive value from elsewhere
-    // gets an entry of its own so the picker never shows a delay that is
-    // not the one in use.
-    const double stored = ClipPrefs(context_.defaults).previewDelay();
-    const double shown = stored > 0 ? stored : 0;
+    // A delay from elsewhere (ClipPrefs reads a negative one as 0) gets an
+    // entry of its own so the picker never shows a delay that is not the one
+    // in use.
+    const double shown = ClipPrefs(context_.defaults).previewDelay();
     std::vector<double> delays(std::begin(previewDelays), std::end(previewDelays));
     if (std::none_of(delays.begin(), delays.end(), [&](double d) { return sameDelay(d, shown); })) {
         delays.push_back(shown);

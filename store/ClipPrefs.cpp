@@ -1,17 +1,41 @@
 #include "store/ClipPrefs.h"
 
 #include <algorithm>
+#include <cmath>
+#include <limits>
 
 #include "platform/Defaults.h"
 #include "store/PrefKeys.h"
 
 namespace zettly {
 
+namespace {
+
+bool fitsUint32(std::int64_t v) {
+    return v >= 0 && v <= std::numeric_limits<std::uint32_t>::max();
+}
+
+// A hand-edited file can hold any number, and a numeric string may even be
+// "inf" or "nan": one the window cannot take would make it vanish or fill the
+// screen (1e308 became a negative size).
+double sideWithin(double stored, double fallback, double min, double max) {
+    if (!(stored > 0) || !std::isfinite(stored))
+        return fallback;
+    return std::clamp(stored, min, max);
+}
+
+}  // namespace
+
 HotKeyCombo ClipPrefs::hotKey() const {
     if (!defaults_.contains(prefkey::hotKeyCode))
         return HotKeyCombo{};
-    return HotKeyCombo{static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyCode)),
-                       static_cast<std::uint32_t>(defaults_.integer(prefkey::hotKeyMods))};
+    std::int64_t code = defaults_.integer(prefkey::hotKeyCode);
+    std::int64_t modifiers = defaults_.integer(prefkey::hotKeyMods);
+    // Cut to 32 bits, a damaged number would silently name some real key
+    // (2^32 + 9 is V); it reads as if nothing were stored.
+    if (!fitsUint32(code) || !fitsUint32(modifiers))
+        return HotKeyCombo{};
+    return HotKeyCombo{static_cast<std::uint32_t>(code), static_cast<std::uint32_t>(modifiers)};
 }
 
 void ClipPrefs::setHotKey(HotKeyCombo combo) {
@@ -30,10 +54,10 @@ void ClipPrefs::setPopupPosition(PopupPosition position) {
 }
 
 ClipPrefs::PopupSize ClipPrefs::popupSize() const {
-    double width = defaults_.doubleValue(prefkey::popupWidth);
-    double height = defaults_.doubleValue(prefkey::popupHeight);
-    return PopupSize{width > 0 ? width : defaultPopupSize.width,
-                     height > 0 ? height : defaultPopupSize.height};
+    return PopupSize{sideWithin(defaults_.doubleValue(prefkey::popupWidth), defaultPopupSize.width,
+                                minPopupSize.width, maxPopupSize.width),
+                     sideWithin(defaults_.doubleValue(prefkey::popupHeight),
+                                defaultPopupSize.height, minPopupSize.height, maxPopupSize.height)};
 }
 
 void ClipPrefs::setPopupSize(PopupSize size) {
@@ -48,7 +72,10 @@ bool ClipPrefs::saveImages() const {
 }
 
 double ClipPrefs::previewDelay() const {
-    return defaults_.doubleObject(prefkey::previewDelay).value_or(defaultPreviewDelay);
+    // The file holds only finite numbers (its parser refuses overflowing
+    // ones), so a clamp is all a stored delay needs.
+    return std::clamp(defaults_.doubleObject(prefkey::previewDelay).value_or(defaultPreviewDelay),
+                      0.0, maxPreviewDelay);
 }
 
 std::int64_t ClipPrefs::clipboardLimit() const {

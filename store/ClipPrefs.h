@@ -30,9 +30,14 @@ public:
     static constexpr PopupSize minPopupSize{320, 360};
     static constexpr PopupSize maxPopupSize{600, 800};
     static constexpr double defaultPreviewDelay = 1.5;
+    // Nobody waits a minute for a preview; the cap also keeps the delay
+    // within what a millisecond timer can hold.
+    static constexpr double maxPreviewDelay = 60;
 
     explicit ClipPrefs(Defaults& defaults) : defaults_(defaults) {}
 
+    // The default combination when none is stored, or when the key code or
+    // the modifier mask does not fit in 32 bits.
     HotKeyCombo hotKey() const;
     void setHotKey(HotKeyCombo combo);
 
@@ -40,12 +45,16 @@ public:
     PopupPosition popupPosition() const;
     void setPopupPosition(PopupPosition position);
 
-    // Values not above 0 read as the default; writes are clamped to the
-    // window's minimum and maximum size.
+    // A value that is missing, not a number, infinite or not above 0 reads
+    // as the default; any other is clamped to the window's minimum and
+    // maximum size, on reading as on writing.
     PopupSize popupSize() const;
     void setPopupSize(PopupSize size);
 
     bool saveImages() const;
+    // Seconds the selection rests before the preview opens; 0 means only when
+    // asked for. Below 0 reads as 0, more than a minute as a minute;
+    // anything but a number reads as the default.
     double previewDelay() const;
 
     // The history limit; 0, a negative number or a missing value mean 200.

@@ -391,5 +391,25 @@ TEST_F(Capture, APatternBlocksACaseSensitiveWholeTextMatchAndABadOneIsSkippedOrL
     EXPECT_THAT(history(), ElementsAre("first line\nnote\nlast line", "Secret"));
 }
 
+TEST_F(Capture, ATextTooLargeForTheHistoryIsRefusedBeforeAnyPatternRunsAndSaysSo) {
+    // "(a+)+$" does not finish on such a text, and says so when it runs.
+    env.defaults.setStringArray(prefkey::ignoredPatterns, {"(a+)+$"});
+    const std::string atLimit = std::string(ClipboardStore::maxTextBytes - 1, 'a') + "b";
+    copyAndPoll(atLimit);
+    ASSERT_EQ(env.log.lines().size(), 1u);
+    EXPECT_THAT(env.log.lines()[0], HasSubstr("(a+)+$"));
+
+    copyAndPoll("a" + atLimit);
+    ASSERT_EQ(env.log.lines().size(), 2u);
+    EXPECT_THAT(env.log.lines()[1], HasSubstr("too large for the history"));
+    EXPECT_THAT(history(), IsEmpty());
+
+    env.defaults.remove(prefkey::ignoredPatterns);
+    copyAndPoll(atLimit);
+    copyAndPoll(atLimit + "!");
+    EXPECT_THAT(history(), ElementsAre(atLimit));
+    EXPECT_EQ(env.log.lines().size(), 3u);
+}
+
 }  // namespace
 }  // namespace zettly

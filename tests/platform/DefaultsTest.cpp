@@ -1,5 +1,9 @@
 #include <fstream>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/Defaults.h"
@@ -90,6 +94,38 @@ TEST(Defaults, ACorruptFileIsMovedAsideOnceAndTheDefaultsApply) {
         EXPECT_EQ(json::parse(f.raw(f.file)), (json{{"k", true}}));
         EXPECT_EQ(f.log.lines().size(), 1u);
     }
+}
+
+TEST(Defaults, AFileFarLargerThanPreferencesIsMovedAsideUnreadAndTheNextWriteStartsAfresh) {
+    DefaultsFile f;
+    // Up to the limit a file is read: valid JSON padded with blanks.
+    const std::string start = R"({"k": "kept"})";
+    std::string padded = start;
+    padded.resize(Defaults::maxFileBytes, ' ');
+    f.writeRaw(padded);
+    EXPECT_EQ(f.defaults.string("k"), "kept");
+
+    // 200 MB of holes, which take no room on disk, after the same start.
+    const off_t huge = 200 * 1000 * 1000;
+    fs::path next = f.dir / "defaults.json.new";
+    int fd = ::open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(::write(fd, start.data(), start.size()), ssize_t(start.size()));
+    ASSERT_EQ(::ftruncate(fd, huge), 0);
+    ::close(fd);
+    fs::rename(next, f.file);
+
+    EXPECT_FALSE(f.defaults.contains("k"));
+    fs::path aside = f.dir / "config/defaults.json.corrupt-1731670123";
+    EXPECT_EQ(fs::file_size(aside), std::uintmax_t(huge));
+    ASSERT_EQ(f.log.lines().size(), 1u);
+    // Read, the holes would have made it unparseable instead.
+    EXPECT_THAT(f.log.lines()[0], ::testing::HasSubstr("too large"));
+    EXPECT_THAT(f.log.lines()[0], ::testing::HasSubstr(aside.string()));
+
+    f.defaults.setBool("b", true);
+    EXPECT_EQ(json::parse(f.raw(f.file)), (json{{"b", true}}));
+    EXPECT_EQ(f.log.lines().size(), 1u);
 }
 
 }  // namespace

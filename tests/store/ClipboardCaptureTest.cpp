@@ -123,6 +123,15 @@ TEST_F(ClipboardCapture, RowsExpireAfterTheRetentionUnlessPinnedFiledOrLabelled)
     store.insert("an hour more");
     EXPECT_THAT(texts(),
                 ElementsAre("filed", "labelled", "pinned", "a second more", "an hour more"));
+
+    // The largest numbers the file can hold keep everything: the cutoff must
+    // not wrap round into the future, nor the limit into a negative one.
+    env.defaults.setDouble(prefkey::clipboardLimit, 1e308);
+    env.defaults.setInteger(prefkey::clipboardRetentionMinutes, INT64_MAX);
+    env.clock.advance(100.0 * 365 * 24 * 60 * 60);
+    store.insert("a century on");
+    EXPECT_EQ(texts().size(), 6u);
+    EXPECT_EQ(store.fetch(10, 0).size(), 6u) << "rows kept but hidden as expired";
 }
 
 TEST(ClipboardTypes, DetectsLinksNumbersAndEverythingElseAsText) {

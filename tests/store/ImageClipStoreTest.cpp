@@ -217,6 +217,13 @@ TEST_F(ImageHistory, ALabelledImageOutlivesTheRetentionWhileAnUnlabelledOneIsHid
     EXPECT_TRUE(removed(plainFiles));
     // Without a sync key nothing was ever shared, so nothing is retracted.
     EXPECT_THAT(sql("SELECT key FROM sync_tombstones"), IsEmpty());
+
+    // The longest retention the file can hold must not wrap round into a
+    // cutoff in the future.
+    env.defaults.setInteger("clipboardRetentionMinutes", INT64_MAX);
+    env.clock.advance(100.0 * 365 * 24 * 60 * 60);
+    std::string late = save(numbered(6));
+    EXPECT_THAT(listed(), ElementsAre(pinned, late, fresh, labelled));
 }
 
 TEST_F(ImageHistory, DeletingOrClearingRemovesRowsFilesAndRecordsButAlwaysKeepsFiledImages) {

@@ -1,4 +1,5 @@
 #include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -68,12 +69,51 @@ TEST_F(Preferences, NothingStoredOrValuesOfAnotherKindOrOutOfRangeGiveTheDefault
     EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{49, 0}));
 }
 
-TEST_F(Preferences, PopupSizeIsClampedOnWrite) {
+TEST_F(Preferences, PopupSizeIsClampedOnWriteAndOnReadAndASideWithNoUsableNumberIsTheDefault) {
     prefs.setPopupSize({1000, 200});
     EXPECT_EQ(defaults.doubleObject(prefkey::popupWidth), 600.0);
     EXPECT_EQ(defaults.doubleObject(prefkey::popupHeight), 360.0);
     prefs.setPopupSize({100, 1000});
     EXPECT_EQ(prefs.popupSize(), (Size{320, 800}));
+
+    // Written by hand and read by a fresh store, as at the next start.
+    auto sizeRead = [&](const std::string& width, const std::string& height) {
+        fs::create_directories(defaults.file().parent_path());
+        std::ofstream(defaults.file())
+            << R"({"popupWidth": )" << width << R"(, "popupHeight": )" << height << "}";
+        Defaults fresh(defaults.file(), env.clock, env.log);
+        return ClipPrefs(fresh).popupSize();
+    };
+    EXPECT_EQ(sizeRead("100", "1000"), (Size{320, 800}));
+    EXPECT_EQ(sizeRead("1000", "200"), (Size{600, 360}));
+    EXPECT_EQ(sizeRead("1e308", "-5"), (Size{600, 540}));
+    EXPECT_EQ(sizeRead("-1e308", "18446744073709551616"), (Size{400, 800}));
+    // Numeric strings convert, and strtod takes "inf" and "nan" for numbers.
+    EXPECT_EQ(sizeRead(R"("700")", R"("abc")"), (Size{600, 540}));
+    EXPECT_EQ(sizeRead(R"("inf")", R"("nan")"), (Size{400, 540}));
+    EXPECT_EQ(env.log.lines().size(), 0u) << "a valid file was taken for a damaged one";
+}
+
+TEST_F(Preferences, OtherNumbersOutOfRangeReadAsTheNearestSensibleValueOrTheDefault) {
+    defaults.setDouble(prefkey::previewDelay, 1e308);
+    EXPECT_EQ(prefs.previewDelay(), ClipPrefs::maxPreviewDelay);
+    defaults.setDouble(prefkey::previewDelay, -5);
+    EXPECT_EQ(prefs.previewDelay(), 0.0);  // "only when asked for", as the settings show it
+    defaults.setDouble(prefkey::previewDelay, 0.5);
+    EXPECT_EQ(prefs.previewDelay(), 0.5);
+
+    // Cut to 32 bits these would be V (9) and Option (2048).
+    const std::int64_t wrapsToV = (std::int64_t{1} << 32) + 9;
+    defaults.setInteger(prefkey::hotKeyMods, 256);
+    for (std::int64_t code : {wrapsToV, std::int64_t{-1}, INT64_MAX}) {
+        defaults.setInteger(prefkey::hotKeyCode, code);
+        EXPECT_EQ(prefs.hotKey(), HotKeyCombo{}) << code;
+    }
+    defaults.setInteger(prefkey::hotKeyCode, 49);
+    defaults.setInteger(prefkey::hotKeyMods, (std::int64_t{1} << 32) + 2048);
+    EXPECT_EQ(prefs.hotKey(), HotKeyCombo{});
+    defaults.setInteger(prefkey::hotKeyMods, 4294967295);
+    EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{49, 4294967295}));
 }
 
 TEST_F(Preferences, PasteKeysReadOnlyWellFormedEntriesTheLastForAnAppWinsAndNoneIsLostOnWrite) {

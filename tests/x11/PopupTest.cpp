@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "store/ClipPrefs.h"
 #include "tests/fakes/SqlRows.h"
 #include "tests/support/AppTestSupport.h"
 
@@ -91,9 +92,16 @@ TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     EXPECT_FALSE(panelVisible());
 }
 
-TEST_F(PopupTest, EscapeClosesTheWindowWithoutTouchingTheClipboard) {
-    run("xdotool key alt+v");
+TEST_F(PopupTest, AnAbsurdStoredSizeOpensClampedAndEscapeClosesWithoutTouchingTheClipboard) {
+    // Edited by hand: far too wide reads as the widest, a height below 0 as
+    // the default. The pointer leaves room for the whole window below it.
+    setDefaults(R"({"pasteAutomatically": true, "popupWidth": 1e308, "popupHeight": -3})");
+    run("xdotool mousemove 420 120 key alt+v");
     ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    EXPECT_EQ(output("xdotool getwindowgeometry --shell " + visibleWindow("Zettly") +
+                     " | grep -E '^(WIDTH|HEIGHT)='"),
+              "WIDTH=" + std::to_string(int(ClipPrefs::maxPopupSize.width)) +
+                  "\nHEIGHT=" + std::to_string(int(ClipPrefs::defaultPopupSize.height)) + "\n");
     run("xdotool key Escape");
     EXPECT_TRUE(waitProcessing([&] { return !panelVisible(); }));
     EXPECT_EQ(output("xclip -o -selection clipboard"), "gamma three");
