@@ -3,6 +3,7 @@
 #include <bit>
 #include <fstream>
 #include <iterator>
+#include <unordered_set>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "platform/Crypto.h"
 #include "platform/Defaults.h"
 #include "platform/Files.h"
+#include "platform/Log.h"
 #include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
@@ -125,7 +127,77 @@ bool ImageClipStore::ensureOpenLocked() {
     db_.exec(
         "UPDATE media SET mm = COALESCE(modified, created) WHERE mm IS NULL AND (pinned = 1 OR "
         "category IS NOT NULL OR label IS NOT NULL)");
+    sweepOrphansLocked();
     return true;
+}
+
+bool ImageClipStore::open() {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked();
+}
+
+// Every file in the folder is written under the store's mutex right before
+// the statement that names it, and the upload's reduced copies live in the
+// temporary folder, so under the mutex a file no row names belongs to no one.
+void ImageClipStore::sweepOrphansLocked() {
+    auto folder = libraryPath(context_, "clipmedia");
+    std::error_code error;
+    if (!folder || !fs::is_directory(*folder, error))
+        return;
+    // Rows hold absolute paths; matching by name alone also keeps the
+    // pictures of rows written while the folder was reached by another path
+    // (a moved home folder, a link).
+    std::unordered_set<std::string> named;
+    sql::Statement rows = db_.prepare("SELECT file, thumb FROM media");
+    int rc;
+    while ((rc = rows.step()) == SQLITE_ROW)
+        for (int column : {0, 1})
+            named.insert(fs::path(rows.text(column)).filename().string());
+    rows = {};
+    if (rc != SQLITE_DONE) {
+        context_.log.line(std::string("[Zettly] clipmedia.sqlite could not be read (") +
+                          sqlite3_errstr(rc) + "); picture files no row names are kept");
+        return;
+    }
+
+    std::vector<fs::path> orphans;
+    for (fs::directory_iterator it(*folder, error), end; !error && it != end; it.increment(error)) {
+        std::error_code gone;  // removed meanwhile: nothing to reclaim
+        if (it->symlink_status(gone).type() == fs::file_type::regular &&
+            !named.contains(it->path().filename().string()))
+            orphans.push_back(it->path());
+    }
+    if (orphans.empty())
+        return;
+    // A database that was damaged and moved aside may name these files; the
+    // user can still restore it.
+    for (fs::directory_iterator it(folder->parent_path(), error), end; !error && it != end;
+         it.increment(error)) {
+        std::string name = it->path().filename().string();
+        if (name.starts_with("clipmedia.sqlite.corrupt-")) {
+            context_.log.line("[Zettly] " + std::to_string(orphans.size()) +
+                              " picture files no row names are kept while " + name +
+                              " lies beside the database");
+            return;
+        }
+    }
+
+    std::size_t files = 0;
+    std::uintmax_t bytes = 0;
+    std::string failure;
+    for (const fs::path& orphan : orphans) {
+        std::error_code unknownSize, kept;
+        std::uintmax_t size = fs::file_size(orphan, unknownSize);
+        if (fs::remove(orphan, kept)) {
+            ++files;
+            bytes += unknownSize ? 0 : size;
+        } else if (failure.empty()) {
+            failure = "; " + orphan.filename().string() + " stays: " + kept.message();
+        }
+    }
+    context_.log.line("[Zettly] reclaimed " + std::to_string(files) +
+                      " picture files that no image row named (" + std::to_string(bytes) +
+                      " bytes)" + failure);
 }
 
 std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,
@@ -192,18 +264,23 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     if (!ensureOpenLocked())
         return SaveResult::failed;
     auto written = writeFilesLocked(*reduced);
-    if (!written)
-        return SaveResult::failed;
-    const auto& [id, files] = *written;
-    bool duplicate = false;
-    bool stored =
-        insertLocked(id, files, reduced->full.width, reduced->full.height,
-                     static_cast<std::int64_t>(reduced->full.bytes.size()),
-                     fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
-                     context_.clock.now(), duplicate);
-    if (!stored || duplicate)
-        removeFiles({files.file, files.thumb});
-    return stored ? SaveResult::saved : SaveResult::failed;
+    if (written) {
+        const auto& [id, files] = *written;
+        bool duplicate = false;
+        bool stored =
+            insertLocked(id, files, reduced->full.width, reduced->full.height,
+                         static_cast<std::int64_t>(reduced->full.bytes.size()),
+                         fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
+                         context_.clock.now(), duplicate);
+        if (!stored || duplicate)
+            removeFiles({files.file, files.thumb});
+        if (stored)
+            return SaveResult::saved;
+    }
+    // A full disk fails saves: the space earlier crashes left behind helps
+    // now rather than at the next start.
+    sweepOrphansLocked();
+    return SaveResult::failed;
 }
 
 bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,

@@ -23,8 +23,11 @@ namespace zettly {
 // unpinned image beyond 24 MiB of full-size files.
 //
 // Decoding runs on the caller's thread; the database and file removals run
-// under the store's mutex. Operations never throw and never report: a
-// failure gives an empty list, none or `failed` and leaves the data as it was.
+// under the store's mutex. Operations never throw: a failure gives an empty
+// list, none or `failed` and leaves the data as it was.
+// Besides a damaged database moved aside, only the sweep logs: files that no
+// row names (left by a crash between writing a picture and committing its
+// row) are removed at the first open and after a failed save.
 class ImageClipStore {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -59,6 +62,11 @@ public:
                             ImageReducer& reducer = ImageReducer::inProcess());
     ImageClipStore(const ImageClipStore&) = delete;
     ImageClipStore& operator=(const ImageClipStore&) = delete;
+
+    // Opens the database now rather than at the first operation: the app
+    // calls it at start-up on a background thread, so the check and the
+    // sweep run before the user looks.
+    bool open();
 
     // Stores a copied image, or moves an equal one already in the history to
     // the top. Called off the main thread: it decodes and encodes.
@@ -173,6 +181,9 @@ private:
     std::optional<std::pair<std::string, Files>> writeFilesLocked(
         const ImageCodec::Reduced& reduced);
     static void removeFiles(const std::vector<std::string>& paths);
+    // Files in the image folder that no row names go; nothing does unless
+    // every row could be read.
+    void sweepOrphansLocked();
     bool insertLocked(const std::string& id, const Files& files, std::int64_t width,
                       std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
                       double now, bool& duplicate);
