@@ -266,16 +266,12 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     auto written = writeFilesLocked(*reduced);
     if (written) {
         const auto& [id, files] = *written;
-        bool duplicate = false;
-        bool stored =
-            insertLocked(id, files, reduced->full.width, reduced->full.height,
-                         static_cast<std::int64_t>(reduced->full.bytes.size()),
-                         fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
-                         context_.clock.now(), duplicate);
-        if (!stored || duplicate)
-            removeFiles({files.file, files.thumb});
-        if (stored)
+        if (storeLocked(id, files, reduced->full.width, reduced->full.height,
+                        static_cast<std::int64_t>(reduced->full.bytes.size()),
+                        fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
+                        context_.clock.now()))
             return SaveResult::saved;
+        removeFiles({files.file, files.thumb});
     }
     // A full disk fails saves: the space earlier crashes left behind helps
     // now rather than at the next start.
@@ -283,9 +279,9 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     return SaveResult::failed;
 }
 
-bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,
-                                  std::int64_t height, std::int64_t bytes,
-                                  std::span<const std::uint8_t> fp, double now, bool& duplicate) {
+bool ImageClipStore::storeLocked(const std::string& id, const Files& files, std::int64_t width,
+                                 std::int64_t height, std::int64_t bytes,
+                                 std::span<const std::uint8_t> fp, double now) {
     // Sizes come from a decoder limited to 1280 pixels and a 16 MiB input;
     // anything outside 32 bits is a broken image, not a row.
     if (!fitsInt32(width) || !fitsInt32(height) || !fitsInt32(bytes))
@@ -294,26 +290,51 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
     if (!tx.begun())
         return false;
 
+    std::optional<std::string> sameId;
+    std::vector<std::string> doomed;
     if (!fp.empty()) {
         sql::Statement same = db_.prepare(
-            "SELECT id, fp FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER BY created "
-            "DESC LIMIT 30");
+            "SELECT id, fp, file, thumb FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER "
+            "BY created DESC LIMIT 30");
         same.bind(1, width);
         same.bind(2, height);
-        while (same.step() == SQLITE_ROW) {
+        while (!sameId && same.step() == SQLITE_ROW) {
             auto other = same.blob(1);
-            if (!other || distance(fp, *other) >= sameImageDistance)
-                continue;
-            std::string t = sql::number(now);
-            std::string sameId = same.text(0);
-            same = {};
-            duplicate = db_.exec("UPDATE media SET created = " + t + ", modified = " + t +
-                                 ", dirty = 1 WHERE id = " + sql::quote(sameId)) &&
-                        tx.commit();
-            return duplicate;
+            if (other && distance(fp, *other) < sameImageDistance) {
+                sameId = same.text(0);
+                doomed = {same.text(2), same.text(3)};
+            }
         }
     }
+    if (sameId) {
+        // Two screenshots of one window a few lines apart look alike to the
+        // fingerprint: the entry stays one, but it pastes what was copied last.
+        if (!sql::run(db_,
+                      "UPDATE media SET file = ?, thumb = ?, bytes = ?, fp = ?, created = ?, "
+                      "modified = ?, dirty = 1 WHERE id = ?",
+                      files.file, files.thumb, bytes, fp, now, now, *sameId))
+            return false;
+        // Another device's earlier picture of the entry, still to be
+        // downloaded, would replace this later one.
+        if (!sql::run(db_,
+                      "DELETE FROM sync_pending WHERE modified <= ? AND rid = (SELECT rid FROM "
+                      "media WHERE id = ?)",
+                      now, *sameId))
+            return false;
+    } else if (!insertLocked(id, files, width, height, bytes, fp, now)) {
+        return false;
+    }
+    trimLocked(now, doomed);
+    expireLocked(now, doomed);
+    if (!tx.commit())
+        return false;
+    removeFiles(doomed);
+    return true;
+}
 
+bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,
+                                  std::int64_t height, std::int64_t bytes,
+                                  std::span<const std::uint8_t> fp, double now) {
     sql::Statement insert = db_.prepare(
         "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, modified, dirty, rid, "
         "fp)\nVALUES(?,?,?,?,?,?,?,0,?,1,?,?)");
@@ -330,16 +351,7 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
         insert.bindNull(10);
     else
         insert.bind(10, fp);
-    if (!insert.run())
-        return false;
-    insert = {};
-    std::vector<std::string> doomed;
-    trimLocked(now, doomed);
-    expireLocked(now, doomed);
-    if (!tx.commit())
-        return false;
-    removeFiles(doomed);
-    return true;
+    return insert.run();
 }
 
 bool ImageClipStore::tombstoneLocked(const std::string& condition, double now) {

@@ -68,8 +68,10 @@ public:
     // sweep run before the user looks.
     bool open();
 
-    // Stores a copied image, or moves an equal one already in the history to
-    // the top. Called off the main thread: it decodes and encodes.
+    // Stores a copied image. One that nearly equals an image in the history
+    // (a new screenshot of the same window) becomes that entry's new picture,
+    // moved to the top with its name, pin, label and category. Called off the
+    // main thread: it decodes and encodes.
     SaveResult save(std::span<const std::uint8_t> data);
 
     // At most 100 pinned and 15 unpinned images, pinned ones outside any
@@ -124,7 +126,7 @@ public:
 
     enum class ApplyResult {
         unchanged,
-        changed,    // the history changed
+        changed,    // the history changed (a known row's new picture may be pending too)
         needsData,  // remembered; its bytes must be downloaded (syncPendingDownloads)
     };
 
@@ -152,14 +154,17 @@ public:
     std::vector<std::string> syncPendingDownloads(int limit);
     // The record is gone from the server or carries no image.
     void syncDropPending(const std::string& rid);
-    // Stores the downloaded image of a pending record as a clean row; false
-    // when nothing is pending under `rid`, the bytes are not a readable image,
-    // a row with that name already exists, or writing failed.
+    // Stores the downloaded image of a pending record as a clean row, or as
+    // the new picture of the row of that name, which keeps its metadata;
+    // false when nothing is pending under `rid` (also once a later picture
+    // was copied here), the bytes are not a readable image, or writing failed.
     bool syncStoreDownloaded(const std::string& rid, std::span<const std::uint8_t> data);
     // A deletion from another device; rows with unsent local changes stay.
     // True when a row was deleted.
     bool syncApplyDeletion(const std::string& rid);
-    // Takes in a record's metadata (never its bytes).
+    // Takes in a record's metadata (never its bytes). A later version of a
+    // known row with another fingerprint carries a new picture: it is
+    // remembered for download, and the row is not uploaded until it arrived.
     ApplyResult syncApply(const SyncImage& record);
     // Everything is uploaded afresh as new records (the sync key changed).
     void syncPrepareFullUpload();
@@ -184,9 +189,14 @@ private:
     // Files in the image folder that no row names go; nothing does unless
     // every row could be read.
     void sweepOrphansLocked();
+    // Makes the picture in `files` a new row, or the new picture of a row it
+    // nearly equals, whose old files are removed once that is committed.
+    bool storeLocked(const std::string& id, const Files& files, std::int64_t width,
+                     std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
+                     double now);
     bool insertLocked(const std::string& id, const Files& files, std::int64_t width,
                       std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
-                      double now, bool& duplicate);
+                      double now);
     // These delete rows (with their tombstones) and add the rows' files to
     // `doomedFiles`, which are removed only once the deletion is committed.
     void trimLocked(double now, std::vector<std::string>& doomedFiles);
@@ -200,6 +210,8 @@ private:
     // Sync helpers (ImageClipStoreSync.cpp); none means a statement failed.
     std::optional<ApplyResult> applyLocked(const SyncImage& record, double now);
     std::optional<ApplyResult> applyMetadataLocked(const SyncImage& record);
+    // Keeps a record in sync_pending until its bytes are downloaded.
+    bool rememberLocked(const SyncImage& record);
     // Retracts a remote record that will never be stored here.
     bool refuseRecordLocked(const std::string& rid, double now);
     void resetServerStateLocked();

@@ -86,40 +86,59 @@ protected:
     }
 };
 
-// Blocks of 10x10 pixels growing brighter to the right; a darkened block flips exactly
-// one bit of the 17x16 difference hash.
-test::Paint blocks(int darkened, int scale = 10) {
-    return [=](int x, int y) {
-        int bx = x / scale, by = y / scale;
-        bool dark = by == bx - 1 && by % 3 == 1 && by / 3 < darkened;
-        auto v = static_cast<std::uint8_t>(dark ? 10 * bx : 40 + 10 * bx);
-        return Rgba{v, v, v};
-    };
+std::string hex(const Bytes& bytes) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string out;
+    for (std::uint8_t byte : bytes) {
+        out += digits[byte >> 4];
+        out += digits[byte & 15];
+    }
+    return out;
+}
+Bytes fingerprint(const Bytes& input) {
+    auto reduced = ImageCodec::reduce(input, ImageClipStore::fullPixels);
+    auto hash = ImageCodec::fingerprint(reduced.value().full.bytes).value();
+    return {hash.begin(), hash.end()};
 }
 
-TEST_F(ImageHistory, APictureOfTheSameSizeLessThanFiveBitsAwayMovesTheOldRowUpWithoutNewFiles) {
-    auto fingerprint = [](const Bytes& input) {
-        auto reduced = ImageCodec::reduce(input, ImageClipStore::fullPixels);
-        return ImageCodec::fingerprint(reduced.value().full.bytes).value();
-    };
-    Bytes base = test::png(170, 160, blocks(0));
-    Bytes fourOff = test::png(170, 160, blocks(4));
-    Bytes fiveOff = test::png(170, 160, blocks(5));
-    Bytes larger = test::png(340, 320, blocks(0, 20));
+TEST_F(ImageHistory, APictureOfTheSameSizeLessThanFiveBitsAwayBecomesTheNewPictureOfTheOldRow) {
+    Bytes base = test::png(170, 160, test::blocks(0));
+    Bytes fourOff = test::png(170, 160, test::blocks(4));
+    Bytes fiveOff = test::png(170, 160, test::blocks(5));
+    Bytes larger = test::png(340, 320, test::blocks(0, 20));
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(fourOff)), 4);
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(fiveOff)), 5);
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(larger)), 0);
 
     std::string id = save(base);
+    std::string distinct = save(fiveOff);
+    EXPECT_NE(distinct, id);
+    store.deleteItem(distinct);
+    std::string rid = row(id, "rid").at(0);
+    store.setPinned(id, true);
+    store.setLabel(id, "terminal");
+    Row oldFiles = row(id, "file, thumb");
     std::string other = save(numbered(1));
     sql("UPDATE media SET dirty = 0");
-    EXPECT_EQ(save(fourOff), id);
-    EXPECT_EQ(row(id, "CAST(created AS INTEGER), CAST(modified AS INTEGER), dirty"),
-              (Row{now(), now(), "1"}));
-    EXPECT_THAT(listed(), ElementsAre(id, other));
-    EXPECT_EQ(files(), 4u);
 
-    EXPECT_NE(save(fiveOff), id);
+    EXPECT_EQ(save(fourOff), id);
+    EXPECT_EQ(count(), "2");
+    EXPECT_EQ(row(id,
+                  "rid, pinned, label, CAST(created AS INTEGER), CAST(modified AS INTEGER), "
+                  "dirty"),
+              (Row{rid, "1", "terminal", now(), now(), "1"}));
+    // What is pasted, shown and uploaded is the new picture, in files of its own.
+    Row newFiles = row(id, "file, thumb");
+    EXPECT_TRUE(removed(oldFiles));
+    EXPECT_NE(newFiles.at(0), oldFiles.at(0));
+    EXPECT_NE(newFiles.at(1), oldFiles.at(1));
+    Bytes stored = store.fileData(id).value();
+    auto storedHash = ImageCodec::fingerprint(stored).value();
+    EXPECT_EQ(Bytes(storedHash.begin(), storedHash.end()), fingerprint(fourOff));
+    EXPECT_EQ(row(id, "hex(fp), bytes"),
+              (Row{hex(fingerprint(fourOff)), std::to_string(stored.size())}));
+    EXPECT_EQ(files(), 4u);
+    EXPECT_THAT(listed(), ElementsAre(id, other));
     EXPECT_EQ(row(save(larger), "w, h"), (Row{"340", "320"}));
 }
 
@@ -290,6 +309,11 @@ TEST_F(ImageHistory, FilesNoRowNamesAreReclaimedWhenTheNextStoreOpensOrASaveFail
     sql("CREATE TRIGGER refuse BEFORE INSERT ON media BEGIN SELECT RAISE(ABORT, 'disk full'); "
         "END");
     EXPECT_EQ(store.save(numbered(3)), Result::failed);
+    EXPECT_EQ(listing(folder()), named);
+    // Nor does a replaced picture lose its files when the row cannot take the new one.
+    sql("CREATE TRIGGER keep BEFORE UPDATE OF file ON media BEGIN SELECT RAISE(ABORT, 'disk "
+        "full'); END");
+    EXPECT_EQ(store.save(numbered(1)), Result::failed);
     EXPECT_EQ(listing(folder()), named);
 
     test::StoreEnvironment nowhere;
