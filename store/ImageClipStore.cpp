@@ -3,6 +3,7 @@
 #include <bit>
 #include <fstream>
 #include <iterator>
+#include <unordered_set>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include "platform/Crypto.h"
 #include "platform/Defaults.h"
 #include "platform/Files.h"
+#include "platform/Log.h"
 #include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
@@ -130,15 +132,21 @@ bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> dat
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0) {
+            // The caller reports why (a full disk), so errno must survive
+            // the clean-up.
+            int why = n < 0 ? errno : ENOSPC;
             ::close(fd);
             ::unlink(path.c_str());
+            errno = why;
             return false;
         }
         p += n;
         left -= static_cast<std::size_t>(n);
     }
     if (::close(fd) != 0) {
+        int why = errno;
         ::unlink(path.c_str());
+        errno = why;
         return false;
     }
     return true;
@@ -175,7 +183,78 @@ bool ImageClipStore::open() {
 bool ImageClipStore::ensureOpenLocked() {
     // Damage a statement ran into since is repaired before the next one.
     file_.recover();
-    return file_.open();
+    if (!file_.open())
+        return false;
+    if (!swept_) {
+        swept_ = true;
+        sweepOrphansLocked();
+    }
+    return true;
+}
+
+// Every file in the folder is written under the store's mutex right before
+// the statement that names it, and the upload's reduced copies live in the
+// temporary folder, so under the mutex a file no row names belongs to no one.
+void ImageClipStore::sweepOrphansLocked() {
+    auto folder = libraryPath(context_, "clipmedia");
+    std::error_code error;
+    if (!folder || !fs::is_directory(*folder, error))
+        return;
+    // Rows hold absolute paths; matching by name alone also keeps the
+    // pictures of rows written while the folder was reached by another path
+    // (a moved home folder, a link).
+    std::unordered_set<std::string> named;
+    sql::Statement rows = db_.prepare("SELECT file, thumb FROM media");
+    int rc;
+    while ((rc = rows.step()) == SQLITE_ROW)
+        for (int column : {0, 1})
+            named.insert(fs::path(rows.text(column)).filename().string());
+    rows = {};
+    if (rc != SQLITE_DONE) {
+        context_.log.line(std::string("[Zettly] clipmedia.sqlite could not be read (") +
+                          sqlite3_errstr(rc) + "); picture files no row names are kept");
+        return;
+    }
+
+    std::vector<fs::path> orphans;
+    for (fs::directory_iterator it(*folder, error), end; !error && it != end; it.increment(error)) {
+        std::error_code gone;  // removed meanwhile: nothing to reclaim
+        if (it->symlink_status(gone).type() == fs::file_type::regular &&
+            !named.contains(it->path().filename().string()))
+            orphans.push_back(it->path());
+    }
+    if (orphans.empty())
+        return;
+    // A database that was damaged and moved aside may name these files (rows
+    // a rebuild could not read); the user can still restore it.
+    for (fs::directory_iterator it(folder->parent_path(), error), end; !error && it != end;
+         it.increment(error)) {
+        std::string name = it->path().filename().string();
+        if (name.starts_with("clipmedia.sqlite.corrupt-") ||
+            name.starts_with("clipmedia.sqlite.damaged-")) {
+            context_.log.line("[Zettly] " + std::to_string(orphans.size()) +
+                              " picture files no row names are kept while " + name +
+                              " lies beside the database");
+            return;
+        }
+    }
+
+    std::size_t files = 0;
+    std::uintmax_t bytes = 0;
+    std::string failure;
+    for (const fs::path& orphan : orphans) {
+        std::error_code unknownSize, kept;
+        std::uintmax_t size = fs::file_size(orphan, unknownSize);
+        if (fs::remove(orphan, kept)) {
+            ++files;
+            bytes += unknownSize ? 0 : size;
+        } else if (failure.empty()) {
+            failure = "; " + orphan.filename().string() + " stays: " + kept.message();
+        }
+    }
+    context_.log.line("[Zettly] reclaimed " + std::to_string(files) +
+                      " picture files that no image row named (" + std::to_string(bytes) +
+                      " bytes)" + failure);
 }
 
 std::int64_t ImageClipStore::distance(std::span<const std::uint8_t> a,
@@ -220,7 +299,9 @@ std::optional<std::pair<std::string, ImageClipStore::Files>> ImageClipStore::wri
     if (!writeNewPrivateFile(files.file, reduced.full.bytes))
         return std::nullopt;
     if (!writeNewPrivateFile(files.thumb, reduced.thumb->bytes)) {
+        int why = errno;
         removeFiles({files.file});
+        errno = why;
         return std::nullopt;
     }
     return std::pair{std::move(id), std::move(files)};
@@ -239,26 +320,47 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     const auto& fp = reduced->fingerprint;
 
     std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked())
+    if (!ensureOpenLocked()) {
+        if (databasePath())
+            file_.reportFailed();
         return SaveResult::failed;
-    auto written = writeFilesLocked(*reduced);
-    if (!written)
-        return SaveResult::failed;
-    const auto& [id, files] = *written;
-    bool duplicate = false;
-    bool stored =
-        insertLocked(id, files, reduced->full.width, reduced->full.height,
-                     static_cast<std::int64_t>(reduced->full.bytes.size()),
-                     fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
-                     context_.clock.now(), duplicate);
-    if (!stored || duplicate)
+    }
+    auto store = [&]() -> std::optional<int> {
+        errno = 0;
+        auto written = writeFilesLocked(*reduced);
+        if (!written)
+            return errno != 0 ? errno : EIO;
+        const auto& [id, files] = *written;
+        if (storeLocked(id, files, reduced->full.width, reduced->full.height,
+                        static_cast<std::int64_t>(reduced->full.bytes.size()),
+                        fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
+                        context_.clock.now()))
+            return std::nullopt;
         removeFiles({files.file, files.thumb});
-    return stored ? SaveResult::saved : SaveResult::failed;
+        return 0;
+    };
+    std::optional<int> failure = store();
+    // The database turned out damaged: it was rebuilt, and the picture goes
+    // into the new one instead of being lost.
+    if (failure && *failure == 0 && file_.recover())
+        failure = store();
+    if (!failure) {
+        file_.reportSaved();
+        return SaveResult::saved;
+    }
+    if (*failure != 0)
+        file_.reportFailed(*failure);  // a picture file could not be written
+    else
+        file_.reportFailed();
+    // A full disk fails saves: the space earlier crashes left behind helps
+    // now rather than at the next start.
+    sweepOrphansLocked();
+    return SaveResult::failed;
 }
 
-bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,
-                                  std::int64_t height, std::int64_t bytes,
-                                  std::span<const std::uint8_t> fp, double now, bool& duplicate) {
+bool ImageClipStore::storeLocked(const std::string& id, const Files& files, std::int64_t width,
+                                 std::int64_t height, std::int64_t bytes,
+                                 std::span<const std::uint8_t> fp, double now) {
     // Sizes come from a decoder limited to 1280 pixels and a 16 MiB input;
     // anything outside 32 bits is a broken image, not a row.
     if (!fitsInt32(width) || !fitsInt32(height) || !fitsInt32(bytes))
@@ -267,26 +369,51 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
     if (!tx.begun())
         return false;
 
+    std::optional<std::string> sameId;
+    std::vector<std::string> doomed;
     if (!fp.empty()) {
         sql::Statement same = db_.prepare(
-            "SELECT id, fp FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER BY created "
-            "DESC LIMIT 30");
+            "SELECT id, fp, file, thumb FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER "
+            "BY created DESC LIMIT 30");
         same.bind(1, width);
         same.bind(2, height);
-        while (same.step() == SQLITE_ROW) {
+        while (!sameId && same.step() == SQLITE_ROW) {
             auto other = same.blob(1);
-            if (!other || distance(fp, *other) >= sameImageDistance)
-                continue;
-            std::string t = sql::number(now);
-            std::string sameId = same.text(0);
-            same = {};
-            duplicate = db_.exec("UPDATE media SET created = " + t + ", modified = " + t +
-                                 ", dirty = 1 WHERE id = " + sql::quote(sameId)) &&
-                        tx.commit();
-            return duplicate;
+            if (other && distance(fp, *other) < sameImageDistance) {
+                sameId = same.text(0);
+                doomed = {same.text(2), same.text(3)};
+            }
         }
     }
+    if (sameId) {
+        // Two screenshots of one window a few lines apart look alike to the
+        // fingerprint: the entry stays one, but it pastes what was copied last.
+        if (!sql::run(db_,
+                      "UPDATE media SET file = ?, thumb = ?, bytes = ?, fp = ?, created = ?, "
+                      "modified = ?, dirty = 1 WHERE id = ?",
+                      files.file, files.thumb, bytes, fp, now, now, *sameId))
+            return false;
+        // Another device's earlier picture of the entry, still to be
+        // downloaded, would replace this later one.
+        if (!sql::run(db_,
+                      "DELETE FROM sync_pending WHERE modified <= ? AND rid = (SELECT rid FROM "
+                      "media WHERE id = ?)",
+                      now, *sameId))
+            return false;
+    } else if (!insertLocked(id, files, width, height, bytes, fp, now)) {
+        return false;
+    }
+    trimLocked(now, doomed);
+    expireLocked(now, doomed);
+    if (!tx.commit())
+        return false;
+    removeFiles(doomed);
+    return true;
+}
 
+bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std::int64_t width,
+                                  std::int64_t height, std::int64_t bytes,
+                                  std::span<const std::uint8_t> fp, double now) {
     sql::Statement insert = db_.prepare(
         "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, modified, dirty, rid, "
         "fp)\nVALUES(?,?,?,?,?,?,?,0,?,1,?,?)");
@@ -303,16 +430,7 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
         insert.bindNull(10);
     else
         insert.bind(10, fp);
-    if (!insert.run())
-        return false;
-    insert = {};
-    std::vector<std::string> doomed;
-    trimLocked(now, doomed);
-    expireLocked(now, doomed);
-    if (!tx.commit())
-        return false;
-    removeFiles(doomed);
-    return true;
+    return insert.run();
 }
 
 bool ImageClipStore::tombstoneLocked(const std::string& condition, double now) {

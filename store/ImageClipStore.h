@@ -24,8 +24,11 @@ namespace zettly {
 // unpinned image beyond 24 MiB of full-size files.
 //
 // Decoding runs on the caller's thread; the database and file removals run
-// under the store's mutex. Operations never throw and never report: a
-// failure gives an empty list, none or `failed` and leaves the data as it was.
+// under the store's mutex. Operations never throw: a failure gives an empty
+// list, none or `failed` and leaves the data as it was.
+// Besides a damaged database moved aside, only the sweep logs: files that no
+// row names (left by a crash between writing a picture and committing its
+// row) are removed at the first open and after a failed save.
 class ImageClipStore {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -61,8 +64,16 @@ public:
     ImageClipStore(const ImageClipStore&) = delete;
     ImageClipStore& operator=(const ImageClipStore&) = delete;
 
-    // Stores a copied image, or moves an equal one already in the history to
-    // the top. Called off the main thread: it decodes and encodes.
+    // Opens the database now rather than at the first operation: the app
+    // calls it at start-up on a background thread, so the check (and the
+    // rebuild of a damaged file) and the sweep of picture files no row names
+    // run before the user looks.
+    bool open();
+
+    // Stores a copied image. One that nearly equals an image in the history
+    // (a new screenshot of the same window) becomes that entry's new picture,
+    // moved to the top with its name, pin, label and category. Called off the
+    // main thread: it decodes and encodes.
     SaveResult save(std::span<const std::uint8_t> data);
 
     // At most 100 pinned and 15 unpinned images, pinned ones outside any
@@ -89,9 +100,6 @@ public:
     static std::int64_t distance(std::span<const std::uint8_t> a, std::span<const std::uint8_t> b);
 
     std::optional<std::filesystem::path> databasePath() const;
-    // Opens (checking, and rebuilding a damaged file) now rather than at the
-    // first operation: the app calls it at start-up, off the main thread.
-    bool open();
     // The image folder, created (0700) when asked for.
     std::optional<std::filesystem::path> imageFolder() const;
 
@@ -120,7 +128,7 @@ public:
 
     enum class ApplyResult {
         unchanged,
-        changed,    // the history changed
+        changed,    // the history changed (a known row's new picture may be pending too)
         needsData,  // remembered; its bytes must be downloaded (syncPendingDownloads)
     };
 
@@ -148,14 +156,17 @@ public:
     std::vector<std::string> syncPendingDownloads(int limit);
     // The record is gone from the server or carries no image.
     void syncDropPending(const std::string& rid);
-    // Stores the downloaded image of a pending record as a clean row; false
-    // when nothing is pending under `rid`, the bytes are not a readable image,
-    // a row with that name already exists, or writing failed.
+    // Stores the downloaded image of a pending record as a clean row, or as
+    // the new picture of the row of that name, which keeps its metadata;
+    // false when nothing is pending under `rid` (also once a later picture
+    // was copied here), the bytes are not a readable image, or writing failed.
     bool syncStoreDownloaded(const std::string& rid, std::span<const std::uint8_t> data);
     // A deletion from another device; rows with unsent local changes stay.
     // True when a row was deleted.
     bool syncApplyDeletion(const std::string& rid);
-    // Takes in a record's metadata (never its bytes).
+    // Takes in a record's metadata (never its bytes). A later version of a
+    // known row with another fingerprint carries a new picture: it is
+    // remembered for download, and the row is not uploaded until it arrived.
     ApplyResult syncApply(const SyncImage& record);
     // Everything is uploaded afresh as new records (the sync key changed).
     void syncPrepareFullUpload();
@@ -177,9 +188,17 @@ private:
     std::optional<std::pair<std::string, Files>> writeFilesLocked(
         const ImageCodec::Reduced& reduced);
     static void removeFiles(const std::vector<std::string>& paths);
+    // Files in the image folder that no row names go; nothing does unless
+    // every row could be read.
+    void sweepOrphansLocked();
+    // Makes the picture in `files` a new row, or the new picture of a row it
+    // nearly equals, whose old files are removed once that is committed.
+    bool storeLocked(const std::string& id, const Files& files, std::int64_t width,
+                     std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
+                     double now);
     bool insertLocked(const std::string& id, const Files& files, std::int64_t width,
                       std::int64_t height, std::int64_t bytes, std::span<const std::uint8_t> fp,
-                      double now, bool& duplicate);
+                      double now);
     // These delete rows (with their tombstones) and add the rows' files to
     // `doomedFiles`, which are removed only once the deletion is committed.
     void trimLocked(double now, std::vector<std::string>& doomedFiles);
@@ -193,6 +212,8 @@ private:
     // Sync helpers (ImageClipStoreSync.cpp); none means a statement failed.
     std::optional<ApplyResult> applyLocked(const SyncImage& record, double now);
     std::optional<ApplyResult> applyMetadataLocked(const SyncImage& record);
+    // Keeps a record in sync_pending until its bytes are downloaded.
+    bool rememberLocked(const SyncImage& record);
     // Retracts a remote record that will never be stored here.
     bool refuseRecordLocked(const std::string& rid, double now);
     void resetServerStateLocked();
@@ -202,6 +223,7 @@ private:
     std::mutex mutex_;
     StoreDatabase file_;
     sql::Database& db_ = file_.db();
+    bool swept_ = false;  // once per process, at the first open
 };
 
 }  // namespace zettly

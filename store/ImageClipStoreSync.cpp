@@ -33,11 +33,14 @@ ImageClipStore::PendingBatch ImageClipStore::syncPending(int limit) {
     db_.exec("DELETE FROM sync_tombstones WHERE at < " +
              sql::number(context_.clock.now() - tombstoneLifetime));
 
+    // A row whose newer picture from another device is still to be
+    // downloaded waits for it: sent now, its old picture would replace the
+    // newer one on the server.
     PendingBatch batch;
     sql::Statement dirty = db_.prepare(
         "SELECT rid, created, COALESCE(modified, created), pinned, category, label, w, h, fp, "
-        "ck, file, COALESCE(mm, 0) FROM media\nWHERE dirty = 1 AND rid IS NOT NULL ORDER BY "
-        "created DESC LIMIT " +
+        "ck, file, COALESCE(mm, 0) FROM media\nWHERE dirty = 1 AND rid IS NOT NULL AND rid NOT "
+        "IN (SELECT rid FROM sync_pending) ORDER BY created DESC LIMIT " +
         limitSQL(limit));
     int rc;
     while ((rc = dirty.step()) == SQLITE_ROW)
@@ -158,51 +161,49 @@ bool ImageClipStore::syncStoreDownloaded(const std::string& rid,
     std::optional<Bytes> fp = pending.blob(7);
     if (!fp && reduced->fingerprint)
         fp = Bytes(reduced->fingerprint->begin(), reduced->fingerprint->end());
+    const auto bytes = static_cast<std::int64_t>(reduced->full.bytes.size());
+
+    // A row of this name is a known image whose later version has another
+    // picture: the row takes it and keeps the metadata syncApply merged.
+    sql::Statement known = db_.prepare("SELECT file, thumb FROM media WHERE rid = ?");
+    known.bind(1, rid);
+    int rc = known.step();
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        return false;
+    const bool replacing = rc == SQLITE_ROW;
+    std::vector<std::string> doomed;
+    if (replacing)
+        doomed = {known.text(0), known.text(1)};
+    known = {};
 
     auto written = writeFilesLocked(*reduced);
     if (!written)
         return false;
     const auto& [id, files] = *written;
-    sql::Statement insert = db_.prepare(
-        "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, category, label, "
-        "modified, dirty, ck, rid, fp, mm)\nSELECT ?,?,?,?,?,?,?,?,?,?,?,0,?,?,?,?16 WHERE NOT "
-        "EXISTS (SELECT 1 FROM media WHERE rid = ?15)");
-    insert.bind(1, id);
-    insert.bind(2, files.file);
-    insert.bind(3, files.thumb);
-    insert.bind(4, width);
-    insert.bind(5, height);
-    insert.bind(6, static_cast<std::int64_t>(reduced->full.bytes.size()));
-    insert.bind(7, pending.real(0));
-    insert.bind(8, pending.int64(2) != 0);
-    insert.bind(9, pending.optionalText(3));
-    insert.bind(10, pending.optionalText(4));
-    insert.bind(11, pending.real(1));
-    insert.bind(12, pending.blob(8));
-    insert.bind(13, rid);
-    insert.bind(14, fp);
-    insert.bind(15, rid);
-    insert.bind(16, pending.real(9));
+    // Otherwise a new row, clean: it equals the server's copy.
+    const bool stored =
+        replacing
+            ? sql::run(db_,
+                       "UPDATE media SET file = ?, thumb = ?, w = ?, h = ?, bytes = ?, fp = ? "
+                       "WHERE rid = ?",
+                       files.file, files.thumb, width, height, bytes, fp, rid)
+            : sql::run(db_,
+                       "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, "
+                       "category, label, modified, dirty, ck, rid, fp, mm)\n"
+                       "VALUES(?,?,?,?,?,?,?,?,?,?,?,0,?,?,?,?)",
+                       id, files.file, files.thumb, width, height, bytes, pending.real(0),
+                       pending.int64(2) != 0, pending.optionalText(3), pending.optionalText(4),
+                       pending.real(1), pending.blob(8), rid, fp, pending.real(9));
     pending = {};
-
-    bool inserted = false;
-    bool committed = false;
-    std::vector<std::string> doomed;
-    if (insert.run()) {
-        inserted = db_.changes() > 0;
-        insert = {};
-        if (db_.exec("DELETE FROM sync_pending WHERE rid = " + sql::quote(rid))) {
-            trimLocked(context_.clock.now(), doomed);
-            committed = tx.commit();
+    if (stored && sql::run(db_, "DELETE FROM sync_pending WHERE rid = ?", rid)) {
+        trimLocked(context_.clock.now(), doomed);
+        if (tx.commit()) {
+            removeFiles(doomed);
+            return true;
         }
     }
-    // A row already stored under this name keeps its files; the new ones go.
-    if (!committed || !inserted)
-        removeFiles({files.file, files.thumb});
-    if (!committed)
-        return false;
-    removeFiles(doomed);
-    return inserted;
+    removeFiles({files.file, files.thumb});
+    return false;
 }
 
 bool ImageClipStore::syncApplyDeletion(const std::string& rid) {
@@ -271,12 +272,31 @@ std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyLocked(const Syn
         return refuseRecordLocked(record.rid, now) ? std::optional(ApplyResult::unchanged)
                                                    : std::nullopt;
 
-    sql::Statement known = db_.prepare("SELECT 1 FROM media WHERE rid = ?");
+    sql::Statement known =
+        db_.prepare("SELECT fp, COALESCE(modified, created) FROM media WHERE rid = ?");
     known.bind(1, record.rid);
     int rc = known.step();
+    if (rc == SQLITE_ROW) {
+        // Another fingerprint in a later version is another picture: a new
+        // screenshot of the same window replaced it on the sender.
+        const bool later = known.real(1) < record.modified;
+        const bool newPicture =
+            later && record.fp && !record.fp->empty() && known.blob(0) != record.fp;
+        known = {};
+        auto applied = applyMetadataLocked(record);
+        if (!applied)
+            return std::nullopt;
+        if (newPicture) {
+            if (!rememberLocked(record))
+                return std::nullopt;
+            return *applied == ApplyResult::changed ? ApplyResult::changed : ApplyResult::needsData;
+        }
+        // A picture still pending from an earlier version is not the latest one.
+        if (later && !sql::run(db_, "DELETE FROM sync_pending WHERE rid = ?", record.rid))
+            return std::nullopt;
+        return applied;
+    }
     known = {};
-    if (rc == SQLITE_ROW)
-        return applyMetadataLocked(record);
     if (rc != SQLITE_DONE)
         return std::nullopt;
 
@@ -335,6 +355,12 @@ std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyLocked(const Syn
                                                        : std::nullopt;
     }
 
+    if (!rememberLocked(record))
+        return std::nullopt;
+    return ApplyResult::needsData;
+}
+
+bool ImageClipStore::rememberLocked(const SyncImage& record) {
     sql::Statement remember = db_.prepare(
         "INSERT OR REPLACE INTO sync_pending(rid, created, modified, pinned, category, label, w, "
         "h, fp, ck, mm)\nVALUES(?,?,?,?,?,?,?,?,?,?,?)");
@@ -349,9 +375,7 @@ std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyLocked(const Syn
     remember.bind(9, record.fp);
     remember.bind(10, record.ck);
     remember.bind(11, record.mm);
-    if (!remember.run())
-        return std::nullopt;
-    return ApplyResult::needsData;
+    return remember.run();
 }
 
 std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyMetadataLocked(

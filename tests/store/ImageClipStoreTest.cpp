@@ -3,6 +3,7 @@
 #include <cctype>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 #include <tuple>
 
 #include <gmock/gmock.h>
@@ -18,7 +19,9 @@ namespace zettly {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Result = ImageClipStore::SaveResult;
 using test::Bytes;
@@ -83,40 +86,59 @@ protected:
     }
 };
 
-// Blocks of 10x10 pixels growing brighter to the right; a darkened block flips exactly
-// one bit of the 17x16 difference hash.
-test::Paint blocks(int darkened, int scale = 10) {
-    return [=](int x, int y) {
-        int bx = x / scale, by = y / scale;
-        bool dark = by == bx - 1 && by % 3 == 1 && by / 3 < darkened;
-        auto v = static_cast<std::uint8_t>(dark ? 10 * bx : 40 + 10 * bx);
-        return Rgba{v, v, v};
-    };
+std::string hex(const Bytes& bytes) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string out;
+    for (std::uint8_t byte : bytes) {
+        out += digits[byte >> 4];
+        out += digits[byte & 15];
+    }
+    return out;
+}
+Bytes fingerprint(const Bytes& input) {
+    auto reduced = ImageCodec::reduce(input, ImageClipStore::fullPixels);
+    auto hash = ImageCodec::fingerprint(reduced.value().full.bytes).value();
+    return {hash.begin(), hash.end()};
 }
 
-TEST_F(ImageHistory, APictureOfTheSameSizeLessThanFiveBitsAwayMovesTheOldRowUpWithoutNewFiles) {
-    auto fingerprint = [](const Bytes& input) {
-        auto reduced = ImageCodec::reduce(input, ImageClipStore::fullPixels);
-        return ImageCodec::fingerprint(reduced.value().full.bytes).value();
-    };
-    Bytes base = test::png(170, 160, blocks(0));
-    Bytes fourOff = test::png(170, 160, blocks(4));
-    Bytes fiveOff = test::png(170, 160, blocks(5));
-    Bytes larger = test::png(340, 320, blocks(0, 20));
+TEST_F(ImageHistory, APictureOfTheSameSizeLessThanFiveBitsAwayBecomesTheNewPictureOfTheOldRow) {
+    Bytes base = test::png(170, 160, test::blocks(0));
+    Bytes fourOff = test::png(170, 160, test::blocks(4));
+    Bytes fiveOff = test::png(170, 160, test::blocks(5));
+    Bytes larger = test::png(340, 320, test::blocks(0, 20));
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(fourOff)), 4);
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(fiveOff)), 5);
     ASSERT_EQ(ImageClipStore::distance(fingerprint(base), fingerprint(larger)), 0);
 
     std::string id = save(base);
+    std::string distinct = save(fiveOff);
+    EXPECT_NE(distinct, id);
+    store.deleteItem(distinct);
+    std::string rid = row(id, "rid").at(0);
+    store.setPinned(id, true);
+    store.setLabel(id, "terminal");
+    Row oldFiles = row(id, "file, thumb");
     std::string other = save(numbered(1));
     sql("UPDATE media SET dirty = 0");
-    EXPECT_EQ(save(fourOff), id);
-    EXPECT_EQ(row(id, "CAST(created AS INTEGER), CAST(modified AS INTEGER), dirty"),
-              (Row{now(), now(), "1"}));
-    EXPECT_THAT(listed(), ElementsAre(id, other));
-    EXPECT_EQ(files(), 4u);
 
-    EXPECT_NE(save(fiveOff), id);
+    EXPECT_EQ(save(fourOff), id);
+    EXPECT_EQ(count(), "2");
+    EXPECT_EQ(row(id,
+                  "rid, pinned, label, CAST(created AS INTEGER), CAST(modified AS INTEGER), "
+                  "dirty"),
+              (Row{rid, "1", "terminal", now(), now(), "1"}));
+    // What is pasted, shown and uploaded is the new picture, in files of its own.
+    Row newFiles = row(id, "file, thumb");
+    EXPECT_TRUE(removed(oldFiles));
+    EXPECT_NE(newFiles.at(0), oldFiles.at(0));
+    EXPECT_NE(newFiles.at(1), oldFiles.at(1));
+    Bytes stored = store.fileData(id).value();
+    auto storedHash = ImageCodec::fingerprint(stored).value();
+    EXPECT_EQ(Bytes(storedHash.begin(), storedHash.end()), fingerprint(fourOff));
+    EXPECT_EQ(row(id, "hex(fp), bytes"),
+              (Row{hex(fingerprint(fourOff)), std::to_string(stored.size())}));
+    EXPECT_EQ(files(), 4u);
+    EXPECT_THAT(listed(), ElementsAre(id, other));
     EXPECT_EQ(row(save(larger), "w, h"), (Row{"340", "320"}));
 }
 
@@ -257,6 +279,94 @@ TEST_F(ImageHistory, DeletingOrClearingRemovesRowsFilesAndRecordsButAlwaysKeepsF
     EXPECT_FALSE(fs::exists(folder()));
     save(numbered(5));
     EXPECT_EQ(files(), 2u);
+}
+
+// Left by a crash between writing a picture and committing its row.
+void strayPicture(const fs::path& folder, std::string_view uuid) {
+    std::ofstream(folder / (std::string(uuid) + ".jpg")) << std::string(100, 'x');
+    std::ofstream(folder / (std::string(uuid) + "_t.jpg")) << std::string(50, 'x');
+}
+std::vector<fs::path> listing(const fs::path& folder) {
+    std::vector<fs::path> paths(fs::directory_iterator(folder), {});
+    std::ranges::sort(paths);
+    return paths;
+}
+
+TEST_F(ImageHistory, FilesNoRowNamesAreReclaimedWhenTheNextStoreOpensOrASaveFails) {
+    save(numbered(1));
+    save(numbered(2));
+    auto named = listing(folder());
+    strayPicture(folder(), "5B0C51E6-3F1D-4C39-9B1A-0D6E4C2A7F10");
+    {
+        ImageClipStore next(env.context());
+        EXPECT_TRUE(next.open());
+    }
+    EXPECT_EQ(listing(folder()), named);
+    EXPECT_THAT(env.log.lines(),
+                ElementsAre("[Zettly] reclaimed 2 picture files that no image row named (150 "
+                            "bytes)"));
+    {
+        ImageClipStore again(env.context());
+        EXPECT_TRUE(again.open());
+    }
+    EXPECT_EQ(env.log.lines().size(), 1u);  // nothing to reclaim, nothing said
+
+    // A save that cannot be stored takes its own files and a crash's with it.
+    strayPicture(folder(), "0D7B9E21-6A44-4E0F-8C2B-3B5F1A9C6E42");
+    sql("CREATE TRIGGER refuse BEFORE INSERT ON media BEGIN SELECT RAISE(ABORT, 'disk full'); "
+        "END");
+    EXPECT_EQ(store.save(numbered(3)), Result::failed);
+    EXPECT_EQ(listing(folder()), named);
+    // Nor does a replaced picture lose its files when the row cannot take the new one.
+    sql("CREATE TRIGGER keep BEFORE UPDATE OF file ON media BEGIN SELECT RAISE(ABORT, 'disk "
+        "full'); END");
+    EXPECT_EQ(store.save(numbered(1)), Result::failed);
+    EXPECT_EQ(listing(folder()), named);
+
+    test::StoreEnvironment nowhere;
+    nowhere.containerAvailable = false;
+    EXPECT_FALSE(ImageClipStore(nowhere.context()).open());
+}
+
+TEST_F(ImageHistory, NoPictureIsReclaimedWhileTheDatabaseCannotBeReadOrADamagedOneLiesAside) {
+    save(numbered(1));
+    strayPicture(folder(), "5B0C51E6-3F1D-4C39-9B1A-0D6E4C2A7F10");
+    auto before = listing(folder());
+    const fs::path database = env.library() / "clipmedia.sqlite";
+    auto overwrite = [&](std::streamoff at, std::size_t length) {
+        std::fstream file(database, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(at);
+        file << std::string(length, '\xEE');
+    };
+
+    // The list of rows breaks off in a damaged page.
+    auto page = std::stoll(sql("PRAGMA page_size")[0][0]);
+    auto root = std::stoll(sql("SELECT rootpage FROM sqlite_master WHERE name = 'media'")[0][0]);
+    overwrite((root - 1) * page, 1);  // the page's type
+    {
+        ImageClipStore next(env.context());
+        next.open();
+    }
+    EXPECT_EQ(listing(folder()), before);
+    EXPECT_THAT(env.log.lines(), Contains(HasSubstr("clipmedia.sqlite")));
+
+    // A database too damaged to open is moved aside and a new one started: its
+    // pictures stay for as long as the damaged copy does.
+    overwrite(0, 100);
+    {
+        ImageClipStore next(env.context());
+        EXPECT_TRUE(next.open());
+    }
+    EXPECT_EQ(listing(folder()), before);
+    EXPECT_THAT(env.log.lines().back(), HasSubstr("4 picture files no row names are kept"));
+    for (const auto& entry : fs::directory_iterator(env.library()))
+        if (entry.path().filename().string().starts_with("clipmedia.sqlite.corrupt-"))
+            fs::remove(entry.path());
+    {
+        ImageClipStore next(env.context());
+        EXPECT_TRUE(next.open());
+    }
+    EXPECT_TRUE(fs::is_empty(folder()));
 }
 
 TEST_F(ImageHistory, MetadataEditsSetTheirColumnsAndMarkTheRowChanged) {

@@ -1,10 +1,13 @@
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "store/ImageClipStore.h"
+#include "store/ImageCodec.h"
 #include "tests/fakes/SqlRows.h"
 #include "tests/fakes/StoreFixture.h"
 #include "tests/fakes/TestImages.h"
@@ -20,6 +23,16 @@ using SyncImage = ImageClipStore::SyncImage;
 using test::Bytes;
 using test::Row;
 
+Bytes contents(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+// As the sender's store computes it for its own file.
+Bytes fingerprint(const Bytes& picture) {
+    auto reduced = ImageCodec::reduce(picture, ImageClipStore::fullPixels, std::nullopt, true);
+    const auto& hash = reduced.value().fingerprint.value();
+    return {hash.begin(), hash.end()};
+}
 Bytes numbered(int n) {  // sizes differ, so no two are taken for one picture
     return test::png(20 + n, 20, test::solid({200, 100, 50}));
 }
@@ -87,14 +100,62 @@ TEST_F(ImageSync, ARemoteImageWaitsForItsBytesPinnedFirstAndThenBecomesACleanRow
     ASSERT_TRUE(store.syncStoreDownloaded("i_plain", jpeg));
     EXPECT_EQ(row("i_plain", "w, h, length(fp)"), (Row{"48", "36", "32"}));
     EXPECT_THAT(store.syncPendingDownloads(24), IsEmpty());
+}
 
-    // A name that somehow is both pending and stored never gets a second row or stray files.
-    sql("INSERT INTO sync_pending(rid, created, modified, pinned, w, h) "
-        "VALUES('i_photo', 1, 1, 0, 40, 30)");
-    EXPECT_FALSE(store.syncStoreDownloaded("i_photo", jpeg));
-    EXPECT_THAT(sql("SELECT COUNT(*) FROM media"), ElementsAre(Row{"2"}));
-    EXPECT_EQ(files(), 4u);
-    EXPECT_THAT(store.syncPendingDownloads(24), IsEmpty());
+TEST_F(ImageSync, ALaterVersionWithAnotherPictureIsDownloadedIntoItsRowWhichKeepsItsMetadata) {
+    Bytes before = test::png(64, 48, test::gradient(64));
+    Bytes after = test::png(64, 48, test::noise(5));
+    SyncImage local = capture(before);
+    store.syncMarkSent(local.rid, local.modified, Bytes{1});
+    std::string id = store.fetchAll().at(0).id;
+    Row oldFiles = row(local.rid, "file, thumb");
+    env.clock.advance(1);
+    store.setLabel(id, "mine");  // newer than the sender's metadata, so the merge keeps it
+
+    // The sender copied a changed screenshot of that window; each version comes a second later.
+    auto version = [&](const Bytes& fp, std::uint8_t ck) {
+        env.clock.advance(1);
+        SyncImage v = local;
+        v.file.clear();
+        v.created = v.modified = env.clock.now();
+        v.fp = fp;
+        v.ck = Bytes{ck};
+        return v;
+    };
+    SyncImage changed = version(fingerprint(after), 2);
+    EXPECT_EQ(store.syncApply(changed), Apply::changed);  // moved up at once
+    EXPECT_THAT(store.syncPendingDownloads(8), ElementsAre(local.rid));
+    // Sent now, the old picture would replace the newer one on the server.
+    EXPECT_THAT(store.syncPending(8).images, IsEmpty());
+    env.clock.advance(2);
+    store.setPinned(id, true);  // an edit meanwhile brings no picture of its own
+
+    ASSERT_TRUE(store.syncStoreDownloaded(local.rid, after));
+    EXPECT_THAT(sql("SELECT id, label, pinned, dirty, hex(ck) FROM media"),
+                ElementsAre(Row{id, "mine", "1", "1", "02"}));
+    EXPECT_TRUE(!fs::exists(oldFiles.at(0)) && !fs::exists(oldFiles.at(1)));
+    EXPECT_EQ(files(), 2u);
+    // The merged metadata goes up with the new picture.
+    auto up = store.syncPending(8).images;
+    ASSERT_EQ(up.size(), 1u);
+    EXPECT_EQ(up[0].label, "mine");
+    EXPECT_EQ(up[0].fp, changed.fp);
+    auto stored = ImageCodec::fingerprint(contents(up[0].file)).value();
+    EXPECT_EQ(Bytes(stored.begin(), stored.end()), changed.fp);
+
+    // A later version with the row's own picture leaves nothing to download.
+    store.syncApply(version(Bytes(32, 0x33), 3));
+    store.syncApply(version(changed.fp.value(), 4));
+    EXPECT_THAT(store.syncPendingDownloads(8), IsEmpty());
+    // Nor does one that the same picture copied here again came after.
+    store.syncApply(version(Bytes(32, 0x33), 5));
+    env.clock.advance(10);
+    ASSERT_EQ(store.save(after), ImageClipStore::SaveResult::saved);
+    Row copiedHere = row(local.rid, "id, file");
+    EXPECT_THAT(store.syncPendingDownloads(8), IsEmpty());
+    EXPECT_FALSE(store.syncStoreDownloaded(local.rid, before));
+    EXPECT_EQ(row(local.rid, "id, file"), copiedHere);
+    EXPECT_EQ(copiedHere.at(0), id);
 }
 
 TEST_F(ImageSync, TheSamePictureFromTwoDevicesEndsUpAsOneRowUnderTheNameThatSortsFirst) {

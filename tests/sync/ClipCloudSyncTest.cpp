@@ -172,6 +172,34 @@ TEST_F(CloudSync, TheSameScreenshotOnBothDevicesEndsAsOneImageUnderOneName) {
     EXPECT_EQ(count("ClipImage"), 1u);
 }
 
+TEST_F(CloudSync, AChangedScreenshotBecomesTheNewPictureOfItsEntryOnTheOtherDeviceToo) {
+    // Block (2, 1) is 60 in the first screenshot and 20 in the second.
+    auto brightness = [](ImageClipStore& images, const std::string& id) {
+        return int(test::pixel(test::decode(images.fileData(id).value()).get(), 25, 15).r);
+    };
+    ASSERT_EQ(a.images.save(test::png(170, 160, test::blocks(0))),
+              ImageClipStore::SaveResult::saved);
+    std::string id = a.images.fetchAll().at(0).id;
+    a.images.setLabel(id, "terminal");
+    syncBoth();
+    ASSERT_EQ(b.images.fetchAll().size(), 1u);
+    EXPECT_NEAR(brightness(b.images, b.images.fetchAll()[0].id), 60, 8);
+
+    advance(60);
+    ASSERT_EQ(a.images.save(test::png(170, 160, test::blocks(4))),
+              ImageClipStore::SaveResult::saved);
+    ASSERT_EQ(a.images.fetchAll().at(0).id, id);
+    a.sync();
+    auto uploaded = records("ClipImage");
+    ASSERT_EQ(uploaded.size(), 1u);
+    EXPECT_EQ(uploaded[0].encryptedFields.at("data"), CloudValue(*a.images.fileData(id)));
+    EXPECT_TRUE(b.sync());
+    auto shown = b.images.fetchAll();
+    ASSERT_EQ(shown.size(), 1u);
+    EXPECT_EQ(shown[0].label, "terminal");
+    EXPECT_NEAR(brightness(b.images, shown[0].id), 20, 8);
+}
+
 TEST_F(CloudSync, TwoDevicesMakingTheKeyAtOnceBothEndWithTheOneSavedFirst) {
     a.copy("from a");
     b.copy("from b");
