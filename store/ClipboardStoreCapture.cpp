@@ -101,6 +101,7 @@ ClipboardStore::InsertResult ClipboardStore::insert(std::string_view text,
 
 template <typename Save>
 ClipboardStore::InsertResult ClipboardStore::saveLocked(Save&& save) {
+    file_.beginCapture();
     if (!ensureOpenLocked()) {
         if (databasePath())
             file_.reportFailed();
@@ -124,6 +125,7 @@ ClipboardStore::InsertResult ClipboardStore::replaceRecent(std::string_view prev
     if (KeyboardSettings(context_.defaults).clipboardEnabled() && text.size() <= maxTextBytes &&
         unicode::isValidUtf8(text)) {
         std::lock_guard lock(mutex_);
+        file_.beginCapture();
         if (ensureOpenLocked())
             result = replaceLocked(previous, text, context_.clock.now());
         if (result)

@@ -320,6 +320,7 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     const auto& fp = reduced->fingerprint;
 
     std::lock_guard lock(mutex_);
+    file_.beginCapture();
     if (!ensureOpenLocked()) {
         if (databasePath())
             file_.reportFailed();
@@ -348,13 +349,13 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
         file_.reportSaved();
         return SaveResult::saved;
     }
+    // A full disk fails saves: the space earlier crashes left behind helps
+    // now rather than at the next start.
+    sweepOrphansLocked();
     if (*failure != 0)
         file_.reportFailed(*failure);  // a picture file could not be written
     else
         file_.reportFailed();
-    // A full disk fails saves: the space earlier crashes left behind helps
-    // now rather than at the next start.
-    sweepOrphansLocked();
     return SaveResult::failed;
 }
 

@@ -164,9 +164,16 @@ bool StoreDatabase::rebuild(const fs::path& path) {
     return openPrivate(db_, path);
 }
 
+void StoreDatabase::beginCapture() {
+    lastError_ = 0;
+    lastErrno_ = 0;
+}
+
 void StoreDatabase::noteError(int resultCode) {
-    lastError_ = resultCode;
-    lastErrno_ = db_.systemErrno();
+    if (lastError_ == 0) {
+        lastError_ = resultCode;
+        lastErrno_ = db_.systemErrno();
+    }
     if (isDamaged(resultCode))
         damaged_ = true;
 }

@@ -90,6 +90,9 @@ public:
     // on the new file.
     bool recover();
 
+    // A capture begins: the failure it may report is the first one from
+    // now on (a failed statement is often followed by a failing rollback).
+    void beginCapture();
     // A capture's outcome, for StoreHealth. A failure is described by the
     // last error the connection reported; one that leaves the connection
     // unable to write (a read-only file system) closes it, so that the next

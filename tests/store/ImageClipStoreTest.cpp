@@ -360,7 +360,8 @@ TEST_F(ImageHistory, NoPictureIsReclaimedWhileTheDatabaseCannotBeReadOrADamagedO
     EXPECT_EQ(listing(folder()), before);
     EXPECT_THAT(env.log.lines().back(), HasSubstr("4 picture files no row names are kept"));
     for (const auto& entry : fs::directory_iterator(env.library()))
-        if (entry.path().filename().string().starts_with("clipmedia.sqlite.corrupt-"))
+        if (entry.path().filename().string().starts_with("clipmedia.sqlite.corrupt-") ||
+            entry.path().filename().string().starts_with("clipmedia.sqlite.damaged-"))
             fs::remove(entry.path());
     {
         ImageClipStore next(env.context());
