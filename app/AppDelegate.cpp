@@ -20,30 +20,45 @@
 #include "platform/linux/QtGeometry.h"
 #include "popup/ui/Texts.h"
 #include "settings/GeneralPage.h"
+#include "settings/StoragePage.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
+#include "store/StoreHealth.h"
 #include "sync/SyncPace.h"
 
 namespace zettly {
 
 AppDelegate::AppDelegate(Platform& platform, Defaults& defaults, ClipboardStore& texts,
-                         ImageClipStore& images)
+                         ImageClipStore& images, StoreHealth& health)
     : platform_(platform),
       defaults_(defaults),
       texts_(texts),
       images_(images),
+      health_(health),
       mainQueue_(platform.mainQueue()),
       updater_(ZETTLY_VERSION, defaults, mainQueue_, SystemClock::instance(),
                StderrLog::instance()) {}
 
 AppDelegate::~AppDelegate() {
+    // The stores outlive this object; what they report later has no one to
+    // go to.
+    health_.setListener(nullptr);
     // A read waiting on an application that does not answer must not hold
     // up the quit.
     platform_.pasteboard().interruptReads();
 }
 
 void AppDelegate::applicationDidFinishLaunching() {
+    // Reported on the thread that saved (or failed to save) a copy.
+    health_.setListener([this] { mainQueue_.post([this] { storageChanged(); }); });
+    // Both files are checked (and a damaged one rebuilt, stray picture files
+    // reclaimed) now, ahead of the first copy on the same thread, rather than
+    // when the user first opens the history.
+    background_.run([this] {
+        texts_.open();
+        images_.open();
+    });
     // Until a server is set up in the settings, the backend has no account
     // and sync only reports that.
     backend_ = std::make_unique<SyncBackend>(
@@ -245,6 +260,7 @@ SettingsContext AppDelegate::settingsContext() {
         context.checkForUpdates = [this] { updater_.checkForUpdates(); };
     }
     context.autostart = &platform_.autostart();
+    context.storageStatus = [this] { return health_.status(); };
     context.dialogTexts = translatedPopupTexts();
     return context;
 }
@@ -376,6 +392,10 @@ void AppDelegate::updateIcon() {
         tip = tr("Zettly %1 is available.").arg(QString::fromStdString(*update));
     else
         tip = QStringLiteral("Zettly");
+    // Copies not being saved come first: they cost the user most.
+    const QString storage = StoragePage::problemText(health_.status());
+    if (!storage.isEmpty())
+        tip += QLatin1Char('\n') + storage;
     // What does not work here stays in view until the session changes.
     const QStringList limits = limitationLines();
     if (!limits.isEmpty())
@@ -443,6 +463,23 @@ void AppDelegate::announceRemedy() {
     const Limitation which = *limitation;
     if (!notice_.show(summary, body, label, [this, which] { remedy(which); }))
         StderrLog::instance().line("[Zettly] no notification server to say: " + body.toStdString());
+}
+
+void AppDelegate::storageChanged() {
+    updateIcon();
+    if (settings_)
+        settings_->storageChanged();
+    for (const StoreHealth::Rescue& rescue : health_.takeRescues()) {
+        const auto [summary, body] = StoragePage::rescueText(rescue);
+        const QString folder = QString::fromStdString(rescue.aside.parent_path().string());
+        //: Button of the notification about a damaged history file: opens the folder that
+        //: holds it.
+        if (!storageNotice_.show(summary, body, tr("Show File"), [folder] {
+                QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
+            }))
+            StderrLog::instance().line("[Zettly] no notification server to say: " +
+                                       body.toStdString());
+    }
 }
 
 void AppDelegate::remedy(Limitation limitation) {

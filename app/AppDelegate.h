@@ -25,16 +25,17 @@ namespace zettly {
 class ClipboardStore;
 class Defaults;
 class ImageClipStore;
+class StoreHealth;
 
 // Wires the parts together at launch from the session's platform services,
 // owns the tray icon (normal, paused, skip-next) and its clicks, the history
-// window and the global hot key, says what the session cannot do, and
-// clears the history on quit when asked to.
+// window and the global hot key, says what the session cannot do and when
+// copies cannot be saved, and clears the history on quit when asked to.
 class AppDelegate final : public QObject {
     Q_OBJECT
 public:
     AppDelegate(Platform& platform, Defaults& defaults, ClipboardStore& texts,
-                ImageClipStore& images);
+                ImageClipStore& images, StoreHealth& health);
     ~AppDelegate() override;
 
     void applicationDidFinishLaunching();
@@ -79,6 +80,9 @@ private:
     std::optional<Limitation> remedyLimitation() const;
     // Says once, in a notification, what is wrong and offers the step.
     void announceRemedy();
+    // The stores' health changed: tooltip and Settings › Storage follow, and
+    // a history file that had to be rebuilt or moved aside is told once.
+    void storageChanged();
     // Under the tray icon when the panel tells where it is.
     std::optional<popupgeometry::Anchor> trayAnchor() const;
 
@@ -86,6 +90,7 @@ private:
     Defaults& defaults_;
     ClipboardStore& texts_;
     ImageClipStore& images_;
+    StoreHealth& health_;
     MainQueue& mainQueue_;
     SyncPace pace_;
     SerialExecutor background_;
@@ -112,6 +117,8 @@ private:
     QAction* updatesAction_ = nullptr;
     QAction* remedyAction_ = nullptr;
     DesktopNotice notice_;
+    // Its own, so that it does not replace the notice above.
+    DesktopNotice storageNotice_;
     bool restart_ = false;
 };
 

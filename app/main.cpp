@@ -31,6 +31,7 @@
 #include "platform/Platform.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
+#include "store/StoreHealth.h"
 
 namespace {
 
@@ -177,13 +178,14 @@ int runApplication(Options& options, const zettly::BackendChoice& choice, bool& 
     std::fprintf(stderr, "[Zettly] desktop backend: %s\n", std::string(platform->name()).c_str());
     zettly::Defaults defaults(platform->folders().configDirectory() / "defaults.json",
                               zettly::SystemClock::instance(), zettly::StderrLog::instance());
-    zettly::StoreContext stores{defaults,
-                                [&platform] { return platform->folders().containerURL(); },
-                                zettly::SystemClock::instance(), zettly::StderrLog::instance()};
+    zettly::StoreHealth health(zettly::StderrLog::instance());
+    zettly::StoreContext stores{
+        defaults, [&platform] { return platform->folders().containerURL(); },
+        zettly::SystemClock::instance(), zettly::StderrLog::instance(), &health};
     zettly::ImageWorkerClient imageWorker(imageWorkerPath());
     zettly::ClipboardStore texts(stores);
     zettly::ImageClipStore images(stores, imageWorker);
-    zettly::AppDelegate delegate(*platform, defaults, texts, images);
+    zettly::AppDelegate delegate(*platform, defaults, texts, images, health);
     delegate.applicationDidFinishLaunching();
     if (options.toggle)
         delegate.toggleRequested();

@@ -372,6 +372,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Message when turning on Zettly&apos;s GNOME Shell extension or opening the Extensions app failed. %1 is the reason, in English.</extracomment>
         <translation>Das hat nicht geklappt: %1</translation>
     </message>
+    <message>
+        <source>Show File</source>
+        <extracomment>Button of the notification about a damaged history file: opens the folder that holds it.</extracomment>
+        <translation>Datei zeigen</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AppcastUpdater</name>
@@ -1200,6 +1205,61 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Clear History…</source>
         <extracomment>Settings › Storage button: asks, then deletes the history except pinned items.</extracomment>
         <translation>Verlauf leeren…</translation>
+    </message>
+    <message>
+        <source>New copies are not being saved: the disk is full</source>
+        <extracomment>Settings › Storage and the tray tooltip, while copies cannot be saved.</extracomment>
+        <translation>Neue Kopien werden nicht gespeichert: Die Festplatte ist voll</translation>
+    </message>
+    <message>
+        <source>New copies are not being saved: Zettly cannot write to %1</source>
+        <extracomment>Settings › Storage and the tray tooltip. %1 is a folder, e.g. /home/ann/.local/share/Zettly/Library.</extracomment>
+        <translation>Neue Kopien werden nicht gespeichert: Zettly kann nicht in %1 schreiben</translation>
+    </message>
+    <message>
+        <source>New copies are not being saved: another program is using the history</source>
+        <extracomment>Settings › Storage and the tray tooltip, while another program (a backup, a second Zettly) keeps the history&apos;s database locked.</extracomment>
+        <translation>Neue Kopien werden nicht gespeichert: Ein anderes Programm verwendet den Verlauf</translation>
+    </message>
+    <message>
+        <source>New copies are not being saved: the disk reported an error</source>
+        <extracomment>Settings › Storage and the tray tooltip.</extracomment>
+        <translation>Neue Kopien werden nicht gespeichert: Die Festplatte hat einen Fehler gemeldet</translation>
+    </message>
+    <message>
+        <source>New copies are not being saved: %1 is damaged and could not be repaired</source>
+        <extracomment>Settings › Storage and the tray tooltip. %1 is a file name, e.g. clipboard.sqlite.</extracomment>
+        <translation>Neue Kopien werden nicht gespeichert: %1 ist beschädigt und konnte nicht repariert werden</translation>
+    </message>
+    <message>
+        <source>Zettly started a new history</source>
+        <extracomment>Title of the notification when a history file was made by another program.</extracomment>
+        <translation>Zettly hat einen neuen Verlauf begonnen</translation>
+    </message>
+    <message>
+        <source>%1 was not made by Zettly. It was left untouched as %2.</source>
+        <extracomment>Notification. %1 is a file name (clipboard.sqlite), %2 the name it was renamed to (clipboard.sqlite.foreign-1800000000).</extracomment>
+        <translation>%1 stammt nicht von Zettly. Die Datei wurde unverändert als %2 beiseitegelegt.</translation>
+    </message>
+    <message>
+        <source>Zettly could not read its history</source>
+        <extracomment>Title of the notification when a history file could not be read at all.</extracomment>
+        <translation>Zettly konnte seinen Verlauf nicht lesen</translation>
+    </message>
+    <message>
+        <source>%1 is damaged and was started anew. The damaged file is kept as %2.</source>
+        <extracomment>Notification. %1 is a file name (clipboard.sqlite), %2 the name the damaged file was renamed to (clipboard.sqlite.corrupt-1800000000).</extracomment>
+        <translation>%1 ist beschädigt und wurde neu angelegt. Die beschädigte Datei bleibt als %2 erhalten.</translation>
+    </message>
+    <message>
+        <source>Zettly repaired its history</source>
+        <extracomment>Title of the notification when a damaged history file was repaired.</extracomment>
+        <translation>Zettly hat seinen Verlauf repariert</translation>
+    </message>
+    <message>
+        <source>%1 was damaged. %2 entries were saved into a new file, %3 could not be read. The damaged file is kept as %4.</source>
+        <extracomment>Notification. %1 is a file name (clipboard.sqlite), %2 the number of entries kept, %3 the number lost, %4 the name the damaged file was renamed to.</extracomment>
+        <translation>%1 war beschädigt. %2 Einträge wurden in eine neue Datei gerettet, %3 konnten nicht gelesen werden. Die beschädigte Datei bleibt als %4 erhalten.</translation>
     </message>
 </context>
 <context>

@@ -10,6 +10,7 @@
 #include "platform/Pasteboard.h"
 #include "platform/Platform.h"
 #include "popup/PopupTexts.h"
+#include "store/StoreHealth.h"
 
 namespace zettly {
 
@@ -84,6 +85,8 @@ struct SettingsContext {
     PopupTexts dialogTexts = {};
     // Starting at login; the page offers no switch without it.
     Autostart* autostart = nullptr;
+    // Whether new copies are being saved; Settings › Storage says why not.
+    std::function<StoreHealth::Status()> storageStatus = {};
 
     // None without the hook: a page then assumes the session can do it all.
     std::vector<Limitation> currentLimitations() const {

@@ -92,6 +92,11 @@ void SettingsWindow::sessionChanged() {
         general_->reload();
 }
 
+void SettingsWindow::storageChanged() {
+    if (isVisible())
+        storage_->reload();
+}
+
 bool SettingsWindow::event(QEvent* event) {
     // Coming back after deleting or renaming a category from the history
     // window's chips shows the list as it is now. The other pages keep what

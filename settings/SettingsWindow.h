@@ -34,6 +34,8 @@ public:
     void cloudDidChange();
     // The desktop answered about the shortcut, or the session changed.
     void sessionChanged();
+    // New copies stopped or started being saved.
+    void storageChanged();
 
 protected:
     bool event(QEvent* event) override;

@@ -2,7 +2,9 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDir>
 #include <QFormLayout>
+#include <QLabel>
 #include <QLocale>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -93,10 +95,78 @@ QString StoragePage::retentionLabel(std::int64_t minutes) {
     return tr("%1 hours").arg(QLocale().toString(double(minutes) / hour, 'g', 4));
 }
 
+QString StoragePage::problemText(const StoreHealth::Status& status) {
+    using Problem = StoreHealth::Problem;
+    const QString folder =
+        QDir::toNativeSeparators(QString::fromStdString(status.file.parent_path().string()));
+    switch (status.problem) {
+        case Problem::none:
+            return {};
+        case Problem::diskFull:
+            //: Settings › Storage and the tray tooltip, while copies cannot be saved.
+            return tr("New copies are not being saved: the disk is full");
+        case Problem::readOnly:
+            //: Settings › Storage and the tray tooltip. %1 is a folder, e.g.
+            //: /home/ann/.local/share/Zettly/Library.
+            return tr("New copies are not being saved: Zettly cannot write to %1").arg(folder);
+        case Problem::locked:
+            //: Settings › Storage and the tray tooltip, while another program (a backup, a
+            //: second Zettly) keeps the history's database locked.
+            return tr("New copies are not being saved: another program is using the history");
+        case Problem::diskError:
+            //: Settings › Storage and the tray tooltip.
+            return tr("New copies are not being saved: the disk reported an error");
+        case Problem::damaged:
+            //: Settings › Storage and the tray tooltip. %1 is a file name, e.g.
+            //: clipboard.sqlite.
+            return tr("New copies are not being saved: %1 is damaged and could not be repaired")
+                .arg(QString::fromStdString(status.file.filename().string()));
+    }
+    return {};
+}
+
+std::pair<QString, QString> StoragePage::rescueText(const StoreHealth::Rescue& rescue) {
+    const QString file = QString::fromStdString(rescue.file.filename().string());
+    const QString aside =
+        QDir::toNativeSeparators(QString::fromStdString(rescue.aside.filename().string()));
+    if (rescue.kind == StoreHealth::Rescue::Kind::foreign)
+        return {//: Title of the notification when a history file was made by another program.
+                tr("Zettly started a new history"),
+                //: Notification. %1 is a file name (clipboard.sqlite), %2 the name it was
+                //: renamed to (clipboard.sqlite.foreign-1800000000).
+                tr("%1 was not made by Zettly. It was left untouched as %2.").arg(file, aside)};
+    if (rescue.kept == 0 && rescue.unreadable == 0)
+        return {//: Title of the notification when a history file could not be read at all.
+                tr("Zettly could not read its history"),
+                //: Notification. %1 is a file name (clipboard.sqlite), %2 the name the damaged
+                //: file was renamed to (clipboard.sqlite.corrupt-1800000000).
+                tr("%1 is damaged and was started anew. The damaged file is kept as %2.")
+                    .arg(file, aside)};
+    return {//: Title of the notification when a damaged history file was repaired.
+            tr("Zettly repaired its history"),
+            //: Notification. %1 is a file name (clipboard.sqlite), %2 the number of entries
+            //: kept, %3 the number lost, %4 the name the damaged file was renamed to.
+            tr("%1 was damaged. %2 entries were saved into a new file, %3 could not be read. The "
+               "damaged file is kept as %4.")
+                .arg(file, QLocale().toString(qlonglong(rescue.kept)),
+                     QLocale().toString(qlonglong(rescue.unreadable)), aside)};
+}
+
 StoragePage::StoragePage(SettingsContext& context, QWidget* parent)
     : QWidget(parent), context_(context) {
     auto* form = new QFormLayout(this);
     form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+
+    problem_ = new QLabel(this);
+    problem_->setWordWrap(true);
+    problem_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    // The palette's own error-ish colour would not exist in every style;
+    // bold reads as a warning in all of them.
+    QFont bold = problem_->font();
+    bold.setBold(true);
+    problem_->setFont(bold);
+    problem_->setVisible(false);
+    form->addRow(problem_);
 
     limit_ = new QComboBox(this);
     //: Settings › Storage: label before the picker of how many items the history keeps.
@@ -136,6 +206,10 @@ StoragePage::StoragePage(SettingsContext& context, QWidget* parent)
 }
 
 void StoragePage::reload() {
+    const QString problem =
+        context_.storageStatus ? problemText(context_.storageStatus()) : QString();
+    problem_->setText(problem);
+    problem_->setVisible(!problem.isEmpty());
     const ClipPrefs prefs(context_.defaults);
     fill(limit_, std::begin(limits), std::end(limits), prefs.clipboardLimit(), &limitLabel);
     fill(retention_, std::begin(retentions), std::end(retentions),

@@ -3,9 +3,13 @@
 #include <QString>
 #include <QWidget>
 #include <cstdint>
+#include <utility>
+
+#include "store/StoreHealth.h"
 
 class QCheckBox;
 class QComboBox;
+class QLabel;
 class QPushButton;
 
 namespace zettly {
@@ -14,7 +18,7 @@ struct SettingsContext;
 
 // Settings › Storage: how many items and for how long the history keeps
 // them, whether images are saved, clearing at quit and now. Every change is
-// stored at once.
+// stored at once. While new copies cannot be saved, the page says why first.
 class StoragePage : public QWidget {
     Q_OBJECT
 public:
@@ -32,17 +36,25 @@ public:
     // hour, days for one day and 30 days, weeks for one week, hours for
     // everything else from an hour on ("1.5 hours" for 90 minutes).
     static QString retentionLabel(std::int64_t minutes);
+    // Why new copies are not being saved, one sentence; empty while they are.
+    // The tray's tooltip says the same.
+    static QString problemText(const StoreHealth::Status& status);
+    // What happened to a history file that could not be used as it was: a
+    // title and a sentence, for the one notification about it.
+    static std::pair<QString, QString> rescueText(const StoreHealth::Rescue& rescue);
 
     QComboBox* limitPicker() const { return limit_; }
     QComboBox* retentionPicker() const { return retention_; }
     QCheckBox* saveImagesSwitch() const { return saveImages_; }
     QCheckBox* clearOnQuitSwitch() const { return clearOnQuit_; }
     QPushButton* clearButton() const { return clear_; }
+    QLabel* problemLabel() const { return problem_; }
 
 private:
     void clearHistory();
 
     SettingsContext& context_;
+    QLabel* problem_;
     QComboBox* limit_;
     QComboBox* retention_;
     QCheckBox* saveImages_;

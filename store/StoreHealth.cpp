@@ -78,8 +78,7 @@ void StoreHealth::saveFailed(const std::filesystem::path& file, int resultCode, 
         cause += (cause.empty() ? "" : "; ") + std::string(std::strerror(systemErrno));
     log_.line("[Zettly] new copies are not being saved to " + file.string() + ": " +
               std::string(describe(problem)) + (cause.empty() ? "" : " (" + cause + ")"));
-    if (onChange)
-        onChange();
+    notify();
 }
 
 void StoreHealth::saved(const std::filesystem::path& file) {
@@ -91,8 +90,7 @@ void StoreHealth::saved(const std::filesystem::path& file) {
         problems_.erase(it);
     }
     log_.line("[Zettly] copies are being saved to " + file.string() + " again");
-    if (onChange)
-        onChange();
+    notify();
 }
 
 void StoreHealth::rescued(Rescue rescue) {
@@ -100,8 +98,22 @@ void StoreHealth::rescued(Rescue rescue) {
         std::lock_guard lock(mutex_);
         rescues_.push_back(std::move(rescue));
     }
-    if (onChange)
-        onChange();
+    notify();
+}
+
+void StoreHealth::setListener(std::function<void()> listener) {
+    std::lock_guard lock(mutex_);
+    listener_ = std::move(listener);
+}
+
+void StoreHealth::notify() {
+    std::function<void()> listener;
+    {
+        std::lock_guard lock(mutex_);
+        listener = listener_;
+    }
+    if (listener)
+        listener();
 }
 
 StoreHealth::Status StoreHealth::status() const {

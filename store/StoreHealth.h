@@ -20,7 +20,7 @@ class Log;
 // is saved clears it: the warning goes away by itself once the disk has
 // room again or the folder can be written.
 //
-// Safe to use from any thread; `onChange` runs on the reporting thread.
+// Safe to use from any thread; the listener runs on the reporting thread.
 class StoreHealth {
 public:
     enum class Problem {
@@ -65,18 +65,21 @@ public:
     // out once.
     std::vector<Rescue> takeRescues();
 
-    // Set once, before the stores are used from another thread.
-    std::function<void()> onChange;
+    // Called after every change of status and every rescue; none to stop.
+    void setListener(std::function<void()> listener);
 
     static Problem classify(int resultCode, int systemErrno);
     // "the disk is full", for the log.
     static std::string_view describe(Problem problem);
 
 private:
+    void notify();
+
     Log& log_;
     mutable std::mutex mutex_;
     std::map<std::filesystem::path, Problem> problems_;
     std::vector<Rescue> rescues_;
+    std::function<void()> listener_;
 };
 
 }  // namespace zettly

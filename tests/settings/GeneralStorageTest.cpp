@@ -11,11 +11,15 @@
 #include <QTimer>
 #include <QToolButton>
 #include <QtTest/QTest>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <utility>
 #include <vector>
 
+#include <sqlite3.h>
+
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "platform/Autostart.h"
@@ -37,6 +41,7 @@
 namespace zettly {
 namespace {
 
+using ::testing::HasSubstr;
 using Strings = std::vector<std::string>;
 
 // Picks an entry the way a keyboard user does, so the picker's own
@@ -153,6 +158,38 @@ TEST_F(SettingsPagesTest, ClearHistoryAsksFirstAndKeepsPinnedTextsAndImages) {
     ASSERT_EQ(left.size(), 1u);
     EXPECT_EQ(left[0].text, "kept because pinned");
     EXPECT_TRUE(images.fetchAll().empty());
+}
+
+TEST_F(SettingsPagesTest, WhileCopiesCannotBeSavedTheStoragePageSaysWhyAndStopsOnceTheyAre) {
+    context.storageStatus = [&] { return env.health.status(); };
+    StoragePage page(context);
+    EXPECT_FALSE(page.problemLabel()->isVisibleTo(&page));
+
+    const auto file = env.library() / "clipboard.sqlite";
+    env.health.saveFailed(file, SQLITE_FULL, ENOSPC);
+    page.reload();
+    EXPECT_TRUE(page.problemLabel()->isVisibleTo(&page));
+    EXPECT_EQ(page.problemLabel()->text(), "New copies are not being saved: the disk is full");
+
+    env.health.saveFailed(file, SQLITE_CANTOPEN, EACCES);
+    page.reload();
+    EXPECT_THAT(page.problemLabel()->text().toStdString(),
+                HasSubstr("cannot write to " + env.library().string()));
+
+    env.health.saved(file);
+    page.reload();
+    EXPECT_FALSE(page.problemLabel()->isVisibleTo(&page));
+
+    // The one notice about a rebuilt file names what was kept and where.
+    auto [title, body] =
+        StoragePage::rescueText({.file = file,
+                                 .aside = env.library() / "clipboard.sqlite.damaged-1800000000",
+                                 .kept = 493,
+                                 .unreadable = 8});
+    EXPECT_EQ(title, "Zettly repaired its history");
+    EXPECT_THAT(body.toStdString(), HasSubstr("493 entries were saved"));
+    EXPECT_THAT(body.toStdString(), HasSubstr("8 could not be read"));
+    EXPECT_THAT(body.toStdString(), HasSubstr("clipboard.sqlite.damaged-1800000000"));
 }
 
 TEST_F(SettingsPagesTest, GeneralPickersStoreEachChangeAndThePasteNoteSaysWhatBlocksPasting) {
