@@ -151,6 +151,27 @@ void fetch500(benchmark::State& state, const Medium* medium) {
     reportSyncs(state, before);
 }
 
+// Opening the history at start-up, first statement included: the file is
+// checked then. 500 texts of 100 KB, the largest history the limits allow.
+void openLargeHistory(benchmark::State& state, const Medium* medium) {
+    History history(medium->base, 500);
+    fs::path container = history.dir / "container";
+    {
+        sql::Database db;
+        db.open(container / "Library" / "clipboard.sqlite");
+        db.exec("UPDATE items SET text = text || printf('%.*c', 100000 - length(text), 'x')");
+    }
+    state.counters["MB"] =
+        static_cast<double>(fs::file_size(container / "Library" / "clipboard.sqlite")) / 1e6;
+    for (auto _ : state) {
+        ClipboardStore store(StoreContext{*history.defaults,
+                                          [container] { return std::optional(container); },
+                                          history.clock, history.log});
+        if (store.fetch(1, 0).size() != 1)
+            state.SkipWithError("the history did not open");
+    }
+}
+
 std::string fsType(const fs::path& p) {
     struct statfs s {};
     if (::statfs(p.c_str(), &s) != 0)
@@ -180,6 +201,9 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark((std::string("fetch_500/") + medium.name).c_str(), fetch500,
                                      &medium)
             ->Unit(benchmark::kMicrosecond);
+        benchmark::RegisterBenchmark((std::string("open_50MB/") + medium.name).c_str(),
+                                     openLargeHistory, &medium)
+            ->Unit(benchmark::kMillisecond);
     }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
