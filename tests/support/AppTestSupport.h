@@ -82,10 +82,10 @@ inline pid_t spawn(std::vector<std::string> args, int stdinFd = -1,
     return rc == 0 ? pid : -1;
 }
 
-inline void stop(pid_t pid) {
+inline void stop(pid_t pid, int signal = SIGTERM) {
     if (pid <= 0)
         return;
-    ::kill(pid, SIGTERM);
+    ::kill(pid, signal);
     int status = 0;
     bool ended = waitUntil([&] { return ::waitpid(pid, &status, WNOHANG) == pid; });
     if (!ended) {  // a hung quit must not hang the whole suite
@@ -175,6 +175,15 @@ protected:
         ::setenv("XDG_RUNTIME_DIR", runtime_.c_str(), 1);
         if (!defaults().empty())
             setDefaults(defaults());
+        beforeStart();
+        if (HasFatalFailure())
+            return;
+        startApp();
+    }
+    void startApp() {
+        // A killed app leaves its socket behind; the next one replaces it.
+        std::error_code ignored;
+        fs::remove(runtime_ / "zettly.sock", ignored);
         std::vector<std::string> command{program(ZETTLY_APP_PATH)};
         for (const std::string& argument : arguments())
             command.push_back(argument);
@@ -183,6 +192,13 @@ protected:
         ASSERT_TRUE(waitUntil([&] { return fs::exists(runtime_ / "zettly.sock"); }))
             << "the app never started listening";
     }
+    // Ends the app with `signal` (SIGKILL: as a crash would) and starts it
+    // again over the same folders; its log goes on in the same file.
+    void restartApp(int signal) {
+        stop(app_, signal);
+        app_ = -1;
+        startApp();
+    }
     // Points the app and the test's clients at the display server; runs
     // before XDG_RUNTIME_DIR becomes the test's own.
     virtual void prepareSession() {
@@ -190,6 +206,9 @@ protected:
         ::setenv("QT_QPA_PLATFORM", "xcb", 1);
     }
     virtual std::string defaults() const { return {}; }
+    // Runs before the app's first start, over the test's own folders: a
+    // history the app is to find there.
+    virtual void beforeStart() {}
     virtual std::vector<std::string> arguments() const { return {}; }
 
     // Replaces the preferences while the app runs; it reads the file afresh
