@@ -81,8 +81,16 @@ TEST_F(WaylandApp, SavesWaylandClientsCopiesButNeitherPasswordsNorThePrimarySele
 }
 
 TEST_F(WaylandApp, TheToggleOpensTheWindowFloatingInFrontAndClosesItGivingFocusBack) {
-    wlCopy({}, "an entry to show");
-    ASSERT_TRUE(waitUntil([&] { return texts("an entry to show") == 1; }));
+    // The app listens for --toggle before it watches the clipboard, and a
+    // copy made before that is not its to take: copied again until one is.
+    bool stored = false;
+    for (int attempt = 0; attempt < 5 && !stored; ++attempt) {
+        wlCopy({}, "an entry to show");
+        const auto until = SteadyClock::now() + 2s;
+        while (!(stored = texts("an entry to show") == 1) && SteadyClock::now() < until)
+            std::this_thread::sleep_for(50ms);
+    }
+    ASSERT_TRUE(stored);
     fs::path typed = dir_ / "typed.txt";
     pid_t target =
         spawn({program(ZETTLY_PASTE_TARGET_PATH), typed.string()}, -1, {}, dir_ / "target.log");
