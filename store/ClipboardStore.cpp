@@ -93,7 +93,7 @@ StoreSchema textSchema() {
                              {"rid", "TEXT"},
                              {"mm", "REAL"}},
                  .required = 6,
-                 .keptFirst = "pinned = 1 OR category IS NOT NULL OR label IS NOT NULL"},
+                 .keptFirst = keptByUserSQL},
                 {.name = "sync_tombstones",
                  .columns = {{"key", "TEXT"}, {"kind", "TEXT"}, {"at", "REAL"}},
                  .required = 3},

@@ -15,10 +15,6 @@ namespace zettly {
 
 namespace {
 
-// Rows kept whatever their age: pinned, filed or named by the user.
-constexpr std::string_view kKeptByUser =
-    "(pinned = 1 OR category IS NOT NULL OR label IS NOT NULL)";
-
 bool startsWithIgnoringAsciiCase(std::string_view text, std::string_view lowerPrefix) {
     return text.size() >= lowerPrefix.size() &&
            std::equal(lowerPrefix.begin(), lowerPrefix.end(), text.begin(), [](char p, char t) {
@@ -62,7 +58,7 @@ std::int64_t ClipboardStore::retentionMinutes() const {
 
 std::string ClipboardStore::liveSQL(double now) const {
     double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
-    return "(" + std::string(kKeptByUser) + " OR created >= " + sql::number(cutoff) + ")";
+    return "(" + std::string(keptByUserSQL) + " OR created >= " + sql::number(cutoff) + ")";
 }
 
 std::string ClipboardStore::liveSQL() const {
@@ -103,8 +99,7 @@ template <typename Save>
 ClipboardStore::InsertResult ClipboardStore::saveLocked(Save&& save) {
     file_.beginCapture();
     if (!ensureOpenLocked()) {
-        if (databasePath())
-            file_.reportFailed();
+        file_.reportFailed();
         return InsertResult::disabled;
     }
     InsertResult result = save(context_.clock.now());
@@ -260,12 +255,12 @@ void ClipboardStore::expireLocked(double now) {
     // Nearly every copy finds nothing to expire; asking first (a range on
     // the created index) saves parsing the two statements below each time.
     sql::CachedStatement due = db_.cached("SELECT 1 FROM items WHERE NOT " +
-                                          std::string(kKeptByUser) + " AND created < ? LIMIT 1");
+                                          std::string(keptByUserSQL) + " AND created < ? LIMIT 1");
     due->bind(1, cutoff);
     if (due->step() == SQLITE_DONE)
         return;
     std::string condition =
-        "NOT " + std::string(kKeptByUser) + " AND created < " + sql::number(cutoff);
+        "NOT " + std::string(keptByUserSQL) + " AND created < " + sql::number(cutoff);
     tombstoneLocked(condition, now);
     db_.exec("DELETE FROM items WHERE " + condition);
 }

@@ -90,7 +90,7 @@ StoreSchema imageSchema() {
                              {"fp", "BLOB"},
                              {"mm", "REAL"}},
                  .required = 8,
-                 .keptFirst = "pinned = 1 OR category IS NOT NULL OR label IS NOT NULL"},
+                 .keptFirst = keptByUserSQL},
                 {.name = "sync_tombstones",
                  .columns = {{"key", "TEXT"}, {"at", "REAL"}},
                  .required = 2},
@@ -256,8 +256,7 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     std::lock_guard lock(mutex_);
     file_.beginCapture();
     if (!ensureOpenLocked()) {
-        if (databasePath())
-            file_.reportFailed();
+        file_.reportFailed();
         return SaveResult::failed;
     }
     auto store = [&]() -> std::optional<int> {

@@ -84,11 +84,15 @@ bool StoreDatabase::open() {
         db_.close();
         return false;
     }
+    prepareConnection();
+    return true;
+}
+
+void StoreDatabase::prepareConnection() {
     db_.setErrorHandler([this](int rc) { noteError(rc); });
     db_.exec("PRAGMA secure_delete = ON;");
     db_.exec("PRAGMA journal_mode=DELETE;");
     schema_.apply(db_);
-    return true;
 }
 
 bool StoreDatabase::openChecked(const fs::path& path) {
@@ -98,6 +102,9 @@ bool StoreDatabase::openChecked(const fs::path& path) {
         return replaceWithNew(path, "corrupt", sqlite3_errstr(rc));
     if (auto why = storecheck::foreignShape(db_, schema_.tables))
         return replaceWithNew(path, "foreign", *why);
+    if (pagesChecked_)
+        return true;
+    pagesChecked_ = true;
     switch (storecheck::pages(db_)) {
         case storecheck::Pages::sound:
             return true;
@@ -186,15 +193,9 @@ bool StoreDatabase::recover() {
         return false;
     db_.setErrorHandler(nullptr);
     const bool rebuilt = rebuild(path_);
-    if (!db_.valid())
-        return false;
-    db_.setErrorHandler([this](int rc) { noteError(rc); });
-    if (!rebuilt)
-        return false;
-    db_.exec("PRAGMA secure_delete = ON;");
-    db_.exec("PRAGMA journal_mode=DELETE;");
-    schema_.apply(db_);
-    return true;
+    if (db_.valid())
+        prepareConnection();
+    return rebuilt && db_.valid();
 }
 
 void StoreDatabase::reportSaved() {
@@ -203,8 +204,14 @@ void StoreDatabase::reportSaved() {
 }
 
 void StoreDatabase::reportFailed() {
-    if (path_.empty())
-        path_ = path().value_or(fs::path());
+    // Without a container there is no file to speak of; the store simply
+    // does not open.
+    if (path_.empty()) {
+        auto file = path();
+        if (!file)
+            return;
+        path_ = *file;
+    }
     if (context_.health)
         context_.health->saveFailed(path_, lastError_, lastErrno_);
     // A file SQLite opened read-only (the file system was read-only then)

@@ -33,6 +33,11 @@ struct TableShape {
     std::string_view keptFirst = {};
 };
 
+// Rows the user pinned, filed or named: kept whatever their age, and the
+// first carried over when a damaged file is rebuilt.
+inline constexpr std::string_view keptByUserSQL =
+    "(pinned = 1 OR category IS NOT NULL OR label IS NOT NULL)";
+
 struct StoreSchema {
     std::string_view fileName;  // "clipboard.sqlite"
     std::vector<TableShape> tables;
@@ -104,6 +109,9 @@ public:
 
 private:
     bool openChecked(const std::filesystem::path& path);
+    // The connection's settings and the schema, on a file that passed the
+    // checks.
+    void prepareConnection();
     // Moves the file aside with `suffix` and starts a new one; false when
     // the new one cannot be opened.
     bool replaceWithNew(const std::filesystem::path& path, std::string_view suffix,
@@ -116,6 +124,10 @@ private:
     sql::Database db_;
     std::filesystem::path path_;
     bool damaged_ = false;
+    // The page check reads the whole file: once per process is enough (the
+    // connection is reopened after every capture a read-only folder fails).
+    // Damage found later comes through the error handler.
+    bool pagesChecked_ = false;
     // A rebuild that failed is not tried again by this process: every
     // operation would pay for it. The damage shows as the store's problem.
     bool rebuildFailed_ = false;
