@@ -276,6 +276,12 @@ void SyncBackend::setPushHandler(std::function<void(const std::string&)> handler
         couch->setPushHandler(std::move(handler));
 }
 
+std::optional<double> SyncBackend::clockSkew() {
+    if (auto couch = current())
+        return couch->clockSkew();
+    return std::nullopt;
+}
+
 CloudResult<> SyncBackend::saveZones(const std::vector<std::string>& names) {
     if (auto couch = current())
         return couch->privateDatabase().saveZones(names);

@@ -51,6 +51,7 @@ public:
     CloudResult<std::string> userRecordName() override;
     CloudDatabase& privateDatabase() override { return *this; }
     void setPushHandler(std::function<void(const std::string&)> handler) override;
+    std::optional<double> clockSkew() override;
 
 private:
     // CloudDatabase, each call on the server that is current when it starts.

@@ -115,6 +115,13 @@ enum class CloudErrorCode : int {
     zoneNotFound = 26,
     limitExceeded = 27,
     userDeletedZone = 28,
+    // Not CloudKit's (a server that cannot be trusted with integrity): the
+    // version the server holds fails the end-to-end check. It was changed,
+    // replayed from an older zone, or written (or deleted) by something
+    // without the key. Nothing of it is to be believed; `serverRecord`
+    // carries only what it takes to save over it (type, name and system
+    // fields; no system fields when the server holds it as deleted).
+    unauthenticRecord = 1001,
 };
 
 struct CloudError {
@@ -263,6 +270,11 @@ public:
     // choosing and should only schedule a sync. Replaces the previous
     // handler; an empty one stops delivery.
     virtual void setPushHandler(std::function<void(const std::string& subscriptionID)> handler) = 0;
+    // How far this computer's clock is ahead of the server's (negative:
+    // behind), in seconds, from the server's last answer; none before the
+    // first answer or when the backend cannot tell. Sync trusts times only
+    // from a clock that agrees with it.
+    virtual std::optional<double> clockSkew() { return std::nullopt; }
 };
 
 }  // namespace zettly

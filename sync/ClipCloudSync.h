@@ -82,6 +82,11 @@ public:
     // error when the zone could not be deleted (nothing local changes then).
     CloudResult<> deleteCloudCopy();
 
+    // The server's data was replaced on purpose from this device (a new
+    // passphrase re-keyed it): everything here goes up again, under a new
+    // sync key, with the next pass.
+    void serverStartedAfresh() { resetServerState(true); }
+
     // The backend now talks to another server or as another user: the next
     // pass asks who the user is instead of waiting for the periodic check.
     void accountMayHaveChanged() { forceUserCheck_ = true; }

@@ -42,6 +42,7 @@ public:
     void setPushHandler(std::function<void(const std::string&)> handler) override {
         base_->setPushHandler(std::move(handler));
     }
+    std::optional<double> clockSkew() override { return base_->clockSkew(); }
 
     InMemoryContainer* inner = nullptr;  // fault injection on the in-memory server
     int passes = 0;
