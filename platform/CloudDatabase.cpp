@@ -67,6 +67,8 @@ std::string_view standardDescription(CloudErrorCode code) {
             return "The request or record is too large";
         case CloudErrorCode::userDeletedZone:
             return "The user deleted the record zone";
+        case CloudErrorCode::unauthenticRecord:
+            return "The server's copy of the record was not written by this app";
     }
     return "Unknown error";
 }
