@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -183,6 +184,13 @@ public:
         bool operator==(const SyncTombstone&) const = default;
     };
 
+    // What taking in one record from the cloud did.
+    enum class SyncApplied {
+        unchanged,
+        changed,  // the history changed (the history window must refresh)
+        failed,   // the database refused it; nothing changed
+    };
+
     struct SyncPending {
         std::vector<SyncItem> items;            // newest first, at most `limit`
         std::vector<SyncCategory> categories;   // every dirty one
@@ -219,12 +227,22 @@ public:
     // syncApply() for each item in order, in one transaction, with the
     // history's limit applied once after all of them: the same rows and
     // deletions as taking them in one by one. One result per item; all
-    // false, with nothing changed, when the database refuses the batch.
-    std::vector<bool> syncApplyItems(const std::vector<SyncItem>& items);
-    bool syncApply(const SyncCategory& category);
+    // failed, with nothing changed, when the database refuses the batch.
+    std::vector<SyncApplied> syncApplyItems(const std::vector<SyncItem>& items);
+    SyncApplied syncApply(const SyncCategory& category);
     // A deletion from the cloud. Rows and categories with unsent local
-    // changes survive it. True when something was deleted.
-    bool syncApplyDeletion(const std::string& key, bool isCategory);
+    // changes survive it. `changed` when something was deleted.
+    SyncApplied syncApplyDeletion(const std::string& key, bool isCategory);
+    // The server's version of this record cannot be believed (it fails the
+    // end-to-end check, or was deleted by something without the key): the
+    // local copy, if there is one, goes up again over `ck`. False when there
+    // is no local copy (or the database refused).
+    bool syncReuploadItem(const std::string& rid, const std::optional<Bytes>& ck);
+    bool syncReuploadCategory(const std::string& id, const std::optional<Bytes>& ck);
+    // Whether this computer's clock agrees with the sync server's. While it
+    // does not, its idea of "old" cannot be trusted: nothing expires, here
+    // or on receipt. On at first (and without sync).
+    void syncSetClockTrusted(bool on) { clockTrusted_ = on; }
     // Under a new 32-byte sync key every row gets its new record name and
     // everything is sent again; pending deletions are dropped (their record
     // names belong to the old key). False, with nothing changed, for a key
@@ -273,6 +291,7 @@ private:
 
     StoreContext context_;
     std::mutex mutex_;
+    std::atomic<bool> clockTrusted_{true};
     StoreDatabase file_;
     sql::Database& db_ = file_.db();
 };

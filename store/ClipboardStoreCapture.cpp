@@ -251,6 +251,8 @@ void ClipboardStore::trimLocked(double now) {
 }
 
 void ClipboardStore::expireLocked(double now) {
+    if (!clockTrusted_)
+        return;
     double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
     // Nearly every copy finds nothing to expire; asking first (a range on
     // the created index) saves parsing the two statements below each time.

@@ -32,19 +32,23 @@ Tombstone checkTombstone(sql::Database& db, const std::string& key, double modif
     return modified > st.real(0) ? Tombstone::superseded : Tombstone::deletionWins;
 }
 
-// Clears the way for a record newer than the local deletion; false when the
-// record must not be taken in (the deletion wins or cannot be read).
-bool passTombstone(sql::Database& db, const std::string& key, double modified) {
+// Clears the way for a record newer than the local deletion: true when it
+// may be taken in, false when the deletion wins, none when the database
+// failed.
+std::optional<bool> passTombstone(sql::Database& db, const std::string& key, double modified) {
     switch (checkTombstone(db, key, modified)) {
         case Tombstone::none:
             return true;
         case Tombstone::superseded:
-            return db.exec("DELETE FROM sync_tombstones WHERE key = " + sql::quote(key));
+            if (!db.exec("DELETE FROM sync_tombstones WHERE key = " + sql::quote(key)))
+                return std::nullopt;
+            return true;
         case Tombstone::deletionWins:
-        case Tombstone::unreadable:
             return false;
+        case Tombstone::unreadable:
+            return std::nullopt;
     }
-    return false;
+    return std::nullopt;
 }
 
 }  // namespace
@@ -202,21 +206,9 @@ bool acceptable(const ClipboardStore::SyncItem& item) {
 }  // namespace
 
 ClipboardStore::ApplyOutcome ClipboardStore::syncApplyLocked(const SyncItem& item, double now) {
-    if (!passTombstone(db_, item.rid, item.modified))
-        return {};
-
-    // An old entry from a device that was off for weeks is not brought back
-    // to life here; the tombstone tells the other devices to drop it too.
-    bool keptByUser = item.pinned || item.category || item.label;
-    double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
-    if (!keptByUser && item.created < cutoff) {
-        std::string key = sql::quote(item.rid);
-        bool ok = db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, kind, at) VALUES(" + key +
-                           ", 'item', " + sql::number(now) + ")") &&
-                  db_.exec("DELETE FROM items WHERE rid = " + key +
-                           " AND dirty = 0 AND pinned = 0 AND category IS NULL AND label IS NULL");
-        return {.ok = ok};
-    }
+    auto pass = passTombstone(db_, item.rid, item.modified);
+    if (!pass || !*pass)
+        return {.ok = pass.has_value()};
 
     // The same text copied on this device before the key was shared has
     // another (or no) record name: it is found by its hash and adopts the
@@ -257,6 +249,15 @@ ClipboardStore::ApplyOutcome ClipboardStore::syncApplyLocked(const SyncItem& ite
         return {};
     local = {};
 
+    // An entry older than the history keeps is not taken in: expiry is
+    // what each device does to what it holds, by its own clock, so nothing
+    // is deleted anywhere for it, and nothing is left out while that clock
+    // disagrees with the server's.
+    bool keptByUser = item.pinned || item.category || item.label;
+    double cutoff = now + static_cast<double>(retentionMinutes()) * -60.0;
+    if (clockTrusted_ && !keptByUser && item.created < cutoff)
+        return {.ok = true};
+
     bool stored = sql::run(
         db_,
         "INSERT INTO items(id, text, hash, type, created, pinned, category, label, modified, "
@@ -285,8 +286,9 @@ bool ClipboardStore::syncApply(const SyncItem& item) {
     return tx.commit() && outcome.changed;
 }
 
-std::vector<bool> ClipboardStore::syncApplyItems(const std::vector<SyncItem>& items) {
-    std::vector<bool> results(items.size(), false);
+std::vector<ClipboardStore::SyncApplied> ClipboardStore::syncApplyItems(
+    const std::vector<SyncItem>& items) {
+    std::vector<SyncApplied> results(items.size(), SyncApplied::failed);
     if (items.empty())
         return results;
     std::lock_guard lock(mutex_);
@@ -302,8 +304,11 @@ std::vector<bool> ClipboardStore::syncApplyItems(const std::vector<SyncItem>& it
         return results;
     bool anyInserted = false;
     for (std::size_t i = 0; i < items.size(); ++i) {
-        if (!acceptable(items[i]))
+        // Nothing this device could store: there is nothing to try again.
+        if (!acceptable(items[i])) {
+            results[i] = SyncApplied::unchanged;
             continue;
+        }
         // Each item is all or nothing on its own, as when taken in singly: a
         // refused one leaves no half-made row and does not undo the others.
         if (!db_.cached("SAVEPOINT sync_item")->run())
@@ -312,25 +317,32 @@ std::vector<bool> ClipboardStore::syncApplyItems(const std::vector<SyncItem>& it
         if (!outcome.ok)
             db_.cached("ROLLBACK TO sync_item")->run();
         db_.cached("RELEASE sync_item")->run();
-        results[i] = outcome.ok && outcome.changed;
+        results[i] = !outcome.ok       ? SyncApplied::failed
+                     : outcome.changed ? SyncApplied::changed
+                                       : SyncApplied::unchanged;
         anyInserted = anyInserted || (outcome.ok && outcome.inserted);
     }
     if (anyInserted)
         trimLocked(now);
     if (!tx.commit())
-        return std::vector<bool>(items.size(), false);
+        return std::vector<SyncApplied>(items.size(), SyncApplied::failed);
     return results;
 }
 
-bool ClipboardStore::syncApply(const SyncCategory& category) {
+ClipboardStore::SyncApplied ClipboardStore::syncApply(const SyncCategory& category) {
     if (category.id.empty())
-        return false;
+        return SyncApplied::unchanged;
     std::lock_guard lock(mutex_);
     if (!ensureOpenLocked())
-        return false;
+        return SyncApplied::failed;
     sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
-    if (!tx.begun() || !passTombstone(db_, category.id, category.modified))
-        return false;
+    if (!tx.begun())
+        return SyncApplied::failed;
+    auto pass = passTombstone(db_, category.id, category.modified);
+    if (!pass)
+        return SyncApplied::failed;
+    if (!*pass)
+        return SyncApplied::unchanged;
 
     sql::Statement local =
         db_.prepare("SELECT COALESCE(modified, created) FROM categories WHERE id = ?");
@@ -341,13 +353,14 @@ bool ClipboardStore::syncApply(const SyncCategory& category) {
         // new (a NaN time keeps the local category too).
         if (!(category.modified > local.real(0))) {
             local = {};
-            if (sql::run(db_, "UPDATE categories SET ck = ? WHERE id = ?", category.ck,
-                         category.id))
-                tx.commit();
-            return false;
+            return sql::run(db_, "UPDATE categories SET ck = ? WHERE id = ?", category.ck,
+                            category.id) &&
+                           tx.commit()
+                       ? SyncApplied::unchanged
+                       : SyncApplied::failed;
         }
     } else if (rc != SQLITE_DONE) {
-        return false;
+        return SyncApplied::failed;
     }
     local = {};
 
@@ -358,43 +371,63 @@ bool ClipboardStore::syncApply(const SyncCategory& category) {
                     "excluded.ck",
                     category.id, category.name, category.sort, category.created, category.modified,
                     category.ck) &&
-           tx.commit();
+                   tx.commit()
+               ? SyncApplied::changed
+               : SyncApplied::failed;
 }
 
-bool ClipboardStore::syncApplyDeletion(const std::string& key, bool isCategory) {
+ClipboardStore::SyncApplied ClipboardStore::syncApplyDeletion(const std::string& key,
+                                                              bool isCategory) {
     std::lock_guard lock(mutex_);
     if (!ensureOpenLocked())
-        return false;
+        return SyncApplied::failed;
     sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
     std::string quoted = sql::quote(key);
     if (!tx.begun() || !db_.exec("DELETE FROM sync_tombstones WHERE key = " + quoted))
-        return false;
+        return SyncApplied::failed;
 
     if (!isCategory) {
         // A row with unsent local changes survives: the next send brings it
         // back to the other devices.
         if (!sql::run(db_, "DELETE FROM items WHERE rid = ? AND dirty = 0", key))
-            return false;
+            return SyncApplied::failed;
         bool deleted = db_.changes() > 0;
-        return tx.commit() && deleted;
+        if (!tx.commit())
+            return SyncApplied::failed;
+        return deleted ? SyncApplied::changed : SyncApplied::unchanged;
     }
 
     sql::Statement dirty = db_.prepare("SELECT dirty FROM categories WHERE id = ?");
     dirty.bind(1, key);
     int rc = dirty.step();
     if (rc != SQLITE_ROW && rc != SQLITE_DONE)
-        return false;
+        return SyncApplied::failed;
     // A category renamed or reordered here and not yet sent is kept.
     if (rc == SQLITE_DONE || dirty.int64(0) != 0) {
         dirty = {};
-        tx.commit();
-        return false;
+        return tx.commit() ? SyncApplied::unchanged : SyncApplied::failed;
     }
     dirty = {};
     // Its rows leave it but stay pinned; the other devices do the same on
     // their own, so this is no change of theirs to send.
     return db_.exec("UPDATE items SET category = NULL WHERE category = " + quoted) &&
-           db_.exec("DELETE FROM categories WHERE id = " + quoted) && tx.commit();
+                   db_.exec("DELETE FROM categories WHERE id = " + quoted) && tx.commit()
+               ? SyncApplied::changed
+               : SyncApplied::failed;
+}
+
+bool ClipboardStore::syncReuploadItem(const std::string& rid, const std::optional<Bytes>& ck) {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked() &&
+           sql::run(db_, "UPDATE items SET dirty = 1, ck = ? WHERE rid = ?", ck, rid) &&
+           db_.changes() > 0;
+}
+
+bool ClipboardStore::syncReuploadCategory(const std::string& id, const std::optional<Bytes>& ck) {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked() &&
+           sql::run(db_, "UPDATE categories SET dirty = 1, ck = ? WHERE id = ?", ck, id) &&
+           db_.changes() > 0;
 }
 
 bool ClipboardStore::syncPrepareFullUpload(const Bytes& key) {

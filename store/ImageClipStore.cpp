@@ -416,6 +416,8 @@ std::string ImageClipStore::keptByAgeSQL(double now) const {
 }
 
 void ImageClipStore::expireLocked(double now, std::vector<std::string>& doomedFiles) {
+    if (!clockTrusted_)
+        return;
     auto paths = deleteRowsLocked("pinned = 0 AND NOT " + keptByAgeSQL(now), now);
     doomedFiles.insert(doomedFiles.end(), paths.begin(), paths.end());
 }

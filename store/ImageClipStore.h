@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
@@ -130,6 +131,7 @@ public:
         unchanged,
         changed,    // the history changed (a known row's new picture may be pending too)
         needsData,  // remembered; its bytes must be downloaded (syncPendingDownloads)
+        failed,     // the database refused it; nothing changed
     };
 
     struct PendingBatch {
@@ -168,6 +170,12 @@ public:
     // known row with another fingerprint carries a new picture: it is
     // remembered for download, and the row is not uploaded until it arrived.
     ApplyResult syncApply(const SyncImage& record);
+    // The server's version of this record cannot be believed: the local
+    // copy, if any, goes up again over `ck`. False without a local copy.
+    bool syncReupload(const std::string& rid, const std::optional<Bytes>& ck);
+    // As ClipboardStore::syncSetClockTrusted: nothing expires while this
+    // computer's clock disagrees with the server's.
+    void syncSetClockTrusted(bool on) { clockTrusted_ = on; }
     // Everything is uploaded afresh as new records (the sync key changed).
     void syncPrepareFullUpload();
     // The server's copy is gone (zone deleted or reset): same reset.
@@ -216,11 +224,14 @@ private:
     bool rememberLocked(const SyncImage& record);
     // Retracts a remote record that will never be stored here.
     bool refuseRecordLocked(const std::string& rid, double now);
+    // Forgets a received record without deleting it anywhere.
+    bool skipRecordLocked(const std::string& rid);
     void resetServerStateLocked();
 
     StoreContext context_;
     ImageReducer& reducer_;
     std::mutex mutex_;
+    std::atomic<bool> clockTrusted_{true};
     StoreDatabase file_;
     sql::Database& db_ = file_.db();
     bool swept_ = false;  // once per process, at the first open

@@ -236,14 +236,14 @@ bool ImageClipStore::syncApplyDeletion(const std::string& rid) {
 ImageClipStore::ApplyResult ImageClipStore::syncApply(const SyncImage& record) {
     std::lock_guard lock(mutex_);
     if (!ensureOpenLocked())
-        return ApplyResult::unchanged;
+        return ApplyResult::failed;
     // One transaction, so a failure half-way leaves the tables as they were.
     sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
     if (!tx.begun())
-        return ApplyResult::unchanged;
+        return ApplyResult::failed;
     auto result = applyLocked(record, context_.clock.now());
     if (!result || !tx.commit())
-        return ApplyResult::unchanged;
+        return ApplyResult::failed;
     return *result;
 }
 
@@ -268,9 +268,11 @@ std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyLocked(const Syn
     const bool filed = record.pinned || record.category;
     const double cutoff =
         now - static_cast<double>(ClipPrefs(context_.defaults).clipboardRetentionMinutes()) * 60.0;
-    if (!filed && !record.label && record.created < cutoff)
-        return refuseRecordLocked(record.rid, now) ? std::optional(ApplyResult::unchanged)
-                                                   : std::nullopt;
+    // Expiry is what each device does to what it holds, by its own clock:
+    // an old picture is left out here but deleted nowhere, and nothing is
+    // left out while that clock disagrees with the server's.
+    if (clockTrusted_ && !filed && !record.label && record.created < cutoff)
+        return skipRecordLocked(record.rid) ? std::optional(ApplyResult::unchanged) : std::nullopt;
 
     sql::Statement known =
         db_.prepare("SELECT fp, COALESCE(modified, created) FROM media WHERE rid = ?");
@@ -351,8 +353,8 @@ std::optional<ImageClipStore::ApplyResult> ImageClipStore::applyLocked(const Syn
         bool full = room.int64(0) >= keptPositions && record.created <= room.real(1);
         room = {};
         if (full)
-            return refuseRecordLocked(record.rid, now) ? std::optional(ApplyResult::unchanged)
-                                                       : std::nullopt;
+            return skipRecordLocked(record.rid) ? std::optional(ApplyResult::unchanged)
+                                                : std::nullopt;
     }
 
     if (!rememberLocked(record))
@@ -417,6 +419,17 @@ bool ImageClipStore::refuseRecordLocked(const std::string& rid, double now) {
     return db_.exec("INSERT OR REPLACE INTO sync_tombstones(key, at) VALUES(" + name + ", " +
                     sql::number(now) + ")") &&
            db_.exec("DELETE FROM sync_pending WHERE rid = " + name);
+}
+
+bool ImageClipStore::skipRecordLocked(const std::string& rid) {
+    return sql::run(db_, "DELETE FROM sync_pending WHERE rid = ?", rid);
+}
+
+bool ImageClipStore::syncReupload(const std::string& rid, const std::optional<Bytes>& ck) {
+    std::lock_guard lock(mutex_);
+    return ensureOpenLocked() &&
+           sql::run(db_, "UPDATE media SET dirty = 1, ck = ? WHERE rid = ?", ck, rid) &&
+           db_.changes() > 0;
 }
 
 void ImageClipStore::resetServerStateLocked() {

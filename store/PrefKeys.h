@@ -36,6 +36,7 @@ inline constexpr std::string_view clipSyncLastAt = "clipSyncLastAt";
 inline constexpr std::string_view clipSyncLastError = "clipSyncLastError";
 inline constexpr std::string_view syncToken = "clipSync.token";
 inline constexpr std::string_view syncZoneReady = "clipSync.zoneReady";
+inline constexpr std::string_view syncSetAside = "clipSync.setAside";
 inline constexpr std::string_view syncOrderDirty = "clipSync.orderDirty";
 inline constexpr std::string_view syncOrderModified = "clipSync.orderModified";
 inline constexpr std::string_view syncOrderCK = "clipSync.orderCK";

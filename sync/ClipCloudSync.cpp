@@ -140,6 +140,8 @@ void ClipCloudSync::noteChange(bool changed) {
 
 bool ClipCloudSync::runOnce() {
     localChanged_ = false;
+    untrusted_ = 0;
+    applyHeld_ = false;
     try {
         auto status = container_ ? container_->accountStatus()
                                  : CloudResult<CloudAccountStatus>(CloudAccountStatus::noAccount);
@@ -152,6 +154,7 @@ bool ClipCloudSync::runOnce() {
             return false;
         }
         CloudDatabase& db = container_->privateDatabase();
+        checkClock(*container_);
 
         auto failed = [this](const CloudError& error) {
             handleFailure(error);
@@ -165,6 +168,8 @@ bool ClipCloudSync::runOnce() {
             return failed(key.error());
         if (auto fetched = fetchChanges(db); !fetched)
             return failed(fetched.error());
+        if (auto repaired = repairKeyRecord(db); !repaired)
+            return failed(repaired.error());
         auto items = sendChanges(db);
         if (!items)
             return failed(items.error());
@@ -184,6 +189,9 @@ bool ClipCloudSync::runOnce() {
             failure = images.value().failure;
         if (!failure)
             failure = prefs.value().failure;
+        // What the user can act on comes before a record's error code.
+        if (auto trouble = troubleText())
+            failure = trouble;
         if (failure) {
             defaults_.setString(prefkey::clipSyncLastError, *failure);
         } else {
@@ -269,6 +277,14 @@ CloudResult<std::optional<ClipCloudSync::Bytes>> ClipCloudSync::fetchKeyRecord(C
     if (!fetched) {
         if (fetched.error().code == CloudErrorCode::unknownItem)
             return std::optional<Bytes>();
+        // A key no device holding the passphrase wrote names nothing: a new
+        // one replaces it.
+        if (fetched.error().code == CloudErrorCode::unauthenticRecord) {
+            distrust(fetched.error().serverRecord ? fetched.error().serverRecord->id()
+                                                  : ClipRecords::id(ClipRecords::keyRecordName),
+                     fetched.error().serverRecord);
+            return std::optional<Bytes>();
+        }
         return fetched.error();
     }
     return ClipRecords::key(fetched.value());
@@ -294,6 +310,7 @@ CloudResult<> ClipCloudSync::ensureKey(CloudDatabase& db) {
     // once both save a new record; the later save meets the earlier one as
     // a conflict and takes its key instead.
     CloudRecord record = ClipRecords::keyRecord(key);
+    record.systemFields = std::exchange(keyToRepair_, std::nullopt).value_or(Bytes{});
     for (int attempt = 0; attempt < 2; ++attempt) {
         auto saved = db.modifyRecords({record}, {}, CloudSavePolicy::ifServerRecordUnchanged, true);
         if (!saved)
@@ -305,6 +322,11 @@ CloudResult<> ClipCloudSync::ensureKey(CloudDatabase& db) {
         if (result)
             return adoptKey(key);
         const CloudError& error = result.error();
+        if (error.code == CloudErrorCode::unauthenticRecord) {
+            ++untrusted_;
+            record.systemFields = error.serverRecord ? error.serverRecord->systemFields : Bytes{};
+            continue;
+        }
         if (error.code != CloudErrorCode::serverRecordChanged || !error.serverRecord)
             return error;
         if (auto theirs = ClipRecords::key(*error.serverRecord))

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -59,6 +60,23 @@ public:
     static constexpr std::string_view syncOffStatus = "Sync is not set up";
     static constexpr int maxPasses = 4;
     static constexpr double accountCheckInterval = 600;
+    // Further apart than this, this computer's clock and the server's
+    // disagree: nothing destructive is synced until they agree again.
+    static constexpr double maxClockSkew = 300;
+    // A record that could not be taken in this many times, while others of
+    // its page could, is set aside (retried each pass) so the rest can go on.
+    static constexpr int maxApplyAttempts = 3;
+    // Status texts (stored in "clipSyncLastError"; the settings translate them).
+    static constexpr std::string_view untrustedStatus =
+        "The sync server holds records Zettly did not write";
+    static constexpr std::string_view applyHeldStatus =
+        "Changes from other devices could not be saved on this computer";
+    static constexpr std::string_view setAsideStatus =
+        "Some entries from other devices could not be saved on this computer";
+    static constexpr std::string_view downloadsStatus =
+        "Some pictures from other devices could not be saved on this computer";
+    // "Your computer's clock is 744 hours off" (or minutes, under two hours).
+    static std::string clockStatus(double skewSeconds);
 
     explicit ClipCloudSync(Dependencies dependencies, Role role = Role::app);
     ClipCloudSync(const ClipCloudSync&) = delete;
@@ -137,6 +155,13 @@ private:
     // The exchange of changes (ClipExchange.cpp). The steps record what they
     // changed locally through noteChange().
     CloudResult<> fetchChanges(CloudDatabase& db);
+    // What taking in a page of records (or set-aside ones) left behind.
+    struct Applied {
+        std::vector<std::string> failed;  // record names the stores refused
+        std::size_t taken = 0;            // records and deletions taken in (or left out on purpose)
+    };
+    CloudResult<Applied> applyRecords(const std::vector<CloudPerRecord<CloudRecord>>& modified,
+                                      const std::vector<CloudDeletion>& deleted);
     CloudResult<> takeRemoteKey(const CloudRecord& record);
     CloudResult<SendOutcome> sendChanges(CloudDatabase& db);
     CloudResult<SendOutcome> sendImages(CloudDatabase& db);
@@ -144,6 +169,26 @@ private:
     CloudResult<SendOutcome> sendPrefs(CloudDatabase& db);
     bool applyPrefs(const CloudRecord& record);
     bool adoptRemoteOrderIfNewer();
+
+    // What the server cannot be trusted with (ClipDistrust.cpp).
+    // Measures the clock against the server's and tells the stores.
+    void checkClock(CloudContainer& container);
+    bool clockAgrees() const { return clockSkew_ == 0; }
+    // A record the server holds fails the end-to-end check: our copy, if
+    // any, goes up again over it.
+    void distrust(const CloudRecordID& id, const std::optional<CloudRecord>& server);
+    // Saves our key over a key record that failed the check.
+    CloudResult<> repairKeyRecord(CloudDatabase& db);
+    // Decides whether a page whose `applied.failed` records were refused may
+    // be passed (they are set aside); false holds the change token.
+    bool setAsideIfStuck(const Applied& applied);
+    CloudResult<> retrySetAside(CloudDatabase& db);
+    // A picture whose bytes could not be had or kept waits before it is
+    // fetched again: a minute, doubling up to an hour.
+    void downloadFailed(const std::string& rid);
+    bool downloadWaiting(const std::string& rid) const;
+    // The first thing the user should hear of this pass, if any.
+    std::optional<std::string> troubleText() const;
 
     CloudContainer* container_;
     ClipboardStore& texts_;
@@ -165,6 +210,19 @@ private:
     double userCheckedAt_;
     std::atomic<bool> forceUserCheck_{false};
     bool localChanged_ = false;
+
+    // What this pass met; reset when it starts.
+    double clockSkew_ = 0;  // 0 while the clocks agree
+    int untrusted_ = 0;
+    bool applyHeld_ = false;
+    std::optional<Bytes> keyToRepair_;  // system fields of a forged key record
+    // Kept between passes of this process.
+    std::map<std::string, int> applyFailures_;
+    struct Backoff {
+        int failures = 0;
+        double notBefore = 0;
+    };
+    std::map<std::string, Backoff> downloadBackoff_;
 };
 
 }  // namespace zettly

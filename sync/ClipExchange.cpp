@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "store/ClipPrefs.h"
@@ -60,6 +61,8 @@ struct Batch {
 }  // namespace
 
 CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
+    if (auto retried = retrySetAside(db); !retried)
+        return retried;
     const std::string zone(zoneName);
     Bytes token = defaults_.data(prefkey::syncToken).value_or(Bytes{});
     for (;;) {
@@ -67,56 +70,15 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
         if (!page)
             return page.error();
         const CloudZoneChanges& changes = page.value();
-        // Runs of texts are taken in together (one commit for a whole page
-        // of a first download); any other record first lets the texts before
-        // it land, so the page's order still holds.
-        std::vector<ClipboardStore::SyncItem> items;
-        auto applyItems = [&] {
-            if (items.empty())
-                return;
-            for (bool changed : texts_.syncApplyItems(items))
-                noteChange(changed);
-            items.clear();
-        };
-        for (const auto& [id, result] : changes.modified) {
-            if (!result)
-                continue;
-            const CloudRecord& record = result.value();
-            const std::string& type = record.recordType;
-            if (type == ClipRecords::itemType) {
-                if (auto item = ClipRecords::item(record))
-                    items.push_back(std::move(*item));
-                continue;
-            }
-            applyItems();
-            if (type == ClipRecords::categoryType) {
-                if (auto category = ClipRecords::category(record))
-                    noteChange(texts_.syncApply(*category));
-            } else if (type == ClipRecords::imageType) {
-                if (auto image = ClipRecords::image(record))
-                    noteChange(images_.syncApply(*image) == ImageClipStore::ApplyResult::changed);
-            } else if (type == ClipRecords::prefsType) {
-                noteChange(applyPrefs(record));
-            } else if (type == ClipRecords::keyType) {
-                if (auto taken = takeRemoteKey(record); !taken)
-                    return taken;
-            }
+        auto applied = applyRecords(changes.modified, changes.deleted);
+        if (!applied)
+            return applied.error();
+        // The token moves only past what was taken in: a page this device
+        // could not store is fetched again, not lost.
+        if (!applied.value().failed.empty() && !setAsideIfStuck(applied.value())) {
+            applyHeld_ = true;
+            return {};
         }
-        applyItems();
-        for (const auto& deletion : changes.deleted) {
-            const std::string& name = deletion.id.recordName;
-            if (deletion.recordType == ClipRecords::itemType) {
-                noteChange(texts_.syncApplyDeletion(name, false));
-            } else if (deletion.recordType == ClipRecords::categoryType &&
-                       name.starts_with(ClipRecords::categoryPrefix)) {
-                noteChange(texts_.syncApplyDeletion(name.substr(ClipRecords::categoryPrefix.size()),
-                                                    true));
-            } else if (deletion.recordType == ClipRecords::imageType) {
-                noteChange(images_.syncApplyDeletion(name));
-            }
-        }
-        // Stored after every page, so a pass that fails later does not
-        // fetch again what was already taken in.
         defaults_.setData(prefkey::syncToken, changes.token);
         // A server that promises more without moving on would keep the
         // pass here forever; the next pass asks again.
@@ -124,6 +86,85 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
             return {};
         token = changes.token;
     }
+}
+
+CloudResult<ClipCloudSync::Applied> ClipCloudSync::applyRecords(
+    const std::vector<CloudPerRecord<CloudRecord>>& modified,
+    const std::vector<CloudDeletion>& deleted) {
+    Applied applied;
+    auto note = [&](const std::string& name, bool failed, bool changed) {
+        if (failed) {
+            applied.failed.push_back(name);
+            return;
+        }
+        ++applied.taken;
+        applyFailures_.erase(name);
+        noteChange(changed);
+    };
+    // Runs of texts are taken in together (one commit for a whole page of a
+    // first download); any other record first lets the texts before it
+    // land, so the page's order still holds.
+    std::vector<ClipboardStore::SyncItem> items;
+    auto applyItems = [&] {
+        if (items.empty())
+            return;
+        auto results = texts_.syncApplyItems(items);
+        for (std::size_t i = 0; i < items.size(); ++i)
+            note(items[i].rid, results[i] == ClipboardStore::SyncApplied::failed,
+                 results[i] == ClipboardStore::SyncApplied::changed);
+        items.clear();
+    };
+    for (const auto& [id, result] : modified) {
+        if (!result) {
+            if (result.error().code == CloudErrorCode::unauthenticRecord)
+                distrust(id, result.error().serverRecord);
+            continue;
+        }
+        const CloudRecord& record = result.value();
+        const std::string& type = record.recordType;
+        if (type == ClipRecords::itemType) {
+            if (auto item = ClipRecords::item(record))
+                items.push_back(std::move(*item));
+            continue;
+        }
+        applyItems();
+        if (type == ClipRecords::categoryType) {
+            if (auto category = ClipRecords::category(record)) {
+                auto outcome = texts_.syncApply(*category);
+                note(id.recordName, outcome == ClipboardStore::SyncApplied::failed,
+                     outcome == ClipboardStore::SyncApplied::changed);
+            }
+        } else if (type == ClipRecords::imageType) {
+            if (auto image = ClipRecords::image(record)) {
+                auto outcome = images_.syncApply(*image);
+                note(id.recordName, outcome == ImageClipStore::ApplyResult::failed,
+                     outcome == ImageClipStore::ApplyResult::changed);
+            }
+        } else if (type == ClipRecords::prefsType) {
+            noteChange(applyPrefs(record));
+        } else if (type == ClipRecords::keyType) {
+            if (auto taken = takeRemoteKey(record); !taken)
+                return taken.error();
+        }
+    }
+    applyItems();
+    for (const auto& deletion : deleted) {
+        const std::string& name = deletion.id.recordName;
+        std::optional<ClipboardStore::SyncApplied> outcome;
+        if (deletion.recordType == ClipRecords::itemType) {
+            outcome = texts_.syncApplyDeletion(name, false);
+        } else if (deletion.recordType == ClipRecords::categoryType &&
+                   name.starts_with(ClipRecords::categoryPrefix)) {
+            outcome =
+                texts_.syncApplyDeletion(name.substr(ClipRecords::categoryPrefix.size()), true);
+        } else if (deletion.recordType == ClipRecords::imageType) {
+            note(name, false, images_.syncApplyDeletion(name));
+        }
+        if (outcome)
+            note(name, *outcome == ClipboardStore::SyncApplied::failed,
+                 *outcome == ClipboardStore::SyncApplied::changed);
+    }
+    return applied;
 }
 
 CloudResult<> ClipCloudSync::takeRemoteKey(const CloudRecord& record) {
@@ -152,19 +193,33 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase
         batch.save(ClipRecords::record(item), Sent{false, item.rid, item.modified});
     for (const auto& category : pending.categories)
         batch.save(ClipRecords::record(category), Sent{true, category.id, category.modified});
-    for (const auto& tombstone : pending.tombstones)
+    // Deletions wait while this computer's clock disagrees with the
+    // server's: they may come from expiry by that clock. One dated after
+    // the server's now came from a clock that ran ahead, and is dropped.
+    const bool sendDeletions = clockAgrees();
+    for (const auto& tombstone : pending.tombstones) {
+        if (!sendDeletions)
+            break;
+        if (tombstone.at > clock_.now() + maxClockSkew) {
+            log_.line(std::string(logPrefix) + "dropped a deletion dated ahead of the server");
+            texts_.syncRemoveTombstone(tombstone.key);
+            continue;
+        }
         batch.remove(tombstone.kind == "category" ? ClipRecords::categoryRecordName(tombstone.key)
                                                   : tombstone.key,
                      tombstone.key);
+    }
 
+    SendOutcome outcome;
+    outcome.more =
+        pending.items.size() >= static_cast<std::size_t>(textBatch) ||
+        (sendDeletions && pending.tombstones.size() >= static_cast<std::size_t>(textBatch));
+    if (batch.empty())
+        return outcome;
     auto answer = db.modifyRecords(batch.saves, batch.deletes,
                                    CloudSavePolicy::ifServerRecordUnchanged, false);
     if (!answer)
         return answer.error();
-
-    SendOutcome outcome;
-    outcome.more = pending.items.size() >= static_cast<std::size_t>(textBatch) ||
-                   pending.tombstones.size() >= static_cast<std::size_t>(textBatch);
     // Confirmed together, in one commit, before anything below can change
     // the rows again.
     std::vector<ClipboardStore::SyncSent> sentItems;
@@ -198,13 +253,18 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase
             else
                 texts_.syncForgetItemTag(sent.key);
             outcome.more = true;
+        } else if (error.code == CloudErrorCode::unauthenticRecord) {
+            // Our copy goes over whatever the server holds in its place.
+            distrust(id, error.serverRecord);
+            outcome.more = true;
         } else if (error.code == CloudErrorCode::serverRecordChanged) {
             // Another device saved first: merge its copy; what stays dirty
             // goes up again in the next pass, over the server's version.
             if (error.serverRecord) {
                 if (sent.isCategory) {
                     if (auto category = ClipRecords::category(*error.serverRecord))
-                        noteChange(texts_.syncApply(*category));
+                        noteChange(texts_.syncApply(*category) ==
+                                   ClipboardStore::SyncApplied::changed);
                 } else if (auto item = ClipRecords::item(*error.serverRecord)) {
                     noteChange(texts_.syncApply(*item));
                 }
@@ -247,12 +307,15 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase&
         }
         // Otherwise the file could not be read now: it stays dirty.
     }
-    for (const auto& tombstone : pending.tombstones)
-        batch.remove(tombstone, tombstone);
+    const bool sendDeletions = clockAgrees();
+    if (sendDeletions) {
+        for (const auto& tombstone : pending.tombstones)
+            batch.remove(tombstone, tombstone);
+    }
 
     SendOutcome outcome;
     outcome.more = pending.images.size() >= static_cast<std::size_t>(limit) ||
-                   pending.tombstones.size() >= static_cast<std::size_t>(limit);
+                   (sendDeletions && pending.tombstones.size() >= static_cast<std::size_t>(limit));
     if (batch.empty())
         return outcome;
     auto answer = db.modifyRecords(batch.saves, batch.deletes,
@@ -277,6 +340,9 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase&
         if (error.code == CloudErrorCode::unknownItem) {
             images_.syncForgetTag(rid);
             outcome.more = true;
+        } else if (error.code == CloudErrorCode::unauthenticRecord) {
+            distrust(id, error.serverRecord);
+            outcome.more = true;
         } else if (error.code == CloudErrorCode::serverRecordChanged) {
             if (error.serverRecord) {
                 if (auto image = ClipRecords::image(*error.serverRecord))
@@ -297,23 +363,38 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase&
 }
 
 CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
-    auto rids = images_.syncPendingDownloads(downloadBatch());
-    if (rids.empty())
-        return {};
+    // Pictures waiting out a failure are passed over, so they neither take
+    // the batch's places nor cost a download on every pass.
+    const std::size_t batch = static_cast<std::size_t>(downloadBatch());
     std::vector<CloudRecordID> ids;
-    for (const auto& rid : rids)
-        ids.push_back(ClipRecords::id(rid));
+    for (const auto& rid : images_.syncPendingDownloads(
+             downloadBatch() + static_cast<int>(downloadBackoff_.size()))) {
+        if (ids.size() < batch && !downloadWaiting(rid))
+            ids.push_back(ClipRecords::id(rid));
+    }
+    if (ids.empty())
+        return {};
     auto fetched = db.fetchRecords(ids, std::vector<std::string>{"data"});
     if (!fetched)
         return fetched.error();
     for (const auto& [id, result] : fetched.value()) {
+        const std::string& rid = id.recordName;
         if (result) {
-            if (auto data = ClipRecords::imageData(result.value()))
-                noteChange(images_.syncStoreDownloaded(id.recordName, *data));
-            else
-                images_.syncDropPending(id.recordName);
+            auto data = ClipRecords::imageData(result.value());
+            if (!data) {
+                images_.syncDropPending(rid);  // a record without a picture
+            } else if (images_.syncStoreDownloaded(rid, *data)) {
+                downloadBackoff_.erase(rid);
+                noteChange(true);
+            } else {
+                downloadFailed(rid);
+            }
         } else if (result.error().code == CloudErrorCode::unknownItem) {
-            images_.syncDropPending(id.recordName);
+            images_.syncDropPending(rid);
+        } else {
+            if (result.error().code == CloudErrorCode::unauthenticRecord)
+                ++untrusted_;
+            downloadFailed(rid);
         }
     }
     return {};
@@ -357,8 +438,12 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendPrefs(CloudDatabase& 
         // The newer order wins; when ours is, it goes up over theirs next pass.
         noteChange(applyPrefs(*error.serverRecord));
         outcome.more = true;
-    } else if (error.code == CloudErrorCode::unknownItem) {
-        defaults_.remove(prefkey::syncOrderCK);
+    } else if (error.code == CloudErrorCode::unknownItem ||
+               error.code == CloudErrorCode::unauthenticRecord) {
+        if (error.code == CloudErrorCode::unauthenticRecord)
+            distrust(record.id(), error.serverRecord);
+        else
+            defaults_.remove(prefkey::syncOrderCK);
         outcome.more = true;
     } else {
         outcome.failure = statusText(error);
