@@ -263,12 +263,8 @@ std::optional<Json> wipedDocument(const synccrypto::MasterKey& key, const std::s
         synccrypto::seal(key, associatedData(Seal::wipe, {epoch, {}, name, version}), {});
     if (blob.empty())
         return std::nullopt;
-    return Json{{"_id", name},
-                {"_rev", rev},
-                {"_deleted", true},
-                {"wiped", true},
-                {"epoch", epoch},
-                {"version", std::to_string(version)},
+    return Json{{"_id", name},           {"_rev", rev},    {"_deleted", true},
+                {"wiped", true},         {"epoch", epoch}, {"version", std::to_string(version)},
                 {"sealed", base64(blob)}};
 }
 
@@ -306,11 +302,12 @@ OpenedDocument openDocument(const synccrypto::MasterKey& key, const std::string&
 
     const Binding binding{epoch, *type, *name, *version};
     auto sealed = sealedOf(document);
-    auto plain = sealed ? synccrypto::open(key,
-                                           associatedData(Seal::fields, binding, record.fields,
-                                                          attachment != nullptr),
-                                           *sealed)
-                        : std::nullopt;
+    auto plain =
+        sealed
+            ? synccrypto::open(
+                  key, associatedData(Seal::fields, binding, record.fields, attachment != nullptr),
+                  *sealed)
+            : std::nullopt;
     auto fields = plain ? synccrypto::decodeFields(*plain) : std::nullopt;
     if (!fields) {
         opened.problem =
@@ -326,8 +323,9 @@ OpenedDocument openDocument(const synccrypto::MasterKey& key, const std::string&
         auto data =
             blob ? synccrypto::open(key, associatedData(Seal::data, binding), *blob) : std::nullopt;
         if (!data) {
-            opened.problem = "its image bytes do not open: they were changed or belong to "
-                             "another record or version";
+            opened.problem =
+                "its image bytes do not open: they were changed or belong to "
+                "another record or version";
             return opened;
         }
         record.encryptedFields.insert_or_assign(std::string(dataField), std::move(*data));
@@ -355,10 +353,10 @@ OpenedDeletion openDeletion(const synccrypto::MasterKey& key, const std::string&
     // A wipe happens just before the marker takes a new epoch, so it is
     // sealed with the epoch it ended, which the document names.
     const auto wipedIn = stringMember(document, "epoch");
-    const auto ad = deletion.wiped ? associatedData(Seal::wipe, {wipedIn.value_or(""), {}, *name,
-                                                                 *version})
-                                   : associatedData(Seal::deletion, {epoch, deletion.recordType,
-                                                                     *name, *version});
+    const auto ad =
+        deletion.wiped
+            ? associatedData(Seal::wipe, {wipedIn.value_or(""), {}, *name, *version})
+            : associatedData(Seal::deletion, {epoch, deletion.recordType, *name, *version});
     if ((deletion.wiped && !wipedIn) || !synccrypto::open(key, ad, *sealed))
         deletion.problem = "the seal of its deletion does not open";
     return deletion;

@@ -89,8 +89,7 @@ CloudResult<std::map<std::string, Json>> Backend::liveDocuments(
 }
 
 CloudResult<CloudRecord> Backend::open(const Zone& zone, const Json& document,
-                                       const CloudRecordID& id,
-                                       const CloudDesiredKeys& desiredKeys,
+                                       const CloudRecordID& id, const CloudDesiredKeys& desiredKeys,
                                        const std::string& savedType) {
     auto opened = openDocument(zone.key, zone.marker.epoch, document, id.zoneName, desiredKeys);
     if (opened.problem.empty() && !noteVersion(id.recordName, opened.version))
@@ -126,12 +125,12 @@ CloudError Backend::unauthentic(const Json& document, const CloudRecordID& id,
         first = reported_.insert(version).second;
     }
     if (first)
-        log_.line(std::string(logPrefix) + "skipped record " + id.recordName.substr(0, 10) +
-                  ": " + problem);
-    return CloudError(CloudErrorCode::unauthenticRecord,
-                      "The server's copy of " + id.recordName +
-                          " fails the end-to-end check: " + problem,
-                      claimedIdentity(document, id.zoneName, savedType));
+        log_.line(std::string(logPrefix) + "skipped record " + id.recordName.substr(0, 10) + ": " +
+                  problem);
+    return CloudError(
+        CloudErrorCode::unauthenticRecord,
+        "The server's copy of " + id.recordName + " fails the end-to-end check: " + problem,
+        claimedIdentity(document, id.zoneName, savedType));
 }
 
 bool Backend::noteVersion(const std::string& name, std::uint64_t version) {
@@ -236,8 +235,8 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
             }
             // One that fails the check comes with the system fields it
             // takes to save over it, and nothing else.
-            auto server = open(zone.value(), found->second, op->id, std::nullopt,
-                               op->record->recordType);
+            auto server =
+                open(zone.value(), found->second, op->id, std::nullopt, op->record->recordType);
             if (!server)
                 op->outcome = server.error();
             else if (server.value().recordType != op->record->recordType)
@@ -297,13 +296,13 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
                 // the deletion concerns (for a copy that failed the check,
                 // the type it claims).
                 op->version = nextVersion(op->id.recordName);
-                auto tombstone = deletionDocument(
-                    key, epoch, stringMember(*live, "recordType").value_or(""), op->id.recordName,
-                    op->version, *liveRev);
+                auto tombstone =
+                    deletionDocument(key, epoch, stringMember(*live, "recordType").value_or(""),
+                                     op->id.recordName, op->version, *liveRev);
                 if (!tombstone) {
-                    op->outcome = CloudError(CloudErrorCode::internalError,
-                                             "The deletion of " + op->id.recordName +
-                                                 " could not be sealed");
+                    op->outcome =
+                        CloudError(CloudErrorCode::internalError,
+                                   "The deletion of " + op->id.recordName + " could not be sealed");
                     continue;
                 }
                 documents.push_back(std::move(*tombstone));
@@ -454,7 +453,8 @@ CloudResult<> Backend::wipeDocuments() {
             if (!id || !rev || !isRecordName(*id))
                 continue;
             const auto version = nextVersion(*id);
-            auto stub = wipedDocument(zone.value().key, zone.value().marker.epoch, *id, version, *rev);
+            auto stub =
+                wipedDocument(zone.value().key, zone.value().marker.epoch, *id, version, *rev);
             if (!stub)
                 return CloudError(CloudErrorCode::internalError, "The records could not be sealed");
             docs.push_back(std::move(*stub));

@@ -237,9 +237,10 @@ Bytes seal(const MasterKey& key, std::span<const std::uint8_t> associatedData,
     Bytes out(nonceSize + plaintext.size() + tagSize);
     randombytes_buf(out.data(), nonceSize);
     unsigned long long written = 0;
-    crypto_aead_xchacha20poly1305_ietf_encrypt(
-        out.data() + nonceSize, &written, dataOrDummy(plaintext), plaintext.size(),
-        dataOrDummy(associatedData), associatedData.size(), nullptr, out.data(), key.bytes().data());
+    crypto_aead_xchacha20poly1305_ietf_encrypt(out.data() + nonceSize, &written,
+                                               dataOrDummy(plaintext), plaintext.size(),
+                                               dataOrDummy(associatedData), associatedData.size(),
+                                               nullptr, out.data(), key.bytes().data());
     out.resize(nonceSize + static_cast<std::size_t>(written));
     return out;
 }
@@ -252,9 +253,9 @@ std::optional<Bytes> open(const MasterKey& key, std::span<const std::uint8_t> as
     // One spare byte so that an empty plaintext still has somewhere to go.
     Bytes out(cipher.size() - tagSize + 1);
     unsigned long long length = 0;
-    if (crypto_aead_xchacha20poly1305_ietf_decrypt(out.data(), &length, nullptr, cipher.data(),
-                                                   cipher.size(), dataOrDummy(associatedData), associatedData.size(),
-                                                   sealed.data(), key.bytes().data()) != 0)
+    if (crypto_aead_xchacha20poly1305_ietf_decrypt(
+            out.data(), &length, nullptr, cipher.data(), cipher.size(), dataOrDummy(associatedData),
+            associatedData.size(), sealed.data(), key.bytes().data()) != 0)
         return std::nullopt;
     out.resize(static_cast<std::size_t>(length));
     return out;

@@ -75,8 +75,7 @@ TEST_F(SyncCryptoTest, ABlobOpensOnlyUnalteredAndUnderItsOwnAssociatedData) {
         Bytes damaged = blob;
         damaged[i] ^= static_cast<std::uint8_t>(1u << (i % 8));
         EXPECT_EQ(open(key, rid1, damaged), std::nullopt) << "byte " << i;
-        EXPECT_EQ(open(key, rid1, std::span(blob).first(i)), std::nullopt)
-            << "length " << i;
+        EXPECT_EQ(open(key, rid1, std::span(blob).first(i)), std::nullopt) << "length " << i;
     }
 }
 
