@@ -7,6 +7,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
@@ -123,9 +124,23 @@ private:
     // The live documents of these names (deleted and missing ones left out).
     CloudResult<std::map<std::string, Json>> liveDocuments(const std::vector<std::string>& names,
                                                            bool withData);
-    CloudResult<CloudRecord> open(const MasterKey& key, const Json& document,
-                                  const CloudRecordID& id, const CloudDesiredKeys& desiredKeys);
-    void reportUnreadable(const Json& document, const std::string& problem);
+    // A document checked end to end, or unauthenticRecord (see
+    // claimedIdentity() for `savedType`).
+    CloudResult<CloudRecord> open(const Zone& zone, const Json& document, const CloudRecordID& id,
+                                  const CloudDesiredKeys& desiredKeys,
+                                  const std::string& savedType = {});
+    // A deleted document: the user's deletion, none for a wipe, or
+    // unauthenticRecord.
+    CloudResult<std::optional<CloudDeletion>> openDeletion(const Zone& zone, const Json& document,
+                                                           const CloudRecordID& id);
+    CloudError unauthentic(const Json& document, const CloudRecordID& id,
+                           const std::string& problem, const std::string& savedType = {});
+    // False for a version older than one this process read or wrote of the
+    // record (a replay); otherwise remembered.
+    bool noteVersion(const std::string& name, std::uint64_t version);
+    bool hasVersion(const std::string& name);
+    // Above every version seen of the record, and the time in milliseconds.
+    std::uint64_t nextVersion(const std::string& name);
 
     // --- pushes (CouchPush.cpp) ------------------------------------------------
 
@@ -151,6 +166,9 @@ private:
 
     std::mutex reportedMutex_;
     std::set<std::string> reported_;
+
+    std::mutex versionsMutex_;
+    std::map<std::string, std::uint64_t> versions_;  // the highest per record name
 
     std::mutex ownMutex_;
     std::set<std::string> ownRevisions_;

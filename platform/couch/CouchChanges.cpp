@@ -56,14 +56,16 @@ CloudResult<CloudZoneChanges> Backend::zoneChanges(const std::string& zoneName,
         const Json* deleted = member(row, "deleted");
         if ((deleted && deleted->is_boolean() && deleted->get<bool>()) ||
             member(*document, "_deleted")) {
-            // A wiped record was not deleted by the user: other devices keep
-            // their copies and upload them again.
-            auto type = stringMember(*document, "recordType");
-            if (type && !type->empty() && !member(*document, "wiped"))
-                changes.deleted.push_back({id, *type});
+            // A deletion that fails the check is not believed: it comes as
+            // an unauthentic record, which the engine uploads again.
+            auto deletion = openDeletion(zone.value(), *document, id);
+            if (!deletion)
+                changes.modified.push_back({id, deletion.error()});
+            else if (deletion.value())
+                changes.deleted.push_back(std::move(*deletion.value()));
             continue;
         }
-        changes.modified.push_back({id, open(zone.value().key, *document, id, desiredKeys)});
+        changes.modified.push_back({id, open(zone.value(), *document, id, desiredKeys)});
     }
     const Json* last = member(*json, "last_seq");
     if (!last || !(last->is_string() || last->is_number_unsigned()))

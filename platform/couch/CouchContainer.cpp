@@ -10,11 +10,19 @@
 //   a missing zone.
 // - A record is a document (see CouchDocuments.h); its system fields carry
 //   the document's revision as the change tag. Saves go through _bulk_docs.
+//   Every seal binds the zone's epoch and the record's type, name and
+//   version (which each save raises), and the plain fields; a deletion is
+//   sealed too. The backend remembers the highest version it saw of each
+//   record while it runs. A document that fails any of this (changed,
+//   moved, older than one seen, from another epoch, deleted without the
+//   key) is never content nor a deletion: it comes back as
+//   unauthenticRecord with what it takes to save over it.
 // - Change tokens hold the epoch and the _changes sequence. Deleting the
-//   zone deletes every document, marked "wiped" so that no feed reports them
-//   as the user's deletions, and then gives the marker a new epoch: another
-//   device's token then names an old epoch and gets userDeletedZone, and its
-//   engine uploads again, as it does for a zone deleted in CloudKit. The
+//   zone deletes every document, with sealed stubs marked "wiped" so that no
+//   feed reports them as the user's deletions, and then gives the marker a
+//   new epoch: another device's token then names an old epoch and gets
+//   userDeletedZone, and its engine uploads again, as it does for a zone
+//   deleted in CloudKit. The
 //   database itself stays: deleting it would also drop its members list,
 //   and a user who is not an admin could not create it again.
 // - Pushes come from a long-poll on _changes on a thread of its own.

@@ -2,6 +2,8 @@
 // wiping them all when the zone starts afresh. How a record looks as a
 // document is CouchDocuments' business.
 #include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <utility>
 
 #include "platform/Log.h"
@@ -13,6 +15,8 @@ namespace {
 
 constexpr std::string_view logPrefix = "[Zettly] CouchDB: ";
 constexpr std::size_t wipePage = 500;
+const std::string replayed =
+    "it is older than a version already seen (the server handed back an old copy)";
 
 // A record the server refused in _bulk_docs.
 CloudError recordFailure(const Json& result, const std::string& name) {
@@ -56,7 +60,7 @@ CloudResult<std::vector<CloudPerRecord<CloudRecord>>> Backend::fetchRecords(
             results.push_back({id, CloudError(CloudErrorCode::unknownItem)});
             continue;
         }
-        results.push_back({id, open(zone.value().key, found->second, id, desiredKeys)});
+        results.push_back({id, open(zone.value(), found->second, id, desiredKeys)});
     }
     return results;
 }
@@ -84,29 +88,74 @@ CloudResult<std::map<std::string, Json>> Backend::liveDocuments(
     return documents;
 }
 
-CloudResult<CloudRecord> Backend::open(const MasterKey& key, const Json& document,
-                                       const CloudRecordID& id,
-                                       const CloudDesiredKeys& desiredKeys) {
-    auto opened = openDocument(key, document, id.zoneName, desiredKeys);
+CloudResult<CloudRecord> Backend::open(const Zone& zone, const Json& document,
+                                       const CloudRecordID& id, const CloudDesiredKeys& desiredKeys,
+                                       const std::string& savedType) {
+    auto opened = openDocument(zone.key, zone.marker.epoch, document, id.zoneName, desiredKeys);
+    if (opened.problem.empty() && !noteVersion(id.recordName, opened.version))
+        opened.problem = replayed;
     if (!opened.problem.empty())
-        reportUnreadable(document, opened.problem);
-    if (!opened.record)
-        return CloudError(CloudErrorCode::internalError,
-                          "The record " + id.recordName + " cannot be read: " + opened.problem);
+        return unauthentic(document, id, opened.problem, savedType);
     return std::move(*opened.record);
 }
 
-// Logged once per stored version: the same damaged record comes back
-// with every fetch until someone replaces it.
-void Backend::reportUnreadable(const Json& document, const std::string& problem) {
-    const std::string name = stringMember(document, "_id").value_or("?");
-    const std::string version = name + " " + stringMember(document, "_rev").value_or("");
+CloudResult<std::optional<CloudDeletion>> Backend::openDeletion(const Zone& zone,
+                                                                const Json& document,
+                                                                const CloudRecordID& id) {
+    auto opened = couch::openDeletion(zone.key, zone.marker.epoch, document);
+    if (opened.problem.empty() && !noteVersion(id.recordName, opened.version))
+        opened.problem = replayed;
+    if (!opened.problem.empty())
+        return unauthentic(document, id, opened.problem);
+    // A wiped record was not deleted by the user: other devices keep their
+    // copies and upload them again.
+    if (opened.wiped)
+        return std::optional<CloudDeletion>();
+    return std::optional<CloudDeletion>(CloudDeletion{id, opened.recordType});
+}
+
+// Logged once per stored version: the same record comes back with every
+// fetch until someone replaces it.
+CloudError Backend::unauthentic(const Json& document, const CloudRecordID& id,
+                                const std::string& problem, const std::string& savedType) {
+    const std::string version = id.recordName + " " + stringMember(document, "_rev").value_or("");
+    bool first = false;
     {
         std::lock_guard lock(reportedMutex_);
-        if (!reported_.insert(version).second)
-            return;
+        first = reported_.insert(version).second;
     }
-    log_.line(std::string(logPrefix) + "skipped record " + name.substr(0, 10) + ": " + problem);
+    if (first)
+        log_.line(std::string(logPrefix) + "skipped record " + id.recordName.substr(0, 10) + ": " +
+                  problem);
+    return CloudError(
+        CloudErrorCode::unauthenticRecord,
+        "The server's copy of " + id.recordName + " fails the end-to-end check: " + problem,
+        claimedIdentity(document, id.zoneName, savedType));
+}
+
+bool Backend::noteVersion(const std::string& name, std::uint64_t version) {
+    std::lock_guard lock(versionsMutex_);
+    auto [seen, fresh] = versions_.try_emplace(name, version);
+    if (fresh || seen->second <= version) {
+        seen->second = version;
+        return true;
+    }
+    return false;
+}
+
+bool Backend::hasVersion(const std::string& name) {
+    std::lock_guard lock(versionsMutex_);
+    return versions_.contains(name);
+}
+
+std::uint64_t Backend::nextVersion(const std::string& name) {
+    const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::system_clock::now().time_since_epoch());
+    std::uint64_t next = static_cast<std::uint64_t>(std::max<std::int64_t>(now.count(), 1));
+    std::lock_guard lock(versionsMutex_);
+    if (auto seen = versions_.find(name); seen != versions_.end())
+        next = std::max(next, seen->second + 1);
+    return next;
 }
 
 CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRecord>& saves,
@@ -121,17 +170,24 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
     if (!zone)
         return zone.error();
     const MasterKey& key = zone.value().key;
+    const std::string& epoch = zone.value().marker.epoch;
 
     struct Op {
         CloudRecordID id;
         const CloudRecord* record = nullptr;  // none for a deletion
         std::optional<std::string> sentRev;
+        // System fields of another type: those of a copy that failed the
+        // check name the type it claimed.
+        bool otherType = false;
+        std::uint64_t version = 0;
         CloudRecord stored;
         std::optional<CloudResult<CloudRecord>> outcome;
     };
     std::vector<Op> ops;
     for (const auto& record : saves) {
-        Op op{record.id(), &record, std::nullopt, {}, std::nullopt};
+        Op op;
+        op.id = record.id();
+        op.record = &record;
         if (record.recordType.empty()) {
             op.outcome = CloudError(CloudErrorCode::invalidArguments,
                                     "A record without a type cannot be saved");
@@ -141,18 +197,20 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
         } else if (!record.systemFields.empty()) {
             auto system = decodeSystemFields(record.systemFields);
             if (!system || system->zoneName != record.zoneName ||
-                system->recordName != record.recordName ||
-                system->recordType != record.recordType || system->changeTag.empty())
+                system->recordName != record.recordName || system->changeTag.empty()) {
                 op.outcome = CloudError(
                     CloudErrorCode::invalidArguments,
                     "The system fields of " + record.recordName + " belong to another record");
-            else
+            } else {
                 op.sentRev = system->changeTag;
+                op.otherType = system->recordType != record.recordType;
+            }
         }
         ops.push_back(std::move(op));
     }
     for (const auto& id : deletes) {
-        Op op{id, nullptr, std::nullopt, {}, std::nullopt};
+        Op op;
+        op.id = id;
         if (!isRecordName(id.recordName))
             op.outcome = CloudError(CloudErrorCode::unknownItem);
         ops.push_back(std::move(op));
@@ -175,19 +233,19 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
                     op->outcome = CloudError(CloudErrorCode::unknownItem);
                 continue;
             }
-            auto opened = openDocument(key, found->second, op->id.zoneName, std::nullopt);
-            if (!opened.problem.empty())
-                reportUnreadable(found->second, opened.problem);
-            // A copy that does not open still lets the caller save over it.
-            auto server = opened.record ? std::move(opened.record)
-                                        : plainPart(found->second, op->id.zoneName);
-            if (server && server->recordType != op->record->recordType)
+            // One that fails the check comes with the system fields it
+            // takes to save over it, and nothing else.
+            auto server =
+                open(zone.value(), found->second, op->id, std::nullopt, op->record->recordType);
+            if (!server)
+                op->outcome = server.error();
+            else if (server.value().recordType != op->record->recordType)
                 op->outcome = CloudError(
                     CloudErrorCode::invalidArguments,
                     "The record " + op->id.recordName + " has another type on the server");
             else
                 op->outcome =
-                    CloudError(CloudErrorCode::serverRecordChanged, {}, std::move(server));
+                    CloudError(CloudErrorCode::serverRecordChanged, {}, std::move(server.value()));
         }
         return {};
     };
@@ -205,9 +263,12 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
         // stale copy); a save racing it between check and write can still
         // leave the others stored.
         const bool check = atomic && ops.size() > 1 && round == 0;
+        // Also a record whose version this process does not know yet: a
+        // new version must be above the one it replaces.
         std::vector<std::string> names;
         for (Op* op : pending) {
-            if (!op->record || policy != CloudSavePolicy::ifServerRecordUnchanged || check)
+            if (!op->record || policy != CloudSavePolicy::ifServerRecordUnchanged || check ||
+                op->otherType || !hasVersion(op->id.recordName))
                 names.push_back(op->id.recordName);
         }
         auto current = liveDocuments(names, policy == CloudSavePolicy::changedKeys);
@@ -221,23 +282,35 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
             auto found = current.value().find(op->id.recordName);
             const Json* live = found == current.value().end() ? nullptr : &found->second;
             const auto liveRev = live ? stringMember(*live, "_rev") : std::nullopt;
-            const auto liveType = live ? stringMember(*live, "recordType") : std::nullopt;
+            // Opening it also teaches this process its version.
+            std::optional<CloudResult<CloudRecord>> server;
+            if (live)
+                server = open(zone.value(), *live, op->id, std::nullopt,
+                              op->record ? op->record->recordType : std::string());
             if (!op->record) {
                 if (!live || !liveRev) {
                     op->outcome = CloudError(CloudErrorCode::unknownItem);
                     continue;
                 }
                 // The type stays, so that other devices learn which store
-                // the deletion concerns.
-                documents.push_back({{"_id", op->id.recordName},
-                                     {"_rev", *liveRev},
-                                     {"_deleted", true},
-                                     {"recordType", liveType.value_or("")}});
+                // the deletion concerns (for a copy that failed the check,
+                // the type it claims).
+                op->version = nextVersion(op->id.recordName);
+                auto tombstone =
+                    deletionDocument(key, epoch, stringMember(*live, "recordType").value_or(""),
+                                     op->id.recordName, op->version, *liveRev);
+                if (!tombstone) {
+                    op->outcome =
+                        CloudError(CloudErrorCode::internalError,
+                                   "The deletion of " + op->id.recordName + " could not be sealed");
+                    continue;
+                }
+                documents.push_back(std::move(*tombstone));
                 sending.push_back(op);
                 continue;
             }
             const CloudRecord& record = *op->record;
-            if (live && liveType != record.recordType) {
+            if (server && server->ok() && server->value().recordType != record.recordType) {
                 op->outcome = CloudError(
                     CloudErrorCode::invalidArguments,
                     "The record " + record.recordName + " has another type on the server");
@@ -256,26 +329,22 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
                 }
             } else {
                 rev = liveRev;
-                if (policy == CloudSavePolicy::changedKeys && live) {
-                    auto opened = openDocument(key, *live, record.zoneName, std::nullopt);
-                    if (!opened.record || !opened.problem.empty()) {
-                        reportUnreadable(*live, opened.problem);
-                        op->outcome = CloudError(CloudErrorCode::internalError,
-                                                 "The server's copy of " + record.recordName +
-                                                     " cannot be read, so its fields cannot "
-                                                     "be kept: " +
-                                                     opened.problem);
+                if (policy == CloudSavePolicy::changedKeys && server) {
+                    // Fields that fail the check are not kept.
+                    if (!server->ok()) {
+                        op->outcome = std::move(*server);
                         continue;
                     }
-                    op->stored.fields = std::move(opened.record->fields);
-                    op->stored.encryptedFields = std::move(opened.record->encryptedFields);
+                    op->stored.fields = std::move(server->value().fields);
+                    op->stored.encryptedFields = std::move(server->value().encryptedFields);
                     for (const auto& [name, value] : record.fields)
                         op->stored.fields.insert_or_assign(name, value);
                     for (const auto& [name, value] : record.encryptedFields)
                         op->stored.encryptedFields.insert_or_assign(name, value);
                 }
             }
-            auto document = recordDocument(key, op->stored, rev);
+            op->version = nextVersion(record.recordName);
+            auto document = recordDocument(key, epoch, op->stored, op->version, rev);
             if (!document) {
                 op->outcome =
                     CloudError(CloudErrorCode::internalError,
@@ -316,6 +385,7 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
                 auto rev = stringMember(result, "rev");
                 if (rev && !member(result, "error")) {
                     noteOwn(*rev);
+                    noteVersion(op->id.recordName, op->version);
                     if (op->record)
                         op->stored.systemFields = encodeSystemFields(
                             {op->id.zoneName, op->stored.recordType, op->id.recordName, *rev});
@@ -353,7 +423,19 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
     return results;
 }
 
+// The stubs are sealed like deletions, with the epoch they end (the marker
+// gets a new one afterwards, so readers cannot check it against theirs) and
+// a version, and only a stub that opens is passed over in silence; anything
+// else deleted reads as unauthentic, so the devices upload their copies
+// again. The seal keeps the server from forging a wipe; handing back a
+// genuine stub of an earlier wipe over a record uploaded since fails the
+// version check of a device that saw the record, and to one that did not it
+// does no more than a server keeping the record back, which no check
+// prevents.
 CloudResult<> Backend::wipeDocuments() {
+    auto zone = openZone();
+    if (!zone)
+        return zone.error();
     for (;;) {
         auto page = call("GET", databaseUrl_ + "/_all_docs?limit=" + std::to_string(wipePage), {},
                          "Listing the records");
@@ -363,13 +445,20 @@ CloudResult<> Backend::wipeDocuments() {
         if (!rows || !rows->is_array())
             return unexpectedAnswer("Listing the records");
         Json docs = Json::array();
+        std::vector<std::pair<std::string, std::uint64_t>> versions;
         for (const auto& row : *rows) {
             auto id = stringMember(row, "id");
             const Json* value = member(row, "value");
             auto rev = value ? stringMember(*value, "rev") : std::nullopt;
             if (!id || !rev || !isRecordName(*id))
                 continue;
-            docs.push_back({{"_id", *id}, {"_rev", *rev}, {"_deleted", true}, {"wiped", true}});
+            const auto version = nextVersion(*id);
+            auto stub =
+                wipedDocument(zone.value().key, zone.value().marker.epoch, *id, version, *rev);
+            if (!stub)
+                return CloudError(CloudErrorCode::internalError, "The records could not be sealed");
+            docs.push_back(std::move(*stub));
+            versions.emplace_back(*id, version);
         }
         if (docs.empty())
             return {};
@@ -379,10 +468,14 @@ CloudResult<> Backend::wipeDocuments() {
             return answer.error();
         if (!answer.value().is_array())
             return unexpectedAnswer("Deleting the records");
+        if (answer.value().size() != versions.size())
+            return unexpectedAnswer("Deleting the records");
         std::size_t deleted = 0;
-        for (const auto& result : answer.value()) {
+        for (std::size_t i = 0; i < versions.size(); ++i) {
+            const Json& result = answer.value()[i];
             if (auto rev = stringMember(result, "rev"); rev && !member(result, "error")) {
                 noteOwn(*rev);
+                noteVersion(versions[i].first, versions[i].second);
                 ++deleted;
             }
         }

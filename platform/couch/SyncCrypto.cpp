@@ -32,20 +32,6 @@ const std::uint8_t* dataOrDummy(std::span<const std::uint8_t> bytes) {
     return bytes.empty() ? &dummy : bytes.data();
 }
 
-// "type\0name". The record types are our own fixed names and never contain a
-// zero byte (seal and open refuse one), so the split is unambiguous: "A" +
-// "B\0C" and "A\0B" + "C" can never share associated data.
-std::optional<Bytes> associatedData(std::string_view recordType, std::string_view recordName) {
-    if (recordType.find('\0') != std::string_view::npos)
-        return std::nullopt;
-    Bytes ad;
-    ad.reserve(recordType.size() + 1 + recordName.size());
-    ad.insert(ad.end(), recordType.begin(), recordType.end());
-    ad.push_back(0);
-    ad.insert(ad.end(), recordName.begin(), recordName.end());
-    return ad;
-}
-
 // --- field encoding -------------------------------------------------------
 //
 // Version 1, all integers little-endian:
@@ -244,33 +230,32 @@ bool matchesKeyCheck(const MasterKey& key, std::span<const std::uint8_t> check) 
 
 // --- sealing --------------------------------------------------------------
 
-Bytes seal(const MasterKey& key, std::string_view recordType, std::string_view recordName,
+Bytes seal(const MasterKey& key, std::span<const std::uint8_t> associatedData,
            std::span<const std::uint8_t> plaintext) {
-    auto ad = associatedData(recordType, recordName);
-    if (!ready() || !ad)
+    if (!ready())
         return {};
     Bytes out(nonceSize + plaintext.size() + tagSize);
     randombytes_buf(out.data(), nonceSize);
     unsigned long long written = 0;
-    crypto_aead_xchacha20poly1305_ietf_encrypt(
-        out.data() + nonceSize, &written, dataOrDummy(plaintext), plaintext.size(),
-        dataOrDummy(*ad), ad->size(), nullptr, out.data(), key.bytes().data());
+    crypto_aead_xchacha20poly1305_ietf_encrypt(out.data() + nonceSize, &written,
+                                               dataOrDummy(plaintext), plaintext.size(),
+                                               dataOrDummy(associatedData), associatedData.size(),
+                                               nullptr, out.data(), key.bytes().data());
     out.resize(nonceSize + static_cast<std::size_t>(written));
     return out;
 }
 
-std::optional<Bytes> open(const MasterKey& key, std::string_view recordType,
-                          std::string_view recordName, std::span<const std::uint8_t> sealed) {
-    auto ad = associatedData(recordType, recordName);
-    if (!ready() || !ad || sealed.size() < nonceSize + tagSize)
+std::optional<Bytes> open(const MasterKey& key, std::span<const std::uint8_t> associatedData,
+                          std::span<const std::uint8_t> sealed) {
+    if (!ready() || sealed.size() < nonceSize + tagSize)
         return std::nullopt;
     const auto cipher = sealed.subspan(nonceSize);
     // One spare byte so that an empty plaintext still has somewhere to go.
     Bytes out(cipher.size() - tagSize + 1);
     unsigned long long length = 0;
-    if (crypto_aead_xchacha20poly1305_ietf_decrypt(out.data(), &length, nullptr, cipher.data(),
-                                                   cipher.size(), dataOrDummy(*ad), ad->size(),
-                                                   sealed.data(), key.bytes().data()) != 0)
+    if (crypto_aead_xchacha20poly1305_ietf_decrypt(
+            out.data(), &length, nullptr, cipher.data(), cipher.size(), dataOrDummy(associatedData),
+            associatedData.size(), sealed.data(), key.bytes().data()) != 0)
         return std::nullopt;
     out.resize(static_cast<std::size_t>(length));
     return out;

@@ -19,9 +19,9 @@ namespace zettly::synccrypto {
 //   auto key = deriveKey(passphrase, marker.salt);          // once per server
 //   if (!key || !matchesKeyCheck(*key, marker.keyCheck))
 //       return wrongPassphrase;
-//   Bytes blob = seal(*key, "ClipItem", rid, encodeFields(record.encryptedFields));
+//   Bytes blob = seal(*key, associatedData, encodeFields(record.encryptedFields));
 //   ...
-//   auto plain = open(*key, "ClipItem", rid, blob);
+//   auto plain = open(*key, associatedData, blob);
 //   auto fields = plain ? decodeFields(*plain) : std::nullopt;
 
 using Bytes = std::vector<std::uint8_t>;
@@ -64,14 +64,14 @@ Bytes keyCheck(const MasterKey& key);
 bool matchesKeyCheck(const MasterKey& key, std::span<const std::uint8_t> check);
 
 // XChaCha20-Poly1305 with a random nonce (stored in front of the
-// ciphertext). The record type and name are the associated data, so a blob
-// moved to another record no longer opens. seal() gives empty bytes when
-// libsodium cannot start or the type contains a 0 byte; callers treat that
-// as a failure.
-Bytes seal(const MasterKey& key, std::string_view recordType, std::string_view recordName,
+// ciphertext). The associated data says what the blob belongs to (the
+// record, its zone and version), so a blob moved elsewhere no longer opens;
+// the caller encodes it unambiguously. seal() gives empty bytes when
+// libsodium cannot start; callers treat that as a failure.
+Bytes seal(const MasterKey& key, std::span<const std::uint8_t> associatedData,
            std::span<const std::uint8_t> plaintext);
-std::optional<Bytes> open(const MasterKey& key, std::string_view recordType,
-                          std::string_view recordName, std::span<const std::uint8_t> sealed);
+std::optional<Bytes> open(const MasterKey& key, std::span<const std::uint8_t> associatedData,
+                          std::span<const std::uint8_t> sealed);
 
 // The encrypted fields of a record as bytes and back, keeping each value's
 // type (double, integer, string, bytes). None for bytes that are not such

@@ -1,6 +1,10 @@
+#include <algorithm>
 #include <atomic>
+#include <bit>
 #include <chrono>
+#include <limits>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -16,6 +20,7 @@ namespace zettly {
 namespace {
 
 using Code = CloudErrorCode;
+using Json = nlohmann::json;
 const std::string zone = "Clipboard";
 constexpr auto unchanged = CloudSavePolicy::ifServerRecordUnchanged;
 const std::vector<std::string> changeKeys{"text", "label", "created", "pinned", "w", "name", "k"};
@@ -92,7 +97,43 @@ struct CouchDatabaseTest : ::testing::Test {
         auto answer = db.modifyRecords({}, {idOf(name)}, unchanged, false);
         return answer ? answer.value().deleted.at(0).result : CloudResult<>(answer.error());
     }
+
+    // The attacker: whoever has the server's password but not the passphrase.
+    Json raw(const std::string& name, bool withData = false) {
+        return Json::parse(
+            server.request("GET", "/zettly/" + name + (withData ? "?attachments=true" : "")).body,
+            nullptr, false);
+    }
+    // Stored over the current revision (or over a deletion, which needs none).
+    void put(Json document) {
+        const std::string name = document["_id"];
+        document.erase("_rev");
+        if (auto current = raw(name); current.contains("_rev"))
+            document["_rev"] = current["_rev"];
+        auto answer = server.request("PUT", "/zettly/" + name, document.dump());
+        EXPECT_EQ(answer.status, 201) << name << ": " << answer.body;
+    }
+    std::size_t logged(const std::string& text) {
+        auto lines = log.lines();
+        return std::count_if(lines.begin(), lines.end(), [&](const auto& line) {
+            return line.find(text) != std::string::npos;
+        });
+    }
 };
+
+// Every way the server can tamper with records comes back as unauthenticRecord
+// carrying only what it takes to save over the copy.
+void expectUnauthentic(const CloudResult<CloudRecord>& result, const std::string& type,
+                       const std::optional<std::string>& rev) {
+    ASSERT_EQ(codeOf(result), Code::unauthenticRecord);
+    ASSERT_TRUE(result.error().serverRecord.has_value());
+    const CloudRecord& server = *result.error().serverRecord;
+    EXPECT_EQ(server.recordType, type);
+    EXPECT_TRUE(server.fields.empty());
+    EXPECT_TRUE(server.encryptedFields.empty());
+    auto system = decodeSystemFields(server.systemFields);
+    EXPECT_EQ(system ? std::optional(system->changeTag) : std::nullopt, rev);
+}
 
 TEST_F(CouchDatabaseTest, RecordsKeepTheirTypedFieldsSealedAndImageBytesComeOnlyWhenAskedFor) {
     CouchSettings first = settings();
@@ -282,6 +323,224 @@ TEST_F(CouchDatabaseTest, WrongCredentialsOrAWrongPassphraseAreToldBeforeAnythin
                     *it == "GET /zettly" || *it == "GET /")
             << *it;
     EXPECT_EQ(server.request("GET", "/zettly/_all_docs").body, before);
+}
+
+TEST_F(CouchDatabaseTest, ChangedPlainFieldsAndMovedSealsFailTheCheckAndOddValuesPassIt) {
+    auto a = device();
+    CloudDatabase& dbA = a->privateDatabase();
+    for (const char* name : {"pin", "zero", "text", "victim", "mover"}) {
+        CloudRecord record = item(name, name);
+        record.fields["pinned"] = std::int64_t{0};
+        record.fields["mm"] = 0.25;
+        saved(dbA, record);
+    }
+    // Values JSON and JavaScript do not carry as they are still read back
+    // as written.
+    CloudRecord odd = item("odd", "odd");
+    odd.fields = {{"nan", std::bit_cast<double>(std::uint64_t{0x7ff8'0000'dead'beef})},
+                  {"negZero", -0.0},
+                  {"inf", -std::numeric_limits<double>::infinity()},
+                  {"whole", 3.0},
+                  {"tenth", 0.1},
+                  {"big", 1e300},
+                  {"max", std::numeric_limits<std::int64_t>::max()},
+                  {"bytes", CloudBytes{0, 255}}};
+    saved(dbA, odd);
+
+    auto changed = [&](const std::string& name, const std::string& field, Json value) {
+        Json document = raw(name);
+        document["fields"][field] = std::move(value);
+        put(document);
+    };
+    changed("pin", "pinned", {{"$int", "1"}});
+    changed("zero", "created", 0);
+    changed("text", "created", "yesterday");
+    Json victim = raw("victim");
+    victim["sealed"] = raw("mover")["sealed"];
+    put(victim);
+
+    auto b = device();
+    CloudDatabase& dbB = b->privateDatabase();
+    auto odds = dbB.fetchRecord(idOf("odd"));
+    ASSERT_TRUE(odds.ok()) << odds.error().description;
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(std::get<double>(odds.value().fields.at("negZero"))),
+              std::bit_cast<std::uint64_t>(-0.0));
+    EXPECT_TRUE(dbB.fetchRecord(idOf("mover")).ok());
+    for (const std::string name : {"pin", "zero", "text", "victim"}) {
+        SCOPED_TRACE(name);
+        expectUnauthentic(dbB.fetchRecord(idOf(name)), "ClipItem",
+                          raw(name)["_rev"].get<std::string>());
+    }
+    auto changes = dbB.zoneChanges(zone, {}, changeKeys);
+    ASSERT_TRUE(changes.ok());
+    EXPECT_TRUE(changes.value().deleted.empty());
+    for (const auto& change : changes.value().modified) {
+        const bool tampered = change.id.recordName != "odd" && change.id.recordName != "mover";
+        EXPECT_EQ(!change.result.ok(), tampered) << change.id.recordName;
+        if (tampered) {
+            EXPECT_EQ(codeOf(change.result), Code::unauthenticRecord);
+        }
+    }
+    EXPECT_EQ(logged("skipped record pin:"), 1u) << "once per stored version";
+}
+
+TEST_F(CouchDatabaseTest, ImageBytesSwappedOrDroppedFailTheirWholeRecord) {
+    auto a = device();
+    CloudDatabase& dbA = a->privateDatabase();
+    for (const char* name : {"img1", "img2", "img3"}) {
+        CloudRecord image{.recordType = "ClipImage", .zoneName = zone, .recordName = name};
+        image.encryptedFields = {{"label", name}, {"data", CloudBytes(1000, name[3])}};
+        saved(dbA, image);
+    }
+    Json first = raw("img1", true);
+    Json second = raw("img2", true);
+    auto attach = [](Json& document, const Json& from) {
+        document["_attachments"]["data"] = {{"content_type", "application/octet-stream"},
+                                            {"data", from["_attachments"]["data"]["data"]}};
+    };
+    attach(first, raw("img2", true));
+    attach(second, raw("img1", true));
+    put(first);
+    put(second);
+    Json dropped = raw("img3");
+    dropped.erase("_attachments");
+    put(dropped);
+
+    auto b = device();
+    CloudDatabase& db = b->privateDatabase();
+    const std::vector<std::string> data{"data"};
+    for (const std::string name : {"img1", "img2", "img3"}) {
+        SCOPED_TRACE(name);
+        expectUnauthentic(db.fetchRecord(idOf(name), data), "ClipImage",
+                          raw(name)["_rev"].get<std::string>());
+    }
+    // Without the bytes, only the record whose bytes are gone fails.
+    auto changes = db.zoneChanges(zone, {}, changeKeys);
+    ASSERT_TRUE(changes.ok());
+    ASSERT_EQ(changes.value().modified.size(), 3u);
+    EXPECT_TRUE(changes.value().modified[0].result.ok());
+    EXPECT_TRUE(changes.value().modified[1].result.ok());
+    EXPECT_EQ(codeOf(changes.value().modified[2].result), Code::unauthenticRecord);
+}
+
+TEST_F(CouchDatabaseTest, AnOldVersionHandedBackOrOneFromBeforeTheZoneStartedAfreshFails) {
+    auto a = device();
+    auto b = device();
+    CloudDatabase& dbA = a->privateDatabase();
+    CloudDatabase& dbB = b->privateDatabase();
+    CloudRecord first = saved(dbA, item("r1", "first"));
+    const Json old = raw("r1");
+    saved(dbA, over(first, "second"));
+    auto token = dbB.zoneChanges(zone, {}, changeKeys).value().token;  // b has seen "second"
+
+    put(old);
+    expectUnauthentic(dbA.fetchRecord(idOf("r1")), "ClipItem",
+                      raw("r1")["_rev"].get<std::string>());
+    auto changes = dbB.zoneChanges(zone, token, changeKeys);
+    ASSERT_TRUE(changes.ok());
+    ASSERT_EQ(changes.value().modified.size(), 1u);
+    EXPECT_EQ(codeOf(changes.value().modified[0].result), Code::unauthenticRecord);
+
+    // Carried over into a zone started afresh: same key, another epoch.
+    saved(dbA, item("r2", "before"));
+    const Json before = raw("r2");
+    ASSERT_TRUE(dbA.deleteZones({zone}));
+    put(before);
+    auto fresh = device()->privateDatabase().zoneChanges(zone, {}, changeKeys);
+    ASSERT_TRUE(fresh.ok());
+    EXPECT_TRUE(fresh.value().deleted.empty());
+    ASSERT_EQ(named(fresh.value().modified), "r2 ");
+    expectUnauthentic(fresh.value().modified[0].result, "ClipItem",
+                      raw("r2")["_rev"].get<std::string>());
+}
+
+TEST_F(CouchDatabaseTest, OnlyASealedDeletionIsADeletionAndTheOthersCanBeSavedOver) {
+    auto a = device();
+    auto b = device();
+    CloudDatabase& dbA = a->privateDatabase();
+    CloudDatabase& dbB = b->privateDatabase();
+    for (const char* name : {"bare", "forged", "wiped", "real"})
+        saved(dbA, item(name, name));
+    auto token = dbB.zoneChanges(zone, {}, changeKeys).value().token;
+
+    const std::string madeUp = couch::base64(CloudBytes(60, 7));
+    ASSERT_EQ(server.request("DELETE", "/zettly/bare?rev=" + raw("bare")["_rev"].get<std::string>())
+                  .status,
+              200);
+    put({{"_id", "forged"},
+         {"_deleted", true},
+         {"recordType", "ClipItem"},
+         {"version", "99999999999999"},
+         {"sealed", madeUp}});
+    put({{"_id", "wiped"},
+         {"_deleted", true},
+         {"wiped", true},
+         {"epoch", "0123"},
+         {"version", "99999999999999"},
+         {"sealed", madeUp}});
+    EXPECT_TRUE(deletion(dbA, "real"));
+
+    auto changes = dbB.zoneChanges(zone, token, changeKeys);
+    ASSERT_TRUE(changes.ok());
+    ASSERT_EQ(changes.value().deleted.size(), 1u);
+    EXPECT_EQ(changes.value().deleted[0].id, idOf("real"));
+    EXPECT_EQ(changes.value().deleted[0].recordType, "ClipItem");
+    ASSERT_EQ(named(changes.value().modified), "bare forged wiped ");
+    expectUnauthentic(changes.value().modified[0].result, "", std::nullopt);
+    expectUnauthentic(changes.value().modified[1].result, "ClipItem", std::nullopt);
+    expectUnauthentic(changes.value().modified[2].result, "", std::nullopt);
+
+    // The engine's answer: its own copy, uploaded as a new record.
+    EXPECT_EQ(textOf(saved(dbB, item("bare", "bare again"))), "bare again");
+    auto back = device()->privateDatabase().fetchRecord(idOf("bare"));
+    ASSERT_TRUE(back.ok()) << back.error().description;
+    EXPECT_EQ(textOf(back.value()), "bare again");
+}
+
+TEST_F(CouchDatabaseTest, ASaveMeetingAnUnauthenticCopyGetsItsSystemFieldsAndThenReplacesIt) {
+    auto a = device();
+    CloudDatabase& db = a->privateDatabase();
+    CloudRecord kept = saved(db, item("r1", "one"));
+    saved(db, item("r2", "two"));
+    Json document = raw("r1");
+    document["fields"]["created"] = 0;
+    put(document);
+    document = raw("r2");
+    document["recordType"] = "ClipCategory";
+    put(document);
+    const std::string current = raw("r1")["_rev"];
+
+    for (const CloudRecord& attempt : {over(kept, "stale edit"), item("r1", "as new")}) {
+        auto answer = db.modifyRecords({attempt}, {}, unchanged, false);
+        ASSERT_TRUE(answer.ok());
+        expectUnauthentic(answer.value().saved[0].result, "ClipItem", current);
+    }
+    auto merged = db.modifyRecords({over(kept, "merged")}, {}, CloudSavePolicy::changedKeys, false);
+    ASSERT_TRUE(merged.ok());
+    EXPECT_EQ(codeOf(merged.value().saved[0].result), Code::unauthenticRecord);
+
+    // Saved over with the system fields the error carried, it reads back
+    // whole; so does one whose claimed type differs from the save's.
+    auto answer = db.modifyRecords({item("r1", "as new")}, {}, unchanged, false);
+    CloudRecord replacement = item("r1", "replaced");
+    replacement.systemFields = answer.value().saved[0].result.error().serverRecord->systemFields;
+    saved(db, replacement);
+    auto listed = db.zoneChanges(zone, {}, changeKeys);
+    ASSERT_TRUE(listed.ok());
+    ASSERT_EQ(named(listed.value().modified), "r2 r1 ");
+    expectUnauthentic(listed.value().modified[0].result, "ClipCategory",
+                      raw("r2")["_rev"].get<std::string>());
+    CloudRecord retyped = item("r2", "retyped");
+    retyped.systemFields = listed.value().modified[0].result.error().serverRecord->systemFields;
+    saved(db, retyped);
+
+    auto other = device()->privateDatabase().fetchRecords({idOf("r1"), idOf("r2")}, std::nullopt);
+    ASSERT_TRUE(other.ok());
+    ASSERT_TRUE(other.value()[0].result.ok());
+    ASSERT_TRUE(other.value()[1].result.ok());
+    EXPECT_EQ(textOf(other.value()[0].result.value()), "replaced");
+    EXPECT_EQ(textOf(other.value()[1].result.value()), "retyped");
+    EXPECT_EQ(other.value()[1].result.value().recordType, "ClipItem");
 }
 
 TEST(CouchUrl, OnlyLoopbackAddressesMayUsePlainHttp) {
