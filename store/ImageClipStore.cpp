@@ -410,6 +410,8 @@ void ImageClipStore::trimLocked(double now, std::vector<std::string>& doomedFile
 }
 
 std::string ImageClipStore::keptByAgeSQL(double now) const {
+    if (!clockTrusted_)
+        return "(1)";
     double cutoff =
         now - static_cast<double>(ClipPrefs(context_.defaults).clipboardRetentionMinutes()) * 60.0;
     return "(label IS NOT NULL OR created >= " + sql::number(cutoff) + ")";

@@ -351,8 +351,10 @@ CloudResult<> ClipCloudSync::adoptKey(const Bytes& key) {
             defaults_.setData(prefkey::clipSyncKey, *previous);
         else
             defaults_.remove(prefkey::clipSyncKey);
-        return CloudError(CloudErrorCode::internalError,
-                          "The text history could not take the sync key");
+        CloudError error(CloudErrorCode::internalError,
+                         "The text history could not take the sync key");
+        error.userMessage = std::string(applyHeldStatus);
+        return error;
     }
     images_.syncPrepareFullUpload();
     return {};

@@ -96,6 +96,9 @@ public:
         std::string changeTag;
         std::uint64_t sequence = 0;
         bool deleted = false;
+        // Fails the end-to-end check (tamper(), forgeDeletion()).
+        bool unauthentic = false;
+        std::optional<CloudRecord> previous;  // the version before, for replay()
     };
     struct Zone {
         std::uint64_t epoch = 0;
@@ -116,6 +119,7 @@ public:
         std::deque<std::pair<CloudOperation, CloudError>> failures;
         std::map<std::string, CloudError> failingRecords;
         std::shared_ptr<const PushHandler> push;
+        std::optional<double> clockSkew;
     };
     using Delivery = std::pair<std::shared_ptr<const PushHandler>, std::string>;
 
@@ -185,6 +189,13 @@ public:
         auto found = zone.records.find(sent.recordName);
         const Stored* current =
             found != zone.records.end() && !found->second.deleted ? &found->second : nullptr;
+        // Whatever the server holds in place of a record that fails the
+        // check can be saved over, given its system fields.
+        if (current && current->unauthentic) {
+            if (sentTag != current->changeTag)
+                return unauthentic(*current);
+            return sent;
+        }
         if (current && current->record.recordType != sent.recordType)
             return invalid("The record " + sent.recordName + " has another type on the server");
 
@@ -215,9 +226,24 @@ public:
         return result;
     }
 
+    // What a reader gets for a version that fails the check.
+    static CloudError unauthentic(const Stored& stored) {
+        CloudRecord claimed{.recordType = stored.record.recordType,
+                            .zoneName = stored.record.zoneName,
+                            .recordName = stored.record.recordName};
+        if (!stored.deleted)
+            claimed.systemFields = stored.record.systemFields;
+        return CloudError(CloudErrorCode::unauthenticRecord,
+                          "The record " + claimed.recordName + " fails the end-to-end check",
+                          std::move(claimed));
+    }
+
     CloudRecord commitSave(Zone& zone, CloudRecord record) {
         Stored& stored = zone.records[record.recordName];
+        if (!stored.deleted && !stored.unauthentic)
+            stored.previous = stored.record;
         stored.deleted = false;
+        stored.unauthentic = false;
         stored.changeTag = std::to_string(nextTag++);
         record.systemFields = encodeSystemFields(
             {record.zoneName, record.recordType, record.recordName, stored.changeTag});
@@ -365,7 +391,9 @@ public:
         for (std::size_t taken = 0; entry != z.log.end() && taken < limit; ++entry, ++taken) {
             const Stored& stored = z.records.at(entry->second);
             const CloudRecordID id = stored.record.id();
-            if (stored.deleted)
+            if (stored.unauthentic)
+                changes.modified.push_back({id, unauthentic(stored)});
+            else if (stored.deleted)
                 changes.deleted.push_back({id, stored.record.recordType});
             else
                 changes.modified.push_back({id, withDesiredKeys(stored.record, keys)});
@@ -446,7 +474,9 @@ public:
                 return found.error();
             const auto& records = found.value()->records;
             auto record = records.find(id.recordName);
-            if (record == records.end() || record->second.deleted)
+            if (record != records.end() && record->second.unauthentic)
+                results.push_back({id, InMemoryServer::unauthentic(record->second)});
+            else if (record == records.end() || record->second.deleted)
                 results.push_back({id, CloudError(CloudErrorCode::unknownItem)});
             else
                 results.push_back({id, withDesiredKeys(record->second.record, desiredKeys)});
@@ -509,6 +539,61 @@ bool InMemoryCloud::deleteZoneByUser(const std::string& userName, const std::str
     std::erase_if(account.subscriptions,
                   [&](const auto& subscription) { return subscription.second == zoneName; });
     return true;
+}
+
+namespace {
+
+// The stored record `name` of the user's zone, under the server's lock.
+template <typename Change>
+bool changeStored(InMemoryServer& server, const std::string& user, const std::string& zoneName,
+                  const std::string& name, Change change) {
+    std::lock_guard lock(server.mutex);
+    auto account = server.accounts.find(user);
+    if (account == server.accounts.end())
+        return false;
+    auto zone = account->second.zones.find(zoneName);
+    if (zone == account->second.zones.end())
+        return false;
+    auto stored = zone->second.records.find(name);
+    if (stored == zone->second.records.end() || !change(stored->second))
+        return false;
+    stored->second.changeTag = std::to_string(server.nextTag++);
+    CloudRecord& record = stored->second.record;
+    record.systemFields = encodeSystemFields(
+        {record.zoneName, record.recordType, record.recordName, stored->second.changeTag});
+    InMemoryServer::touch(zone->second, stored->second);
+    return true;
+}
+
+}  // namespace
+
+bool InMemoryCloud::tamper(const std::string& userName, const std::string& zoneName,
+                           const std::string& recordName) {
+    return changeStored(*server_, userName, zoneName, recordName, [](auto& stored) {
+        stored.unauthentic = true;
+        return !stored.deleted;
+    });
+}
+
+bool InMemoryCloud::forgeDeletion(const std::string& userName, const std::string& zoneName,
+                                  const std::string& recordName) {
+    return changeStored(*server_, userName, zoneName, recordName, [](auto& stored) {
+        stored.unauthentic = true;
+        stored.deleted = true;
+        return true;
+    });
+}
+
+bool InMemoryCloud::replay(const std::string& userName, const std::string& zoneName,
+                           const std::string& recordName) {
+    return changeStored(*server_, userName, zoneName, recordName, [](auto& stored) {
+        if (!stored.previous)
+            return false;
+        stored.record = *stored.previous;
+        stored.deleted = false;
+        stored.unauthentic = false;
+        return true;
+    });
 }
 
 std::vector<CloudRecord> InMemoryCloud::records(const std::string& userName,
@@ -587,6 +672,16 @@ void InMemoryContainer::failRecord(const std::string& recordName, std::optional<
 void InMemoryContainer::setAccountStatus(CloudAccountStatus status) {
     std::lock_guard lock(server_->mutex);
     server_->devices.at(device_).status = status;
+}
+
+void InMemoryContainer::setClockSkew(std::optional<double> seconds) {
+    std::lock_guard lock(server_->mutex);
+    server_->devices.at(device_).clockSkew = seconds;
+}
+
+std::optional<double> InMemoryContainer::clockSkew() {
+    std::lock_guard lock(server_->mutex);
+    return server_->devices.at(device_).clockSkew;
 }
 
 void InMemoryContainer::signIn(const std::string& userName) {

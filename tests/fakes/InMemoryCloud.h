@@ -46,6 +46,21 @@ public:
     // fails with userDeletedZone. False when there was no such zone.
     bool deleteZoneByUser(const std::string& userName, const std::string& zoneName);
 
+    // A server that is not trusted with integrity, as the end-to-end check
+    // of a real backend sees it. The record's stored version now fails the
+    // check (changed or written without the key): every device reads it as
+    // unauthenticRecord until one saves over it.
+    bool tamper(const std::string& userName, const std::string& zoneName,
+                const std::string& recordName);
+    // The record is deleted by something without the key (a bare deletion):
+    // devices read it as unauthenticRecord, never as a deletion.
+    bool forgeDeletion(const std::string& userName, const std::string& zoneName,
+                       const std::string& recordName);
+    // The record's previous version comes back (authentic, but old), as a
+    // new change.
+    bool replay(const std::string& userName, const std::string& zoneName,
+                const std::string& recordName);
+
     // The zone's records as stored, all fields, sorted by name; for checking
     // what reached the server.
     std::vector<CloudRecord> records(const std::string& userName,
@@ -98,6 +113,9 @@ public:
     // Another user signs in on this device: from now on it sees that user's
     // zones and record name.
     void signIn(const std::string& userName);
+    // What clockSkew() answers: this device's clock against the server's.
+    void setClockSkew(std::optional<double> seconds);
+    std::optional<double> clockSkew() override;
 
 private:
     friend class InMemoryCloud;

@@ -48,7 +48,8 @@ public:
     int passes = 0;
     int userChecks = 0;
     std::vector<CloudBytes> fetchedSince;
-    std::function<void()> beforeNextSave;  // used up by the save it precedes
+    std::vector<std::string> fetchedRecords;  // names asked for by fetchRecords
+    std::function<void()> beforeNextSave;     // used up by the save it precedes
     std::function<std::optional<CloudError>()> beforeFetch;
 
 private:
@@ -64,6 +65,8 @@ private:
     }
     CloudResult<std::vector<CloudPerRecord<CloudRecord>>> fetchRecords(
         const std::vector<CloudRecordID>& ids, const CloudDesiredKeys& keys) override {
+        for (const auto& id : ids)
+            fetchedRecords.push_back(id.recordName);
         return db().fetchRecords(ids, keys);
     }
     CloudResult<CloudModifyResults> modifyRecords(const std::vector<CloudRecord>& saves,
