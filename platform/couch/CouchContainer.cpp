@@ -46,7 +46,8 @@ CloudResult<CloudAccountStatus> Backend::accountStatus() {
         error.userMessage = error.description;
         return error;
     }
-    if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in"); !session)
+    if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in", smallAnswer);
+        !session)
         return session.error();
     auto marker = readMarker();
     if (!marker)
@@ -75,7 +76,13 @@ CouchContainer::ConnectionReport Backend::testConnection() {
         bad.urlProblem = problem;
         return bad;
     }
-    auto session = send("GET", serverUrl_ + "/_session");
+    // Bounded like every other request: a huge or endless answer is not
+    // what CouchDB sends, and says so as the server's error.
+    auto session = send("GET", serverUrl_ + "/_session", {}, smallAnswer);
+    if (session.tooLarge)
+        return report(Outcome::serverError,
+                      "The server answered with an error: " + session.transportError,
+                      session.transportError);
     if (!session.answered())
         return report(Outcome::unreachable,
                       "The server cannot be reached: " + session.transportError,
@@ -86,7 +93,11 @@ CouchContainer::ConnectionReport Backend::testConnection() {
     if (!session.success())
         return report(Outcome::serverError,
                       "The server answered with an error: " + reasonOf(session), reasonOf(session));
-    auto database = send("GET", databaseUrl_);
+    auto database = send("GET", databaseUrl_, {}, smallAnswer);
+    if (!database.answered())
+        return report(Outcome::databaseError,
+                      "The database cannot be opened: " + database.transportError,
+                      database.transportError);
     if (database.status == 404)
         return report(Outcome::databaseMissing,
                       "Signed in. The database does not exist yet; the first sync creates it "
@@ -123,28 +134,6 @@ std::string lowercase(std::string text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return text;
-}
-
-bool isLoopback(std::string host) {
-    host = lowercase(std::move(host));
-    if (host == "localhost" || host == "[::1]" || host == "::1")
-        return true;
-    // A dotted IPv4 address in 127.0.0.0/8; "127.example.org" is not one.
-    int parts = 0;
-    std::size_t start = 0;
-    for (;;) {
-        const std::size_t dot = host.find('.', start);
-        const std::string part = host.substr(start, dot - start);
-        if (part.empty() || part.size() > 3 ||
-            !std::all_of(part.begin(), part.end(), [](char c) { return c >= '0' && c <= '9'; }) ||
-            std::stoi(part) > 255 || (parts == 0 && part != "127"))
-            return false;
-        ++parts;
-        if (dot == std::string::npos)
-            break;
-        start = dot + 1;
-    }
-    return parts == 4;
 }
 
 std::optional<std::string> urlPart(CURLU* url, CURLUPart part) {
@@ -213,7 +202,7 @@ std::optional<CouchUrlProblem> couchUrlProblem(std::string_view databaseUrl) {
         path.pop_back();
     if (path.empty())
         return Problem::noDatabaseName;
-    if (scheme == "http" && !isLoopback(host))
+    if (scheme == "http" && !couch::isLoopback(host))
         return Problem::plainHttpToAnotherMachine;
     return std::nullopt;
 }
@@ -271,6 +260,10 @@ void CouchContainer::setPushHandler(std::function<void(const std::string&)> hand
 
 CouchContainer::ConnectionReport CouchContainer::testConnection() {
     return impl_->backend.testConnection();
+}
+
+std::optional<double> CouchContainer::clockSkew() {
+    return impl_->backend.clockSkew();
 }
 
 }  // namespace zettly
