@@ -26,7 +26,9 @@ struct Transfer {
     HttpResponse& response;
     std::size_t maxBody;
     const std::atomic<bool>* cancel;
+    std::chrono::steady_clock::time_point deadline;
     std::size_t headerBytes = 0;
+    bool overTime = false;
 };
 
 double secondsSince1970() {
@@ -81,9 +83,14 @@ std::size_t header(char* data, std::size_t size, std::size_t count, void* target
     return bytes;
 }
 
+// Called about once a second even while nothing moves. The overall limit is
+// kept here rather than by libcurl so that its end tells which limit it was.
 int progress(void* target, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    const auto* flag = static_cast<Transfer*>(target)->cancel;
-    return flag && flag->load() ? 1 : 0;
+    auto& transfer = *static_cast<Transfer*>(target);
+    if (transfer.cancel && transfer.cancel->load())
+        return 1;
+    transfer.overTime = std::chrono::steady_clock::now() >= transfer.deadline;
+    return transfer.overTime ? 1 : 0;
 }
 
 long milliseconds(double seconds, long fallback) {
@@ -171,7 +178,8 @@ HttpResponse HttpClient::send(std::string_view method, const std::string& url,
     const std::string verb(method);
     const long stall = milliseconds(limits.stallSeconds, 30'000);
     const long total = milliseconds(limits.totalSeconds, 300'000);
-    Transfer transfer{response, limits.maxBody, cancel};
+    const auto started = std::chrono::steady_clock::now();
+    Transfer transfer{response, limits.maxBody, cancel, started + std::chrono::milliseconds(total)};
 
     curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
     curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
@@ -186,7 +194,8 @@ HttpResponse HttpClient::send(std::string_view method, const std::string& url,
     curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, std::min({stall, total, 15'000L}));
     curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
     curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, std::max(stall / 1000, 1L));
-    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, total);
+    // Only should the progress callback not be called in time.
+    curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, total + 2'000);
     // Refuses a too large answer before reading it when its length is known.
     curl_easy_setopt(curl, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(limits.maxBody));
     curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "");
@@ -216,7 +225,6 @@ HttpResponse HttpClient::send(std::string_view method, const std::string& url,
         curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, verb.c_str());
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
 
-    const auto started = std::chrono::steady_clock::now();
     const CURLcode code = curl_easy_perform(curl);
     const auto elapsed = std::chrono::steady_clock::now() - started;
     curl_slist_free_all(headers);
@@ -228,9 +236,9 @@ HttpResponse HttpClient::send(std::string_view method, const std::string& url,
     response.body.shrink_to_fit();
     if (code == CURLE_FILESIZE_EXCEEDED)
         response.tooLarge = true;
-    response.timedOut = code == CURLE_OPERATION_TIMEDOUT;
-    // The stall and connect limits end a request sooner than the overall one.
-    response.tooSlow = response.timedOut && elapsed >= std::chrono::milliseconds(total);
+    response.tooSlow = transfer.overTime || (code == CURLE_OPERATION_TIMEDOUT &&
+                                             elapsed >= std::chrono::milliseconds(total));
+    response.timedOut = response.tooSlow || code == CURLE_OPERATION_TIMEDOUT;
     if (response.tooLarge)
         response.transportError =
             "The answer is larger than " + sizeText(limits.maxBody) + "; the rest was not read";
