@@ -26,11 +26,7 @@
 // they share.
 #include "platform/couch/CouchContainer.h"
 
-#include <algorithm>
-#include <cctype>
 #include <utility>
-
-#include <curl/curl.h>
 
 #include "platform/couch/CouchBackend.h"
 
@@ -130,21 +126,6 @@ namespace {
 
 using couch::Backend;
 
-std::string lowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-std::optional<std::string> urlPart(CURLU* url, CURLUPart part) {
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, 0) != CURLUE_OK || !text)
-        return std::nullopt;
-    std::string value(text);
-    curl_free(text);
-    return value;
-}
-
 class Database final : public CloudDatabase {
 public:
     explicit Database(Backend& backend) : backend_(backend) {}
@@ -183,26 +164,23 @@ std::optional<CouchUrlProblem> couchUrlProblem(std::string_view databaseUrl) {
     using Problem = CouchUrlProblem;
     if (databaseUrl.empty())
         return Problem::missing;
-    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
-    if (!url ||
-        curl_url_set(url.get(), CURLUPART_URL, std::string(databaseUrl).c_str(), 0) != CURLUE_OK)
+    const auto url = couch::parseUrl(std::string(databaseUrl));
+    if (!url)
         return Problem::notAnAddress;
-    const std::string scheme = lowercase(urlPart(url.get(), CURLUPART_SCHEME).value_or(""));
-    const std::string host = urlPart(url.get(), CURLUPART_HOST).value_or("");
-    if (scheme != "http" && scheme != "https")
+    if (url->scheme != "http" && url->scheme != "https")
         return Problem::wrongScheme;
-    if (host.empty())
+    if (url->host.empty())
         return Problem::noHost;
-    if (urlPart(url.get(), CURLUPART_USER) || urlPart(url.get(), CURLUPART_PASSWORD))
+    if (url->credentials)
         return Problem::credentialsInAddress;
-    if (urlPart(url.get(), CURLUPART_QUERY) || urlPart(url.get(), CURLUPART_FRAGMENT))
+    if (url->queryOrFragment)
         return Problem::queryOrFragment;
-    std::string path = urlPart(url.get(), CURLUPART_PATH).value_or("");
+    std::string path = url->path;
     while (path.ends_with('/'))
         path.pop_back();
     if (path.empty())
         return Problem::noDatabaseName;
-    if (scheme == "http" && !couch::isLoopback(host))
+    if (url->scheme == "http" && !couch::isLoopback(url->host))
         return Problem::plainHttpToAnotherMachine;
     return std::nullopt;
 }

@@ -129,14 +129,11 @@ struct Destination {
 };
 
 Destination destinationOf(const std::string& address, bool withCredentials) {
-    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
-    if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(), 0) != CURLUE_OK)
+    const auto url = parseUrl(address);
+    if (!url)
         return {"Not sent: \"" + address + "\" is not a web address", false};
-    const std::string scheme = lowercase(urlPart(url.get(), CURLUPART_SCHEME).value_or(""));
-    const bool loopback = isLoopback(urlPart(url.get(), CURLUPART_HOST).value_or(""));
-    withCredentials = withCredentials || urlPart(url.get(), CURLUPART_USER) ||
-                      urlPart(url.get(), CURLUPART_PASSWORD);
-    if (scheme != "https" && withCredentials && !loopback)
+    const bool loopback = isLoopback(url->host);
+    if (url->scheme != "https" && (withCredentials || url->credentials) && !loopback)
         return {
             "Not sent: the password would cross the network unencrypted; only https:// may "
             "carry it to another machine",
@@ -264,6 +261,20 @@ std::string escape(std::string_view text) {
         }
     }
     return out;
+}
+
+std::optional<UrlParts> parseUrl(const std::string& address) {
+    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
+    if (!url || curl_url_set(url.get(), CURLUPART_URL, address.c_str(), 0) != CURLUE_OK)
+        return std::nullopt;
+    auto part = [&url](CURLUPart which) { return urlPart(url.get(), which); };
+    return UrlParts{
+        .scheme = lowercase(part(CURLUPART_SCHEME).value_or("")),
+        .host = part(CURLUPART_HOST).value_or(""),
+        .path = part(CURLUPART_PATH).value_or(""),
+        .credentials = part(CURLUPART_USER) || part(CURLUPART_PASSWORD),
+        .queryOrFragment = part(CURLUPART_QUERY) || part(CURLUPART_FRAGMENT),
+    };
 }
 
 bool isLoopback(std::string_view name) {

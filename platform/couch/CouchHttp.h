@@ -82,6 +82,18 @@ private:
 // Percent-encodes a path segment or query value.
 std::string escape(std::string_view text);
 
+// A URL taken apart as libcurl reads it, for the checks of where a request
+// may go.
+struct UrlParts {
+    std::string scheme;  // in lower case
+    std::string host;
+    std::string path;
+    bool credentials = false;  // a user name or password in the address
+    bool queryOrFragment = false;
+};
+// None when libcurl does not take it for a URL.
+std::optional<UrlParts> parseUrl(const std::string& url);
+
 // True for a host name that names this computer: localhost, 127.0.0.0/8 or
 // ::1 (with or without brackets). Nothing sent to it crosses a network.
 bool isLoopback(std::string_view host);
