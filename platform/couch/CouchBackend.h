@@ -78,6 +78,8 @@ public:
     CloudResult<std::string> userRecordName();
     CouchContainer::ConnectionReport testConnection();
     void setPushHandler(PushHandler handler);
+    // This computer's clock minus the server's, from the latest dated answer.
+    std::optional<double> clockSkew() const;
 
     // --- the database's calls -------------------------------------------------
 
@@ -98,11 +100,15 @@ private:
 
     bool configured() const;
     CloudResult<> usable() const;
-    HttpResponse send(std::string_view method, const std::string& url,
-                      const std::string& body = {});
+    // Within the limits derived from the settings; answers larger than
+    // `maxBody` fail.
+    HttpResponse send(std::string_view method, const std::string& url, const std::string& body = {},
+                      std::size_t maxBody = largestAnswer);
     // The answer's JSON when the request succeeded.
     CloudResult<Json> call(std::string_view method, const std::string& url, const std::string& body,
-                           const std::string& what);
+                           const std::string& what, std::size_t maxBody = largestAnswer);
+    // Keeps the clock skew the answer's Date header tells, if it has one.
+    void noteClock(const HttpResponse& response);
 
     // --- the marker and the key (CouchMarker.cpp) ------------------------------
 
@@ -157,6 +163,9 @@ private:
 
     std::mutex httpMutex_;
     HttpClient http_;
+
+    mutable std::mutex clockMutex_;
+    std::optional<double> clockSkew_;
 
     std::mutex keyMutex_;
     std::optional<MasterKey> key_;

@@ -34,11 +34,7 @@
 // they share.
 #include "platform/couch/CouchContainer.h"
 
-#include <algorithm>
-#include <cctype>
 #include <utility>
-
-#include <curl/curl.h>
 
 #include "platform/couch/CouchBackend.h"
 
@@ -54,7 +50,8 @@ CloudResult<CloudAccountStatus> Backend::accountStatus() {
         error.userMessage = error.description;
         return error;
     }
-    if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in"); !session)
+    if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in", smallAnswer);
+        !session)
         return session.error();
     auto marker = readMarker();
     if (!marker)
@@ -83,7 +80,13 @@ CouchContainer::ConnectionReport Backend::testConnection() {
         bad.urlProblem = problem;
         return bad;
     }
-    auto session = send("GET", serverUrl_ + "/_session");
+    // Bounded like every other request: a huge or endless answer is not
+    // what CouchDB sends, and says so as the server's error.
+    auto session = send("GET", serverUrl_ + "/_session", {}, smallAnswer);
+    if (session.tooLarge)
+        return report(Outcome::serverError,
+                      "The server answered with an error: " + session.transportError,
+                      session.transportError);
     if (!session.answered())
         return report(Outcome::unreachable,
                       "The server cannot be reached: " + session.transportError,
@@ -94,7 +97,11 @@ CouchContainer::ConnectionReport Backend::testConnection() {
     if (!session.success())
         return report(Outcome::serverError,
                       "The server answered with an error: " + reasonOf(session), reasonOf(session));
-    auto database = send("GET", databaseUrl_);
+    auto database = send("GET", databaseUrl_, {}, smallAnswer);
+    if (!database.answered())
+        return report(Outcome::databaseError,
+                      "The database cannot be opened: " + database.transportError,
+                      database.transportError);
     if (database.status == 404)
         return report(Outcome::databaseMissing,
                       "Signed in. The database does not exist yet; the first sync creates it "
@@ -126,43 +133,6 @@ CouchContainer::ConnectionReport Backend::testConnection() {
 namespace {
 
 using couch::Backend;
-
-std::string lowercase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-bool isLoopback(std::string host) {
-    host = lowercase(std::move(host));
-    if (host == "localhost" || host == "[::1]" || host == "::1")
-        return true;
-    // A dotted IPv4 address in 127.0.0.0/8; "127.example.org" is not one.
-    int parts = 0;
-    std::size_t start = 0;
-    for (;;) {
-        const std::size_t dot = host.find('.', start);
-        const std::string part = host.substr(start, dot - start);
-        if (part.empty() || part.size() > 3 ||
-            !std::all_of(part.begin(), part.end(), [](char c) { return c >= '0' && c <= '9'; }) ||
-            std::stoi(part) > 255 || (parts == 0 && part != "127"))
-            return false;
-        ++parts;
-        if (dot == std::string::npos)
-            break;
-        start = dot + 1;
-    }
-    return parts == 4;
-}
-
-std::optional<std::string> urlPart(CURLU* url, CURLUPart part) {
-    char* text = nullptr;
-    if (curl_url_get(url, part, &text, 0) != CURLUE_OK || !text)
-        return std::nullopt;
-    std::string value(text);
-    curl_free(text);
-    return value;
-}
 
 class Database final : public CloudDatabase {
 public:
@@ -202,26 +172,23 @@ std::optional<CouchUrlProblem> couchUrlProblem(std::string_view databaseUrl) {
     using Problem = CouchUrlProblem;
     if (databaseUrl.empty())
         return Problem::missing;
-    std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url(curl_url(), curl_url_cleanup);
-    if (!url ||
-        curl_url_set(url.get(), CURLUPART_URL, std::string(databaseUrl).c_str(), 0) != CURLUE_OK)
+    const auto url = couch::parseUrl(std::string(databaseUrl));
+    if (!url)
         return Problem::notAnAddress;
-    const std::string scheme = lowercase(urlPart(url.get(), CURLUPART_SCHEME).value_or(""));
-    const std::string host = urlPart(url.get(), CURLUPART_HOST).value_or("");
-    if (scheme != "http" && scheme != "https")
+    if (url->scheme != "http" && url->scheme != "https")
         return Problem::wrongScheme;
-    if (host.empty())
+    if (url->host.empty())
         return Problem::noHost;
-    if (urlPart(url.get(), CURLUPART_USER) || urlPart(url.get(), CURLUPART_PASSWORD))
+    if (url->credentials)
         return Problem::credentialsInAddress;
-    if (urlPart(url.get(), CURLUPART_QUERY) || urlPart(url.get(), CURLUPART_FRAGMENT))
+    if (url->queryOrFragment)
         return Problem::queryOrFragment;
-    std::string path = urlPart(url.get(), CURLUPART_PATH).value_or("");
+    std::string path = url->path;
     while (path.ends_with('/'))
         path.pop_back();
     if (path.empty())
         return Problem::noDatabaseName;
-    if (scheme == "http" && !isLoopback(host))
+    if (url->scheme == "http" && !couch::isLoopback(url->host))
         return Problem::plainHttpToAnotherMachine;
     return std::nullopt;
 }
@@ -279,6 +246,10 @@ void CouchContainer::setPushHandler(std::function<void(const std::string&)> hand
 
 CouchContainer::ConnectionReport CouchContainer::testConnection() {
     return impl_->backend.testConnection();
+}
+
+std::optional<double> CouchContainer::clockSkew() {
+    return impl_->backend.clockSkew();
 }
 
 }  // namespace zettly

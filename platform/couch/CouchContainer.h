@@ -75,6 +75,9 @@ public:
     // A non-empty handler starts the long-poll on _changes (a thread of its
     // own); each change another device made calls it with "clipboard-zone".
     void setPushHandler(std::function<void(const std::string& subscriptionID)> handler) override;
+    // From the Date header of the latest answer (the sync calls, the
+    // connection test and the long-poll alike); 1-second resolution.
+    std::optional<double> clockSkew() override;
 
     // The Sync tab's "Test connection": reaches the server, logs in, finds
     // the database and checks the passphrase.

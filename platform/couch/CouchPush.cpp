@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "platform/Log.h"
 #include "platform/couch/CouchBackend.h"
 
 namespace zettly::couch {
@@ -90,11 +91,15 @@ void Backend::pushLoop(PushRun& run) {
                                 "&timeout=" + std::to_string(static_cast<long>(hold * 1000));
         // pouchdb-server ignores the server-side timeout: the client
         // gives up a little later and asks again.
-        auto response = http.send("GET", url, {}, hold + 10, &run.stop, hold + 10);
+        auto response = http.send("GET", url, {}, {hold + 10, hold + 10, smallAnswer}, &run.stop);
+        noteClock(response);
         if (run.stop || response.timedOut) {
             pause = 0;
             continue;
         }
+        // Not what CouchDB sends: said in the log, and asked again later.
+        if (response.tooLarge)
+            log_.line("[Zettly] CouchDB: the change feed failed: " + response.transportError);
         auto json = response.success() ? parse(response.body) : std::nullopt;
         const Json* results = json ? member(*json, "results") : nullptr;
         const Json* last = json ? member(*json, "last_seq") : nullptr;

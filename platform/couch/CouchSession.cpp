@@ -25,8 +25,22 @@ std::string reasonOf(const HttpResponse& response) {
 }
 
 CloudError requestFailure(const HttpResponse& response, const std::string& what) {
-    if (!response.answered())
-        return CloudError(CloudErrorCode::networkFailure, what + ": " + response.transportError);
+    if (response.refused) {
+        CloudError error(CloudErrorCode::invalidArguments, what + ": " + response.transportError);
+        error.userMessage = describe(CouchUrlProblem::plainHttpToAnotherMachine);
+        return error;
+    }
+    if (response.tooLarge) {
+        CloudError error(CloudErrorCode::limitExceeded, what + ": " + response.transportError);
+        error.userMessage = "The sync server sent an answer too large to accept";
+        return error;
+    }
+    if (!response.answered()) {
+        CloudError error(CloudErrorCode::networkFailure, what + ": " + response.transportError);
+        if (response.tooSlow)
+            error.userMessage = "The sync server took too long to answer";
+        return error;
+    }
     const std::string reason = what + ": " + reasonOf(response);
     const long status = response.status;
     if (status == 401 || status == 403)
@@ -74,15 +88,39 @@ CloudResult<> Backend::usable() const {
     return {};
 }
 
-HttpResponse Backend::send(std::string_view method, const std::string& url,
-                           const std::string& body) {
-    std::lock_guard lock(httpMutex_);
-    return http_.send(method, url, body, settings_.requestTimeoutSeconds);
+HttpResponse Backend::send(std::string_view method, const std::string& url, const std::string& body,
+                           std::size_t maxBody) {
+    // The stall limit alone lets a server that sends a byte now and then
+    // hold sync for ever. A batch of images takes longer than one JSON
+    // answer: 29 MiB at 1 Mbit/s is about four minutes, within ten times
+    // the default 30 seconds.
+    const double stall = settings_.requestTimeoutSeconds;
+    const HttpLimits limits{stall, stall * 10, maxBody};
+    HttpResponse response;
+    {
+        std::lock_guard lock(httpMutex_);
+        response = http_.send(method, url, body, limits);
+    }
+    noteClock(response);
+    return response;
+}
+
+void Backend::noteClock(const HttpResponse& response) {
+    if (!response.serverDate)
+        return;
+    std::lock_guard lock(clockMutex_);
+    clockSkew_ = response.receivedAt - static_cast<double>(*response.serverDate);
+}
+
+std::optional<double> Backend::clockSkew() const {
+    std::lock_guard lock(clockMutex_);
+    return clockSkew_;
 }
 
 CloudResult<Json> Backend::call(std::string_view method, const std::string& url,
-                                const std::string& body, const std::string& what) {
-    auto response = send(method, url, body);
+                                const std::string& body, const std::string& what,
+                                std::size_t maxBody) {
+    auto response = send(method, url, body, maxBody);
     if (!response.success())
         return requestFailure(response, what);
     auto json = parse(response.body);
@@ -94,7 +132,7 @@ CloudResult<Json> Backend::call(std::string_view method, const std::string& url,
 CloudResult<std::string> Backend::userRecordName() {
     if (auto ready = usable(); !ready)
         return ready.error();
-    auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in");
+    auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in", smallAnswer);
     if (!session)
         return session.error();
     // pouchdb-server without admins ("admin party") signs nobody in.
