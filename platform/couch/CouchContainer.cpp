@@ -48,14 +48,9 @@ CloudResult<CloudAccountStatus> Backend::accountStatus() {
     }
     if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in"); !session)
         return session.error();
-    auto marker = readMarker();
-    if (!marker)
-        return marker.error();
-    // Not set up yet: saving the zone does that.
-    if (!marker.value())
-        return CloudAccountStatus::available;
-    if (auto key = keyFor(*marker.value()); !key)
-        return key.error();
+    // Not set up yet (no marker) is available too: saving the zone does that.
+    if (auto zone = openMarker(true); !zone)
+        return zone.error();
     return CloudAccountStatus::available;
 }
 
@@ -101,14 +96,13 @@ CouchContainer::ConnectionReport Backend::testConnection() {
         std::string why = error.userMessage.value_or(error.description);
         return report(Outcome::dataUnreadable, why, why);
     };
-    auto marker = readMarker();
-    if (!marker)
-        return unreadable(marker.error());
-    if (!marker.value())
+    // A test changes nothing on the server, not even an older format.
+    auto zone = openMarker(false);
+    if (!zone)
+        return unreadable(zone.error());
+    if (!zone.value())
         return report(Outcome::connectedEmpty,
                       "Connected. The database is empty; the first sync sets it up.");
-    if (auto key = keyFor(*marker.value()); !key)
-        return unreadable(key.error());
     return report(Outcome::connected,
                   "Connected, and the passphrase opens the data on the server.");
 }
@@ -271,6 +265,10 @@ void CouchContainer::setPushHandler(std::function<void(const std::string&)> hand
 
 CouchContainer::ConnectionReport CouchContainer::testConnection() {
     return impl_->backend.testConnection();
+}
+
+CloudResult<> CouchContainer::changePassphrase(const std::string& newPassphrase) {
+    return impl_->backend.changePassphrase(newPassphrase);
 }
 
 }  // namespace zettly

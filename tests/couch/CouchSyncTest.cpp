@@ -226,5 +226,26 @@ TEST_F(CouchSync, ATamperedRecordIsSkippedAndTheLocalCopyStays) {
     EXPECT_THAT(b.contents(), ElementsAre("original")) << "kept as it was, not deleted";
 }
 
+TEST_F(CouchSync, AMarkerDeletedBehindTheDevicesBacksIsSetUpAgainAndNothingIsLost) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    a.sync();
+    auto marker = nlohmann::json::parse(server.request("GET", "/zettly/zettly-marker").body);
+    ASSERT_EQ(
+        server.request("DELETE", "/zettly/zettly-marker?rev=" + marker["_rev"].get<std::string>())
+            .status,
+        200);
+
+    a.copy("after on a");
+    a.sync();
+    b.sync();
+    EXPECT_EQ(a.lastError(), std::nullopt);
+    EXPECT_EQ(b.lastError(), std::nullopt);
+    expectConverged();
+    EXPECT_THAT(a.contents(), ElementsAre("after on a", "on a", "on b"));
+}
+
 }  // namespace
 }  // namespace zettly
