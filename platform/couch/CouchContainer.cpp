@@ -4,10 +4,15 @@
 //   may create databases, so saving the zone accepts a database that exists
 //   and that the user may merely open.
 // - The document "zettly-marker" sets the zone up: the salt of the key
-//   derivation, a key check, the Argon2 strength and the zone's epoch (a
-//   random id). Every call reads it first, so a wrong passphrase is found
-//   before anything else is read or written, and a missing marker reads as
-//   a missing zone.
+//   derivation, the Argon2 strength, the zone's epoch (a random id) and a
+//   key check that vouches for them (CouchMarker.cpp). Every call reads it
+//   first, so a wrong passphrase, one changed on another device and a
+//   marker changed behind Zettly's back are found before anything else is
+//   read or written. A missing marker reads as a missing zone; setting it
+//   up again deletes the records left without it.
+// - Changing the passphrase deletes every record and writes a marker with
+//   a new salt and epoch, marked as re-keyed; every device uploads again
+//   once it has the new passphrase.
 // - A record is a document (see CouchDocuments.h); its system fields carry
 //   the document's revision as the change tag. Saves go through _bulk_docs.
 // - Change tokens hold the epoch and the _changes sequence. Deleting the

@@ -35,9 +35,6 @@ namespace zettly::couch {
 namespace {
 
 constexpr std::string_view logPrefix = "[Zettly] CouchDB: ";
-// Records the engine writes first (the sync key, a chip order) are enough
-// to tell a zone with records from an empty one.
-constexpr int recordProbe = 20;
 
 std::string hex(std::span<const std::uint8_t> bytes) {
     static constexpr char digits[] = "0123456789abcdef";
@@ -388,17 +385,16 @@ CloudResult<> Backend::createDatabase() {
 }
 
 CloudResult<bool> Backend::holdsRecords() {
-    auto page = call("GET", databaseUrl_ + "/_all_docs?limit=" + std::to_string(recordProbe), {},
-                     "Listing the records");
-    if (!page)
-        return page.error();
-    const Json* rows = member(page.value(), "rows");
-    if (!rows || !rows->is_array())
-        return unexpectedAnswer("Listing the records");
-    return std::any_of(rows->begin(), rows->end(), [](const Json& row) {
-        auto id = stringMember(row, "id");
-        return id && isRecordName(*id);
-    });
+    // The database's count of live documents; without a marker they are
+    // records, or design documents an administrator added (which a wipe
+    // leaves, so at worst the zone starts afresh once for nothing).
+    auto database = call("GET", databaseUrl_, {}, "Reading the database");
+    if (!database)
+        return database.error();
+    const Json* count = member(database.value(), "doc_count");
+    if (!count || !count->is_number_unsigned())
+        return unexpectedAnswer("Reading the database");
+    return count->get<std::uint64_t>() > 0;
 }
 
 CloudResult<bool> Backend::createMarker() {
