@@ -245,6 +245,19 @@ SettingsContext AppDelegate::settingsContext() {
         });
         sync_->syncSoon("settings", 0.5);
     };
+    // On the sync thread, so that no pass runs with the old key meanwhile.
+    context.syncServer.changePassphrase =
+        [this](const std::string& passphrase,
+               std::function<void(std::optional<std::string>)> done) {
+            syncExecutor_.run([this, passphrase, done = std::move(done)] {
+                auto outcome = backend_->changePassphrase(passphrase);
+                if (outcome.serverChanged) {
+                    sync_->serverStartedAfresh();
+                    sync_->syncInBackground("passphrase");
+                }
+                mainQueue_.post([done, problem = outcome.problem] { done(problem); });
+            });
+        };
     context.deleteCloudCopy = [this](std::function<void(std::optional<std::string>)> done) {
         syncExecutor_.run([this, done = std::move(done)] {
             auto result = sync_->deleteCloudCopy();

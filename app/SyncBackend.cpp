@@ -22,6 +22,11 @@ std::vector<std::uint8_t> vector(const QByteArray& data) {
     return {data.begin(), data.end()};
 }
 
+// The translation context of what the settings show about the server.
+class SyncServerTexts {
+    Q_DECLARE_TR_FUNCTIONS(SyncServerTexts)
+};
+
 }  // namespace
 
 SyncBackend::SyncBackend(Defaults& defaults,
@@ -137,14 +142,66 @@ CouchContainer::ConnectionReport SyncBackend::testConnection() {
     return missing;
 }
 
-namespace {
+SyncBackend::PassphraseChange SyncBackend::changePassphrase(const std::string& newPassphrase) {
+    PassphraseChange outcome;
+    auto couch = current();
+    if (!couch) {
+        //: Settings › Sync: answer of "Test connection" when fields are missing.
+        outcome.problem =
+            SyncServerTexts::tr("Fill in the database address, user name and passphrase first.")
+                .toStdString();
+        return outcome;
+    }
+    if (auto changed = couch->changePassphrase(newPassphrase); !changed) {
+        log_.line("[Zettly] the passphrase was not changed: " + changed.error().description);
+        outcome.problem = explain(changed.error());
+        return outcome;
+    }
+    outcome.serverChanged = true;
+    bool stored = false;
+    {
+        // Not setSecret(): the key derived for the new passphrase is kept
+        // already and stays.
+        std::lock_guard lock(secretsMutex_);
+        stored = secretsLocked().write(secretName(Secret::passphrase), newPassphrase);
+    }
+    if (!stored) {
+        // The container goes on with the new passphrase until the app quits.
+        log_.line("[Zettly] the new passphrase could not be kept in " + secretsWhere());
+        //: Settings › Sync › Change Passphrase: the server was re-encrypted but the keyring
+        //: refused the new passphrase.
+        outcome.problem = SyncServerTexts::tr(
+                              "The passphrase was changed on the server, but Zettly could not "
+                              "store it on this computer. Check that your keyring is unlocked "
+                              "and enter the new passphrase in the Passphrase field.")
+                              .toStdString();
+        return outcome;
+    }
+    reconfigure();
+    return outcome;
+}
 
-// The translation context of what the settings show about the server.
-class SyncServerTexts {
-    Q_DECLARE_TR_FUNCTIONS(SyncServerTexts)
-};
-
-}  // namespace
+std::string SyncBackend::explain(const CloudError& error) {
+    const std::string message = error.userMessage.value_or(error.description);
+    if (message == CouchContainer::wrongPassphraseMessage)
+        //: Settings › Sync: the passphrase cannot open what the server holds.
+        return SyncServerTexts::tr("The passphrase does not match the data on the sync server")
+            .toStdString();
+    if (message == CouchContainer::passphraseChangedMessage)
+        //: Settings › Sync: another device changed the passphrase; this one has the old one.
+        return SyncServerTexts::tr(
+                   "The passphrase was changed on another device. Enter the new passphrase in "
+                   "the Sync settings.")
+            .toStdString();
+    if (message == CouchContainer::markerTamperedMessage)
+        //: Settings › Sync: the server's set-up record fails its check under this device's key.
+        return SyncServerTexts::tr(
+                   "The set-up record on the sync server was changed by something other than "
+                   "Zettly, so the data there cannot be trusted. Delete the cloud copy in the "
+                   "Sync settings to start it afresh; the history on your devices stays.")
+            .toStdString();
+    return message;
+}
 
 std::string SyncBackend::explain(const CouchContainer::ConnectionReport& report) {
     using Outcome = CouchContainer::ConnectionReport::Outcome;
@@ -187,13 +244,11 @@ std::string SyncBackend::explain(const CouchContainer::ConnectionReport& report)
             return SyncServerTexts::tr("The database cannot be opened: %1")
                 .arg(detail)
                 .toStdString();
-        case Outcome::dataUnreadable:
-            if (report.detail == "The passphrase does not match the data on the sync server")
-                //: Settings › Sync: the passphrase cannot open what the server holds.
-                return SyncServerTexts::tr(
-                           "The passphrase does not match the data on the sync server")
-                    .toStdString();
-            return report.detail;
+        case Outcome::dataUnreadable: {
+            CloudError error;
+            error.userMessage = report.detail;
+            return explain(error);
+        }
         case Outcome::connectedEmpty:
             //: Settings › Sync, "Test connection": everything works; nothing is synced yet.
             return SyncServerTexts::tr(

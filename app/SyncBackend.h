@@ -42,9 +42,23 @@ public:
 
     // Blocking: the settings' "Test connection".
     CouchContainer::ConnectionReport testConnection();
+
+    // Blocking: the server's copy is encrypted under `newPassphrase` (see
+    // CouchContainer::changePassphrase), which is then kept and used from
+    // here on. The caller has the engine upload everything again whenever
+    // the server changed, also when the new passphrase could not be kept.
+    struct PassphraseChange {
+        bool serverChanged = false;
+        std::optional<std::string> problem;  // for the user, in their language
+    };
+    PassphraseChange changePassphrase(const std::string& newPassphrase);
+
     // What the settings show, in the user's language.
     static std::string explain(const CouchContainer::ConnectionReport& report);
     static std::string explain(CouchUrlProblem problem);
+    // The backend's user message of a sync error, translated where it is
+    // one of the passphrase's.
+    static std::string explain(const CloudError& error);
 
     // CloudContainer
     CloudResult<CloudAccountStatus> accountStatus() override;

@@ -37,6 +37,13 @@ struct SyncServerHooks {
     std::function<void(std::function<void(bool ok, std::string message)> done)> testConnection = {};
     // The URL, user, password or passphrase changed.
     std::function<void()> changed = {};
+    // Off the main thread: encrypts the server's copy under a new passphrase
+    // (the stored one must open it), keeps the new one and has this computer
+    // upload its history again. `done` runs on the main thread with an error
+    // message, or none on success.
+    std::function<void(const std::string& newPassphrase,
+                       std::function<void(std::optional<std::string> error)> done)>
+        changePassphrase = {};
 };
 
 // What every settings page works on: the stores and preferences it edits,

@@ -10,6 +10,8 @@
 
 #include "platform/Defaults.h"
 #include "settings/PageParts.h"
+#include "settings/PassphraseDialog.h"
+#include "settings/StrengthMeter.h"
 #include "store/PrefKeys.h"
 #include "ui/Look.h"
 
@@ -51,6 +53,10 @@ SyncServerBox::SyncServerBox(SettingsContext& context, QWidget* parent)
     passphrase_->setEchoMode(QLineEdit::Password);
     //: Settings › Sync: label of the passphrase that encrypts the history on the server.
     form->addRow(tr("Passphrase:"), passphrase_);
+    // A hint only: a passphrase already in use on the other devices is
+    // what it is.
+    meter_ = new StrengthMeter(this);
+    form->addRow(QString(), meter_);
     column->addLayout(form);
 
     auto* passphraseNote = pageparts::noteLabel({}, this);
@@ -60,6 +66,15 @@ SyncServerBox::SyncServerBox(SettingsContext& context, QWidget* parent)
            "server never sees it. Use the same passphrase on every device. It cannot be "
            "recovered."));
     column->addWidget(passphraseNote);
+
+    //: Settings › Sync: button that opens the dialog changing the passphrase on every device.
+    changePassphrase_ = new QPushButton(tr("Change Passphrase…"), this);
+    changePassphrase_->setObjectName(QStringLiteral("changePassphraseButton"));
+    changePassphrase_->setVisible(static_cast<bool>(context_.syncServer.changePassphrase));
+    auto* changeRow = new QHBoxLayout;
+    changeRow->addWidget(changePassphrase_);
+    changeRow->addStretch(1);
+    column->addLayout(changeRow);
 
     problem_ = pageparts::problemLabel(this);
     problem_->setObjectName(QStringLiteral("serverProblem"));
@@ -95,6 +110,9 @@ SyncServerBox::SyncServerBox(SettingsContext& context, QWidget* parent)
     connect(passphrase_, &QLineEdit::editingFinished, this,
             [this] { saveSecret(SyncSecret::passphrase, passphrase_); });
     connect(test_, &QPushButton::clicked, this, [this] { testConnection(); });
+    connect(passphrase_, &QLineEdit::textChanged, meter_,
+            [this](const QString& text) { meter_->rate(text); });
+    connect(changePassphrase_, &QPushButton::clicked, this, [this] { changePassphrase(); });
     reload();
 }
 
@@ -111,6 +129,34 @@ void SyncServerBox::reload() {
     password_->setText(secret(SyncSecret::password));
     passphrase_->setText(secret(SyncSecret::passphrase));
     test_->setEnabled(!testing_);
+    enableChange();
+}
+
+void SyncServerBox::enableChange() {
+    const bool configured =
+        !context_.defaults.string(prefkey::syncServerURL).value_or("").empty() &&
+        !context_.defaults.string(prefkey::syncServerUser).value_or("").empty() &&
+        context_.syncServer.readSecret &&
+        !context_.syncServer.readSecret(SyncSecret::passphrase).value_or("").empty();
+    changePassphrase_->setEnabled(configured);
+}
+
+void SyncServerBox::changePassphrase() {
+    if (!context_.syncServer.changePassphrase)
+        return;
+    // The dialog checks against the stored passphrase: what is typed counts.
+    saveUrl();
+    saveUser();
+    saveSecret(SyncSecret::password, password_);
+    saveSecret(SyncSecret::passphrase, passphrase_);
+    enableChange();
+    if (!changePassphrase_->isEnabled())
+        return;
+    PassphraseDialog dialog(context_, this);
+    dialog.exec();
+    if (dialog.changed())
+        passphrase_->setText(QString::fromStdString(
+            context_.syncServer.readSecret(SyncSecret::passphrase).value_or("")));
 }
 
 void SyncServerBox::saveUrl() {
@@ -126,6 +172,7 @@ void SyncServerBox::saveUrl() {
     }
     showProblem({});
     context_.defaults.setString(prefkey::syncServerURL, url);
+    enableChange();
     if (context_.syncServer.changed)
         context_.syncServer.changed();
 }
@@ -135,6 +182,7 @@ void SyncServerBox::saveUser() {
     if (user == context_.defaults.string(prefkey::syncServerUser).value_or(""))
         return;
     context_.defaults.setString(prefkey::syncServerUser, user);
+    enableChange();
     if (context_.syncServer.changed)
         context_.syncServer.changed();
 }
@@ -153,6 +201,7 @@ void SyncServerBox::saveSecret(SyncSecret which, QLineEdit* field) {
         return;
     }
     showProblem({});
+    enableChange();
     if (context_.syncServer.changed)
         context_.syncServer.changed();
 }

@@ -52,12 +52,17 @@ struct PushRun {
     std::atomic<bool> stop{false};
 };
 
+// The zone's set-up (CouchMarker.cpp has the format).
 struct Marker {
-    Json document;  // as stored, so that a new epoch keeps the rest
+    std::string rev;  // empty for one not written yet
+    int format = markerFormat;
     std::string epoch;
     synccrypto::Bytes salt;
     synccrypto::Bytes keyCheck;
     synccrypto::KdfStrength kdf = synccrypto::KdfStrength::moderate;
+    // Written by a passphrase change, so that a device whose key opened the
+    // marker before can tell the user why it no longer does.
+    bool rekeyed = false;
 };
 
 struct Zone {
@@ -80,6 +85,7 @@ public:
     void setPushHandler(PushHandler handler);
     // This computer's clock minus the server's, from the latest dated answer.
     std::optional<double> clockSkew() const;
+    CloudResult<> changePassphrase(const std::string& newPassphrase);
 
     // --- the database's calls -------------------------------------------------
 
@@ -113,14 +119,34 @@ private:
     // --- the marker and the key (CouchMarker.cpp) ------------------------------
 
     std::string markerUrl() const;
+    std::string passphrase();
     // None when the database or its marker does not exist yet.
     CloudResult<std::optional<Marker>> readMarker();
+    // The key that opens `marker`; the error tells a wrong passphrase from
+    // one changed on another device and from a marker changed behind
+    // Zettly's back.
     CloudResult<MasterKey> keyFor(const Marker& marker);
+    // The marker and its key, none when there is no marker. With `upgrade`,
+    // a zone of an older format is started afresh in the current one.
+    CloudResult<std::optional<Zone>> openMarker(bool upgrade);
+    // As openMarker(true); zoneNotFound when there is no marker.
     CloudResult<Zone> openZone();
     CloudResult<> createDatabase();
     // True when this call created the marker, false when another device
     // was faster.
     CloudResult<bool> createMarker();
+    // A new salt, a key derived from `passphrase` and a marker for them
+    // written over `rev` (empty: a new one); the key becomes this device's.
+    // False when the marker changed meanwhile.
+    CloudResult<bool> writeNewMarker(const std::string& passphrase, const std::string& rev,
+                                     bool rekeyed);
+    // Writes `marker` with its key check under `key`; false on a conflict.
+    // Its revision and check are updated.
+    CloudResult<bool> writeMarker(Marker& marker, const MasterKey& key);
+    // A new epoch for the zone, so that other devices upload again.
+    CloudResult<> renewEpoch(Zone zone);
+    // Whether any record document is stored (deleted ones left out).
+    CloudResult<bool> holdsRecords();
 
     // --- records (CouchRecords.cpp) --------------------------------------------
 
@@ -168,10 +194,13 @@ private:
     std::optional<double> clockSkew_;
 
     std::mutex keyMutex_;
+    // The settings' passphrase until this device changes it.
+    std::string passphrase_;
     std::optional<MasterKey> key_;
     synccrypto::Bytes keySalt_;
     synccrypto::Bytes rejectedSalt_;
     synccrypto::Bytes rejectedCheck_;
+    std::optional<CloudError> rejection_;
 
     std::mutex reportedMutex_;
     std::set<std::string> reported_;

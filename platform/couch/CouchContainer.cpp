@@ -4,10 +4,15 @@
 //   may create databases, so saving the zone accepts a database that exists
 //   and that the user may merely open.
 // - The document "zettly-marker" sets the zone up: the salt of the key
-//   derivation, a key check, the Argon2 strength and the zone's epoch (a
-//   random id). Every call reads it first, so a wrong passphrase is found
-//   before anything else is read or written, and a missing marker reads as
-//   a missing zone.
+//   derivation, the Argon2 strength, the zone's epoch (a random id) and a
+//   key check that vouches for them (CouchMarker.cpp). Every call reads it
+//   first, so a wrong passphrase, one changed on another device and a
+//   marker changed behind Zettly's back are found before anything else is
+//   read or written. A missing marker reads as a missing zone; setting it
+//   up again deletes the records left without it.
+// - Changing the passphrase deletes every record and writes a marker with
+//   a new salt and epoch, marked as re-keyed; every device uploads again
+//   once it has the new passphrase.
 // - A record is a document (see CouchDocuments.h); its system fields carry
 //   the document's revision as the change tag. Saves go through _bulk_docs.
 //   Every seal binds the zone's epoch and the record's type, name and
@@ -53,14 +58,9 @@ CloudResult<CloudAccountStatus> Backend::accountStatus() {
     if (auto session = call("GET", serverUrl_ + "/_session", {}, "Signing in", smallAnswer);
         !session)
         return session.error();
-    auto marker = readMarker();
-    if (!marker)
-        return marker.error();
-    // Not set up yet: saving the zone does that.
-    if (!marker.value())
-        return CloudAccountStatus::available;
-    if (auto key = keyFor(*marker.value()); !key)
-        return key.error();
+    // Not set up yet (no marker) is available too: saving the zone does that.
+    if (auto zone = openMarker(true); !zone)
+        return zone.error();
     return CloudAccountStatus::available;
 }
 
@@ -116,14 +116,13 @@ CouchContainer::ConnectionReport Backend::testConnection() {
         std::string why = error.userMessage.value_or(error.description);
         return report(Outcome::dataUnreadable, why, why);
     };
-    auto marker = readMarker();
-    if (!marker)
-        return unreadable(marker.error());
-    if (!marker.value())
+    // A test changes nothing on the server, not even an older format.
+    auto zone = openMarker(false);
+    if (!zone)
+        return unreadable(zone.error());
+    if (!zone.value())
         return report(Outcome::connectedEmpty,
                       "Connected. The database is empty; the first sync sets it up.");
-    if (auto key = keyFor(*marker.value()); !key)
-        return unreadable(key.error());
     return report(Outcome::connected,
                   "Connected, and the passphrase opens the data on the server.");
 }
@@ -250,6 +249,10 @@ CouchContainer::ConnectionReport CouchContainer::testConnection() {
 
 std::optional<double> CouchContainer::clockSkew() {
     return impl_->backend.clockSkew();
+}
+
+CloudResult<> CouchContainer::changePassphrase(const std::string& newPassphrase) {
+    return impl_->backend.changePassphrase(newPassphrase);
 }
 
 }  // namespace zettly

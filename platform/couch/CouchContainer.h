@@ -63,11 +63,31 @@ public:
     CouchContainer(CouchSettings settings, Log& log);
     ~CouchContainer() override;  // ends the push long-poll and waits for it
 
+    // The user messages of the errors that say why the passphrase does not
+    // open the server's data; fixed English, the settings translate them.
+    // A device that never opened the zone cannot tell a wrong passphrase
+    // from a changed marker, and says the first.
+    static constexpr std::string_view wrongPassphraseMessage =
+        "The passphrase does not match the data on the sync server";
+    // The marker has a new salt, was written by a passphrase change, and
+    // this device holds a key that opened an earlier one.
+    static constexpr std::string_view passphraseChangedMessage =
+        "The passphrase was changed on another device. Enter the new passphrase in the Sync "
+        "settings.";
+    // The key this device holds for the marker's salt no longer opens it,
+    // or its fields changed since the key check was made.
+    static constexpr std::string_view markerTamperedMessage =
+        "The set-up record on the sync server was changed by something other than Zettly, so "
+        "the data there cannot be trusted. Delete the cloud copy in the Sync settings to start "
+        "it afresh; the history on your devices stays.";
+
     // noAccount while the settings lack a URL, user or passphrase; an error
     // for an unreachable server, refused credentials (notAuthenticated) and
     // a passphrase that does not open this server's data (notAuthenticated
-    // with the user message "The passphrase does not match the data on the
-    // sync server").
+    // or, for a changed marker, serverRejectedRequest, with one of the user
+    // messages above). The first device with the right passphrase to open
+    // a zone of an older format starts it afresh in the current one: the
+    // records go, and every device uploads its history again.
     CloudResult<CloudAccountStatus> accountStatus() override;
     // The session's user name.
     CloudResult<std::string> userRecordName() override;
@@ -102,6 +122,15 @@ public:
         std::string message;  // in English, for the log
     };
     ConnectionReport testConnection();
+
+    // Blocking. Checks that the current passphrase opens the server's data,
+    // derives a key from `newPassphrase` with a new salt, deletes every
+    // record and writes a marker for the new key (with a new epoch, marked
+    // as re-keyed) and hands the key to `keyDerived`. This container goes on
+    // with the new passphrase; the caller keeps it, and has its sync engine
+    // upload everything again. Other devices stop with
+    // passphraseChangedMessage until they are given the new passphrase.
+    CloudResult<> changePassphrase(const std::string& newPassphrase);
 
 private:
     struct Impl;

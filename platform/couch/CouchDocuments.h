@@ -46,7 +46,8 @@ std::optional<std::string> stringMember(const Json& object, std::string_view key
 
 // The zone's marker: not a record, left out of every feed.
 inline constexpr std::string_view markerID = "zettly-marker";
-inline constexpr int markerFormat = 1;
+// 2: the key check vouches for the marker's fields (CouchMarker.cpp).
+inline constexpr int markerFormat = 2;
 
 // Record names the server can store as ordinary documents: CouchDB reserves
 // names starting with "_", and the marker's name is taken.

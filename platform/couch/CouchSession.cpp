@@ -62,7 +62,10 @@ CloudError unexpectedAnswer(const std::string& what) {
 }
 
 Backend::Backend(CouchSettings settings, Log& log)
-    : settings_(std::move(settings)), log_(log), http_(settings_.user, settings_.password) {
+    : settings_(std::move(settings)),
+      log_(log),
+      http_(settings_.user, settings_.password),
+      passphrase_(settings_.passphrase) {
     if (!couchUrlProblem(settings_.databaseUrl)) {
         std::string url = settings_.databaseUrl;
         while (url.ends_with('/'))

@@ -63,6 +63,14 @@ std::optional<MasterKey> deriveKey(std::string_view passphrase, std::span<const 
 Bytes keyCheck(const MasterKey& key);
 bool matchesKeyCheck(const MasterKey& key, std::span<const std::uint8_t> check);
 
+// A key check that also vouches for the bytes it is stored with (the
+// zone's set-up: salt, strength, epoch): a keyed BLAKE2b of them, so that
+// only a holder of the key can change one without the check failing.
+// Empty when libsodium cannot start.
+Bytes keyCheck(const MasterKey& key, std::span<const std::uint8_t> vouchedFor);
+bool matchesKeyCheck(const MasterKey& key, std::span<const std::uint8_t> vouchedFor,
+                     std::span<const std::uint8_t> check);
+
 // XChaCha20-Poly1305 with a random nonce (stored in front of the
 // ciphertext). The associated data says what the blob belongs to (the
 // record, its zone and version), so a blob moved elsewhere no longer opens;

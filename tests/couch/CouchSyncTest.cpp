@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/couch/CouchContainer.h"
+#include "platform/couch/CouchDocuments.h"
 #include "tests/fakes/PouchServer.h"
 #include "tests/fakes/TestImages.h"
 #include "tests/sync/SyncDevice.h"
@@ -32,7 +33,15 @@ struct StartedServer : test::PouchServer {
 struct CouchSync : ::testing::Test {
     void SetUp() override { ASSERT_TRUE(server.up) << server.output(); }
 
-    std::unique_ptr<CouchContainer> backend(const std::string& phrase = passphrase) {
+    // The key a device keeps in its secret store, as the app does.
+    struct KeptKey {
+        synccrypto::Bytes salt;
+        std::optional<synccrypto::MasterKey> key;
+    };
+
+    std::unique_ptr<CouchContainer> backend(const std::string& phrase = passphrase,
+                                            KeptKey* kept = nullptr,
+                                            CouchContainer** keep = nullptr) {
         CouchSettings settings;
         settings.databaseUrl = server.url() + "/zettly";
         settings.user = test::PouchServer::user;
@@ -40,7 +49,26 @@ struct CouchSync : ::testing::Test {
         settings.passphrase = phrase;
         settings.kdf = synccrypto::KdfStrength::interactive;
         settings.requestTimeoutSeconds = 5;
-        return std::make_unique<CouchContainer>(std::move(settings), log);
+        if (kept) {
+            settings.cachedKey = kept->key;
+            settings.cachedKeySalt = kept->salt;
+            settings.keyDerived = [kept](const synccrypto::Bytes& salt,
+                                         const synccrypto::MasterKey& key) {
+                *kept = {salt, key};
+            };
+        }
+        auto container = std::make_unique<CouchContainer>(std::move(settings), log);
+        if (keep)
+            *keep = container.get();
+        return container;
+    }
+    nlohmann::json marker() {
+        return nlohmann::json::parse(server.request("GET", "/zettly/zettly-marker").body, nullptr,
+                                     false);
+    }
+    void putMarker(const nlohmann::json& document) {
+        auto put = server.request("PUT", "/zettly/zettly-marker", document.dump());
+        ASSERT_EQ(put.status, 201) << put.body;
     }
     // The server's raw documents; none while the database does not exist.
     nlohmann::json documents() {
@@ -56,21 +84,29 @@ struct CouchSync : ::testing::Test {
             n += row["doc"].value("recordType", "") == type && !row["doc"].contains("_deleted");
         return n;
     }
-    // Syncs both devices until neither changes anything, then compares.
-    void expectConverged() {
+    // Syncs the devices (a and b unless told) until none changes anything,
+    // then compares.
+    void expectConverged(std::vector<SyncDevice*> devices = {}) {
+        if (devices.empty())
+            devices = {&a, &b};
         for (int round = 0; round < 3; ++round) {
-            bool changed = a.sync();
-            changed = b.sync() || changed;
+            bool changed = false;
+            for (SyncDevice* device : devices)
+                changed = device->sync() || changed;
             if (!changed)
                 break;
         }
-        EXPECT_EQ(a.contents(), b.contents());
+        for (SyncDevice* device : devices)
+            EXPECT_EQ(device->contents(), devices.front()->contents());
     }
 
     StartedServer server;
     test::RecordingLog log;
-    SyncDevice a{backend()};
-    SyncDevice b{backend()};
+    KeptKey keptByA;
+    KeptKey keptByB;
+    CouchContainer* containerA = nullptr;
+    SyncDevice a{backend(passphrase, &keptByA, &containerA)};
+    SyncDevice b{backend(passphrase, &keptByB)};
 };
 
 TEST_F(CouchSync, TwoDevicesShareTextsImagesCategoriesDeletionsAndTheChipOrderUnreadable) {
@@ -224,6 +260,142 @@ TEST_F(CouchSync, ATamperedRecordIsSkippedAndTheLocalCopyStays) {
 
     b.sync();
     EXPECT_THAT(b.contents(), ElementsAre("original")) << "kept as it was, not deleted";
+}
+
+TEST_F(CouchSync, AChangedPassphraseStopsTheOtherDeviceUntilItHasTheNewOneAndThenBothMeet) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    a.sync();
+    const auto before = marker();
+
+    // Only a device whose passphrase opens the data may change it.
+    auto refused = backend("tr0ub4dor")->changePassphrase("a new one for everybody");
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().userMessage, std::string(CouchContainer::wrongPassphraseMessage));
+    EXPECT_EQ(marker(), before);
+
+    const std::string renewed = "velvet kettle orbit marsh";
+    ASSERT_TRUE(containerA->changePassphrase(renewed));
+    EXPECT_EQ(count("ClipItem"), 0u);
+    EXPECT_EQ(marker()["rekeyed"], true);
+    EXPECT_NE(marker()["salt"], before["salt"]);
+    EXPECT_EQ(keptByA.salt, couch::unbase64(marker()["salt"].get<std::string>()));
+    a.engine.serverStartedAfresh();
+    a.copy("after the change");
+    a.sync();
+    EXPECT_FALSE(a.lastError()) << *a.lastError();
+    EXPECT_EQ(count("ClipItem"), 3u);
+
+    // b holds the old key, in memory and (after a restart) in its secret
+    // store; a device that never opened the zone cannot tell.
+    b.copy("on b meanwhile");
+    b.sync();
+    EXPECT_EQ(b.lastError(), std::string(CouchContainer::passphraseChangedMessage));
+    KeptKey restarted = keptByB;
+    EXPECT_EQ(backend(passphrase, &restarted)->accountStatus().error().userMessage,
+              std::string(CouchContainer::passphraseChangedMessage));
+    EXPECT_EQ(backend(passphrase)->accountStatus().error().userMessage,
+              std::string(CouchContainer::wrongPassphraseMessage));
+    EXPECT_EQ(count("ClipItem"), 3u) << "b wrote nothing with the old key";
+
+    // A new passphrase drops the kept key in the app.
+    b.cloud.replaceBackend(backend(renewed));
+    b.sync();
+    EXPECT_FALSE(b.lastError()) << *b.lastError();
+    expectConverged();
+    EXPECT_THAT(a.contents(), ElementsAre("after the change", "on a", "on b", "on b meanwhile"));
+}
+
+TEST_F(CouchSync, AMarkerChangedOnTheServerReadsAsTamperedAndDeletingTheCloudCopyMendsIt) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    a.sync();
+    for (const char* field : {"epoch", "keyCheck", "kdf", "rekeyed"}) {
+        const auto original = marker();
+        auto changed = original;
+        if (std::string(field) == "epoch")
+            changed["epoch"] = std::string(32, 'e');
+        else if (std::string(field) == "keyCheck")
+            changed["keyCheck"] = couch::base64(synccrypto::Bytes(32, 7));
+        else if (std::string(field) == "kdf")
+            changed["kdf"] = "moderate";
+        else
+            changed["rekeyed"] = true;
+        putMarker(changed);
+        a.sync();
+        EXPECT_EQ(a.lastError(), std::string(CouchContainer::markerTamperedMessage)) << field;
+        KeptKey restarted = keptByB;
+        EXPECT_EQ(backend(passphrase, &restarted)->accountStatus().error().userMessage,
+                  std::string(CouchContainer::markerTamperedMessage))
+            << field;
+        auto restored = original;
+        restored["_rev"] = marker()["_rev"];
+        putMarker(restored);
+        a.sync();
+        EXPECT_FALSE(a.lastError()) << field;
+    }
+
+    putMarker([&] {
+        auto changed = marker();
+        changed["epoch"] = std::string(32, 'f');
+        return changed;
+    }());
+    ASSERT_TRUE(a.engine.deleteCloudCopy());
+    a.sync();
+    EXPECT_FALSE(a.lastError());
+    expectConverged();
+    EXPECT_THAT(b.contents(), ElementsAre("on a", "on b"));
+}
+
+TEST_F(CouchSync, AZoneOfTheOlderFormatIsStartedAfreshByTheFirstNewDeviceAndNothingIsLost) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    a.sync();
+    // As an older version left it: a key check that vouches for the key only.
+    auto older = marker();
+    ASSERT_TRUE(keptByA.key);
+    older["format"] = 1;
+    older.erase("rekeyed");
+    older["keyCheck"] = couch::base64(synccrypto::keyCheck(*keptByA.key));
+    putMarker(older);
+
+    SyncDevice c{backend()};
+    c.copy("on c");
+    c.sync();
+    EXPECT_FALSE(c.lastError()) << *c.lastError();
+    EXPECT_EQ(marker()["format"], 2);
+    EXPECT_EQ(marker()["salt"], older["salt"]);
+    EXPECT_NE(marker()["epoch"], older["epoch"]);
+    expectConverged({&a, &b, &c});
+    EXPECT_THAT(c.contents(), ElementsAre("on a", "on b", "on c"));
+    EXPECT_EQ(count("ClipItem"), 3u);
+}
+
+TEST_F(CouchSync, AMarkerDeletedBehindTheDevicesBacksIsSetUpAgainAndNothingIsLost) {
+    a.copy("on a");
+    a.sync();
+    b.copy("on b");
+    b.sync();
+    a.sync();
+    ASSERT_EQ(
+        server.request("DELETE", "/zettly/zettly-marker?rev=" + marker()["_rev"].get<std::string>())
+            .status,
+        200);
+
+    a.copy("after on a");
+    a.sync();
+    b.sync();
+    EXPECT_EQ(a.lastError(), std::nullopt);
+    EXPECT_EQ(b.lastError(), std::nullopt);
+    expectConverged();
+    EXPECT_THAT(a.contents(), ElementsAre("after on a", "on a", "on b"));
+    EXPECT_EQ(count("ClipItem"), 3u) << "no records left that nobody can open";
 }
 
 }  // namespace

@@ -44,6 +44,21 @@ TEST_F(SyncCryptoTest, TheSamePassphraseAndSaltGiveTheSameKeyWhichOpensWhatItSea
     EXPECT_EQ(open(key, Bytes{}, seal(key, Bytes{}, Bytes{})), Bytes{});
 }
 
+TEST_F(SyncCryptoTest, ACheckThatVouchesForBytesFailsForOtherBytesAnotherKeyOrThePlainCheck) {
+    const Bytes fields = bytesOf("format 2, epoch 0123");
+    const Bytes check = keyCheck(key, fields);
+    EXPECT_TRUE(matchesKeyCheck(key, fields, check));
+    Bytes changed = fields;
+    changed.back() ^= 1;
+    EXPECT_FALSE(matchesKeyCheck(key, changed, check));
+    auto other = deriveKey(phrase + "r", salt, fast);
+    ASSERT_TRUE(other);
+    EXPECT_FALSE(matchesKeyCheck(*other, fields, check));
+    // Neither kind of check passes for the other.
+    EXPECT_FALSE(matchesKeyCheck(key, keyCheck(key, {})));
+    EXPECT_FALSE(matchesKeyCheck(key, {}, keyCheck(key)));
+}
+
 TEST_F(SyncCryptoTest, AnotherPassphraseSaltOrStrengthGivesAKeyThatFailsTheCheckAndOpensNothing) {
     Bytes blob = seal(key, rid1, bytesOf("secret"));
     Bytes check = keyCheck(key);

@@ -43,6 +43,12 @@ public:
         base_->setPushHandler(std::move(handler));
     }
     std::optional<double> clockSkew() override { return base_->clockSkew(); }
+    // The device is given other settings (a new passphrase): its next call
+    // goes to this backend.
+    void replaceBackend(std::unique_ptr<CloudContainer> backend) {
+        inner = nullptr;
+        base_ = std::move(backend);
+    }
 
     InMemoryContainer* inner = nullptr;  // fault injection on the in-memory server
     int passes = 0;
