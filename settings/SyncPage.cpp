@@ -8,6 +8,7 @@
 #include <QLocale>
 #include <QPointer>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <cmath>
@@ -162,6 +163,63 @@ QString SyncPage::describeStatus(const QString& stored) {
     if (stored == QLatin1String("The set-up record in the sync database is damaged"))
         //: Settings › Sync: status when the server's set-up document cannot be read.
         return tr("The set-up record in the sync database is damaged.");
+    if (stored == QLatin1String("The passphrase was changed on another device. Enter the new "
+                                "passphrase in the Sync settings."))
+        //: Settings › Sync: status after another device changed the passphrase.
+        return tr(
+            "The passphrase was changed on another device. Enter the new passphrase "
+            "above.");
+    if (stored.startsWith(QLatin1String("The set-up record on the sync server was changed by "
+                                        "something other than Zettly")))
+        //: Settings › Sync: status when the server's set-up record was altered by a third party.
+        return tr(
+            "The set-up record on the sync server was changed by something other than "
+            "Zettly, so the data there cannot be trusted. Delete the cloud copy below to "
+            "start it afresh; the history on your devices stays.");
+    if (stored == QLatin1String("The sync server holds records Zettly did not write"))
+        //: Settings › Sync: status when records on the server fail the end-to-end check.
+        return tr(
+            "The sync server holds records Zettly did not write. Zettly keeps its own "
+            "copies and writes them over those.");
+    if (stored == QLatin1String("Changes from other devices could not be saved on this computer"))
+        //: Settings › Sync: status when the local history database refused what arrived.
+        return tr(
+            "Changes from other devices could not be saved on this computer. Zettly "
+            "fetches them again; see Settings › Storage.");
+    if (stored ==
+        QLatin1String("Some entries from other devices could not be saved on this computer"))
+        //: Settings › Sync: status while records that keep failing are set aside.
+        return tr(
+            "Some entries from other devices could not be saved on this computer. Zettly "
+            "tries them again with every sync.");
+    if (stored ==
+        QLatin1String("Some pictures from other devices could not be saved on this computer"))
+        //: Settings › Sync: status while image downloads keep failing (they are retried later).
+        return tr(
+            "Some pictures from other devices could not be saved on this computer. Zettly "
+            "tries again later.");
+    if (stored == QLatin1String("The sync server sent an answer too large to accept"))
+        //: Settings › Sync: status when the server's answer exceeded the size limit.
+        return tr("The sync server sent an answer too large to accept.");
+    if (stored == QLatin1String("The sync server took too long to answer"))
+        //: Settings › Sync: status when a request ran into its overall time limit.
+        return tr("The sync server took too long to answer. Zettly tries again by itself.");
+    static const QRegularExpression clock(
+        QStringLiteral("^Your computer's clock is (\\d+) (hours|minutes) off$"));
+    if (auto match = clock.match(stored); match.hasMatch()) {
+        const int amount = match.captured(1).toInt();
+        if (match.captured(2) == QLatin1String("hours"))
+            //: Settings › Sync: status when this computer's clock differs from the server's.
+            return tr(
+                "Your computer's clock is %n hours off. Zettly holds back deletions until "
+                "it is set right.",
+                "", amount);
+        //: Settings › Sync: status when this computer's clock differs from the server's.
+        return tr(
+            "Your computer's clock is %n minutes off. Zettly holds back deletions until it "
+            "is set right.",
+            "", amount);
+    }
     static const QString prefix = QStringLiteral("CloudKit ");
     if (!stored.startsWith(prefix))
         return stored;

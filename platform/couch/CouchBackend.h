@@ -152,7 +152,9 @@ private:
 
     static bool wantsData(const CloudDesiredKeys& keys);
     // Deletes every record, in pages; the marker and design documents stay.
-    CloudResult<> wipeDocuments();
+    // Deletes every record, marked as wiped with the epoch that ends, sealed
+    // with `key` when this device has the one that opened that epoch.
+    CloudResult<> wipeDocuments(const std::string& endingEpoch, const MasterKey* key);
     // The live documents of these names (deleted and missing ones left out).
     CloudResult<std::map<std::string, Json>> liveDocuments(const std::vector<std::string>& names,
                                                            bool withData);

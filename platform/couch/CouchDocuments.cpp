@@ -342,6 +342,14 @@ OpenedDeletion openDeletion(const synccrypto::MasterKey& key, const std::string&
     OpenedDeletion deletion;
     deletion.recordType = stringMember(document, "recordType").value_or("");
     deletion.wiped = member(document, "wiped") != nullptr;
+    // A wipe that ended an earlier epoch may be sealed with a key replaced
+    // since (a new passphrase wipes too), or not at all (the marker was lost
+    // with the key check). Every device uploads afresh when an epoch ends,
+    // so such a stub can hide a record at most from a device that never
+    // held it; it deletes nothing anywhere.
+    const auto wipedIn = stringMember(document, "epoch");
+    if (deletion.wiped && wipedIn && *wipedIn != epoch)
+        return deletion;
     auto name = stringMember(document, "_id");
     auto version = versionOf(document);
     auto sealed = sealedOf(document);
@@ -352,7 +360,6 @@ OpenedDeletion openDeletion(const synccrypto::MasterKey& key, const std::string&
     deletion.version = *version;
     // A wipe happens just before the marker takes a new epoch, so it is
     // sealed with the epoch it ended, which the document names.
-    const auto wipedIn = stringMember(document, "epoch");
     const auto ad =
         deletion.wiped
             ? associatedData(Seal::wipe, {wipedIn.value_or(""), {}, *name, *version})

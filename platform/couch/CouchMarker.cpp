@@ -159,7 +159,7 @@ CloudResult<> Backend::deleteZones(const std::vector<std::string>& zoneNames) {
     // anything; this device's key opened it before, so its passphrase may
     // set the zone up anew (a new salt: the old key check is spent).
     if (!key && isTampered(key.error())) {
-        if (auto wiped = wipeDocuments(); !wiped)
+        if (auto wiped = wipeDocuments(marker.value()->epoch, nullptr); !wiped)
             return wiped;
         auto written = writeNewMarker(passphrase(), marker.value()->rev, false);
         if (!written)
@@ -172,7 +172,7 @@ CloudResult<> Backend::deleteZones(const std::vector<std::string>& zoneNames) {
     }
     if (!key)
         return key.error();
-    if (auto wiped = wipeDocuments(); !wiped)
+    if (auto wiped = wipeDocuments(marker.value()->epoch, &key.value()); !wiped)
         return wiped;
     // Last, so that another device that notices the new epoch finds the
     // records gone already.
@@ -209,14 +209,19 @@ CloudResult<> Backend::changePassphrase(const std::string& newPassphrase) {
             return marker.error();
         // The current passphrase must open what is there: a device with a
         // wrong one must not lock the others out.
+        std::optional<MasterKey> current;
         if (marker.value()) {
-            if (auto key = keyFor(*marker.value()); !key)
+            auto key = keyFor(*marker.value());
+            if (!key)
                 return key.error();
+            current = std::move(key.value());
         } else if (auto database = createDatabase(); !database) {
             return database;
         }
         // Sealed under the old key, the records would open for nobody.
-        if (auto wiped = wipeDocuments(); !wiped)
+        if (auto wiped = wipeDocuments(marker.value() ? marker.value()->epoch : std::string(),
+                                       current ? &*current : nullptr);
+            !wiped)
             return wiped;
         const std::string rev = marker.value() ? marker.value()->rev : std::string();
         auto written = writeNewMarker(newPassphrase, rev, marker.value().has_value());
@@ -339,7 +344,7 @@ CloudResult<std::optional<Zone>> Backend::openMarker(bool upgrade) {
         if (zone.marker.format >= markerFormat || !upgrade)
             return std::optional<Zone>(std::move(zone));
         // Records of the older format carry fields nothing vouches for.
-        if (auto wiped = wipeDocuments(); !wiped)
+        if (auto wiped = wipeDocuments(zone.marker.epoch, &zone.key); !wiped)
             return wiped.error();
         Marker next = zone.marker;
         next.format = markerFormat;
@@ -408,7 +413,7 @@ CloudResult<bool> Backend::createMarker() {
         log_.line(std::string(logPrefix) +
                   "the zone's marker is missing but records remain; they are deleted and every "
                   "device uploads its history again");
-        if (auto wiped = wipeDocuments(); !wiped)
+        if (auto wiped = wipeDocuments({}, nullptr); !wiped)
             return wiped.error();
     }
     auto created = writeNewMarker(passphrase(), {}, false);

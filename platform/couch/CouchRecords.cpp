@@ -103,7 +103,9 @@ CloudResult<std::optional<CloudDeletion>> Backend::openDeletion(const Zone& zone
                                                                 const Json& document,
                                                                 const CloudRecordID& id) {
     auto opened = couch::openDeletion(zone.key, zone.marker.epoch, document);
-    if (opened.problem.empty() && !noteVersion(id.recordName, opened.version))
+    // A stub of an earlier epoch is history: no version of this one to check.
+    const bool earlier = opened.wiped && opened.version == 0;
+    if (opened.problem.empty() && !earlier && !noteVersion(id.recordName, opened.version))
         opened.problem = replayed;
     if (!opened.problem.empty())
         return unauthentic(document, id, opened.problem);
@@ -432,10 +434,7 @@ CloudResult<CloudModifyResults> Backend::modifyRecords(const std::vector<CloudRe
 // version check of a device that saw the record, and to one that did not it
 // does no more than a server keeping the record back, which no check
 // prevents.
-CloudResult<> Backend::wipeDocuments() {
-    auto zone = openZone();
-    if (!zone)
-        return zone.error();
+CloudResult<> Backend::wipeDocuments(const std::string& endingEpoch, const MasterKey* key) {
     for (;;) {
         auto page = call("GET", databaseUrl_ + "/_all_docs?limit=" + std::to_string(wipePage), {},
                          "Listing the records");
@@ -453,8 +452,14 @@ CloudResult<> Backend::wipeDocuments() {
             if (!id || !rev || !isRecordName(*id))
                 continue;
             const auto version = nextVersion(*id);
-            auto stub =
-                wipedDocument(zone.value().key, zone.value().marker.epoch, *id, version, *rev);
+            // Without the key (the marker is gone or was tampered with) the
+            // stub names the epoch it ends and is passed over as such.
+            auto stub = key ? wipedDocument(*key, endingEpoch, *id, version, *rev)
+                            : std::optional<Json>(Json{{"_id", *id},
+                                                       {"_rev", *rev},
+                                                       {"_deleted", true},
+                                                       {"wiped", true},
+                                                       {"epoch", endingEpoch}});
             if (!stub)
                 return CloudError(CloudErrorCode::internalError, "The records could not be sealed");
             docs.push_back(std::move(*stub));

@@ -23,6 +23,7 @@
 #include <gtest/gtest.h>
 
 #include "capture/PasteboardMonitor.h"
+#include "platform/couch/CouchContainer.h"
 #include "settings/CategoriesPage.h"
 #include "settings/IgnorePage.h"
 #include "settings/SettingsContext.h"
@@ -32,6 +33,7 @@
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "sync/ClipCloudSync.h"
 #include "tests/fakes/StoreFixture.h"
 #include "tests/fakes/TestImages.h"
 
@@ -405,6 +407,20 @@ TEST_F(ListsPagesTest, TheStatusIsTheLastErrorElseWhenTheLastSyncEndedElseNotYet
     EXPECT_TRUE(failed("CloudKit 4").contains("cannot be reached"));
     EXPECT_EQ(failed("CloudKit 15"), "Sync failed (error 15).");
     EXPECT_EQ(failed("CloudKit x"), "CloudKit x");
+    // Every status the engine and the server's backend leave has its sentence.
+    for (std::string_view stored :
+         {ClipCloudSync::untrustedStatus, ClipCloudSync::applyHeldStatus,
+          ClipCloudSync::setAsideStatus, ClipCloudSync::downloadsStatus,
+          CouchContainer::passphraseChangedMessage, CouchContainer::markerTamperedMessage}) {
+        const QString shown = failed(std::string(stored).c_str());
+        EXPECT_NE(shown.toStdString(), stored);
+        EXPECT_TRUE(shown.endsWith('.')) << shown.toStdString();
+    }
+    EXPECT_EQ(failed(ClipCloudSync::clockStatus(-31 * 86400.0).c_str()),
+              "Your computer's clock is 744 hours off. Zettly holds back deletions until it is "
+              "set right.");
+    EXPECT_TRUE(failed(ClipCloudSync::clockStatus(400).c_str())
+                    .startsWith("Your computer's clock is 7 minutes off."));
     failed("Sync is not set up");
     SyncPage page(context);
     EXPECT_EQ(child<QLabel>(page, "syncStatus")->text(), "Sync is not set up");
