@@ -199,6 +199,21 @@
         <extracomment>Settings › Sync: http:// is only accepted for localhost.</extracomment>
         <translation>Verwenden Sie https:// für einen Server auf einem anderen Rechner; einfaches http:// ist nur für diesen Computer (localhost) erlaubt.</translation>
     </message>
+    <message>
+        <source>The passphrase was changed on the server, but Zettly could not store it on this computer. Check that your keyring is unlocked and enter the new passphrase in the Passphrase field.</source>
+        <extracomment>Settings › Sync › Change Passphrase: the server was re-encrypted but the keyring refused the new passphrase.</extracomment>
+        <translation>Die Passphrase wurde auf dem Server geändert, aber Zettly konnte sie auf diesem Computer nicht speichern. Prüfen Sie, ob Ihr Schlüsselbund entsperrt ist, und geben Sie die neue Passphrase im Feld „Passphrase“ ein.</translation>
+    </message>
+    <message>
+        <source>The passphrase was changed on another device. Enter the new passphrase in the Sync settings.</source>
+        <extracomment>Settings › Sync: another device changed the passphrase; this one has the old one.</extracomment>
+        <translation>Die Passphrase wurde auf einem anderen Gerät geändert. Geben Sie die neue Passphrase in den Sync-Einstellungen ein.</translation>
+    </message>
+    <message>
+        <source>The set-up record on the sync server was changed by something other than Zettly, so the data there cannot be trusted. Delete the cloud copy in the Sync settings to start it afresh; the history on your devices stays.</source>
+        <extracomment>Settings › Sync: the server&apos;s set-up record fails its check under this device&apos;s key.</extracomment>
+        <translation>Der Einrichtungseintrag auf dem Sync-Server wurde nicht von Zettly geändert; den Daten dort ist nicht zu trauen. Löschen Sie die Cloud-Kopie in den Sync-Einstellungen, um neu zu beginnen; der Verlauf auf Ihren Geräten bleibt erhalten.</translation>
+    </message>
 </context>
 <context>
     <name>zettly::AboutPage</name>
@@ -875,6 +890,71 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
     </message>
 </context>
 <context>
+    <name>zettly::PassphraseDialog</name>
+    <message>
+        <source>Change Passphrase</source>
+        <extracomment>Title of the dialog that changes the sync passphrase (Settings › Sync).
+----------
+Change Passphrase dialog: the button that changes it.</extracomment>
+        <translation>Passphrase ändern</translation>
+    </message>
+    <message>
+        <source>The copy on the sync server is encrypted again with the new passphrase: it is deleted there, and this computer uploads its history again. Your other devices stop syncing and say that the passphrase was changed until you enter the new one in their Sync settings. The history on every device stays.</source>
+        <extracomment>Change Passphrase dialog: what changing the passphrase does.</extracomment>
+        <translation>Die Kopie auf dem Sync-Server wird mit der neuen Passphrase neu verschlüsselt: Sie wird dort gelöscht, und dieser Computer lädt seinen Verlauf erneut hoch. Ihre anderen Geräte synchronisieren nicht mehr und melden die geänderte Passphrase, bis Sie dort die neue eingeben. Der Verlauf auf jedem Gerät bleibt erhalten.</translation>
+    </message>
+    <message>
+        <source>New passphrase:</source>
+        <extracomment>Change Passphrase dialog: label of the field for the new passphrase.</extracomment>
+        <translation>Neue Passphrase:</translation>
+    </message>
+    <message>
+        <source>Repeat it:</source>
+        <extracomment>Change Passphrase dialog: label of the field where the new passphrase is typed again.</extracomment>
+        <translation>Wiederholen:</translation>
+    </message>
+    <message>
+        <source>Enter the new passphrase.</source>
+        <extracomment>Change Passphrase dialog: the new passphrase field is empty.</extracomment>
+        <translation>Geben Sie die neue Passphrase ein.</translation>
+    </message>
+    <message>
+        <source>This passphrase is too easy to guess. %1</source>
+        <extracomment>Change Passphrase dialog: the new passphrase is refused; %1 says why, e.g. &quot;It is a run of neighbouring keys.&quot;</extracomment>
+        <translation>Diese Passphrase ist zu leicht zu erraten. %1</translation>
+    </message>
+    <message>
+        <source>The two passphrases differ. Type the same one in both fields.</source>
+        <extracomment>Change Passphrase dialog: the two fields hold different passphrases.</extracomment>
+        <translation>Die beiden Passphrasen unterscheiden sich. Geben Sie in beide Felder dieselbe ein.</translation>
+    </message>
+    <message>
+        <source>This is the passphrase in use already.</source>
+        <extracomment>Change Passphrase dialog: the new passphrase is the one in use.</extracomment>
+        <translation>Diese Passphrase ist bereits in Gebrauch.</translation>
+    </message>
+    <message>
+        <source>Changing the passphrase…</source>
+        <extracomment>Change Passphrase dialog: shown while the server&apos;s copy is encrypted again.</extracomment>
+        <translation>Passphrase wird geändert …</translation>
+    </message>
+    <message>
+        <source>The passphrase was not changed: %1 The old one stays in use.</source>
+        <extracomment>Change Passphrase dialog: it failed; %1 is the reason. The old passphrase stays.</extracomment>
+        <translation>Die Passphrase wurde nicht geändert: %1 Die alte bleibt in Gebrauch.</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <extracomment>Change Passphrase dialog: the button that closes it once the passphrase was changed.</extracomment>
+        <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>The passphrase was changed. This computer uploads its history again; enter the new passphrase on your other devices.</source>
+        <extracomment>Change Passphrase dialog: the passphrase was changed.</extracomment>
+        <translation>Die Passphrase wurde geändert. Dieser Computer lädt seinen Verlauf erneut hoch; geben Sie die neue Passphrase auf Ihren anderen Geräten ein.</translation>
+    </message>
+</context>
+<context>
     <name>zettly::PasteKeysBox</name>
     <message>
         <source>Most applications paste with Ctrl+V, terminals with Ctrl+Shift+V, xterm and rxvt with Shift+Insert. Choose other keys for an application that pastes nothing.</source>
@@ -1263,6 +1343,69 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
     </message>
 </context>
 <context>
+    <name>zettly::StrengthMeter</name>
+    <message>
+        <source>Too weak</source>
+        <extracomment>Settings › Sync: passphrase strength meter, the lowest of five grades.</extracomment>
+        <translation>Zu schwach</translation>
+    </message>
+    <message>
+        <source>Weak</source>
+        <extracomment>Settings › Sync: passphrase strength meter, second of five grades.</extracomment>
+        <translation>Schwach</translation>
+    </message>
+    <message>
+        <source>Fair</source>
+        <extracomment>Settings › Sync: passphrase strength meter, middle of five grades.</extracomment>
+        <translation>Mittel</translation>
+    </message>
+    <message>
+        <source>Strong</source>
+        <extracomment>Settings › Sync: passphrase strength meter, fourth of five grades.</extracomment>
+        <translation>Stark</translation>
+    </message>
+    <message>
+        <source>Very strong</source>
+        <extracomment>Settings › Sync: passphrase strength meter, the highest of five grades.</extracomment>
+        <translation>Sehr stark</translation>
+    </message>
+    <message>
+        <source>Enter a passphrase.</source>
+        <extracomment>Settings › Sync: shown under an empty passphrase field.</extracomment>
+        <translation>Geben Sie eine Passphrase ein.</translation>
+    </message>
+    <message>
+        <source>It is one of the most common passwords or words, or made of them.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess.</extracomment>
+        <translation>Sie ist eines der häufigsten Passwörter oder Wörter oder daraus zusammengesetzt.</translation>
+    </message>
+    <message>
+        <source>It is a run of neighbouring keys.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess (&quot;qwerty&quot;, &quot;asdf&quot;).</extracomment>
+        <translation>Sie ist eine Folge benachbarter Tasten.</translation>
+    </message>
+    <message>
+        <source>It is a sequence such as abc or 123.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess (&quot;abcd&quot;, &quot;1234&quot;).</extracomment>
+        <translation>Sie ist eine Folge wie abc oder 123.</translation>
+    </message>
+    <message>
+        <source>It repeats itself.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess (&quot;aaaa&quot;, &quot;abcabc&quot;).</extracomment>
+        <translation>Sie wiederholt sich.</translation>
+    </message>
+    <message>
+        <source>It is built around a year.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess (it contains &quot;1987&quot;).</extracomment>
+        <translation>Sie ist um eine Jahreszahl gebaut.</translation>
+    </message>
+    <message>
+        <source>It is too short. A few unrelated words make a strong passphrase.</source>
+        <extracomment>Settings › Sync: why a passphrase is easy to guess.</extracomment>
+        <translation>Sie ist zu kurz. Einige unzusammenhängende Wörter ergeben eine starke Passphrase.</translation>
+    </message>
+</context>
+<context>
     <name>zettly::SyncPage</name>
     <message>
         <source>Sync the clipboard history with your other devices</source>
@@ -1400,6 +1543,62 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>Settings › Sync: status when the server&apos;s set-up document cannot be read.</extracomment>
         <translation>Der Einrichtungsdatensatz in der Sync-Datenbank ist beschädigt.</translation>
     </message>
+    <message>
+        <source>The passphrase was changed on another device. Enter the new passphrase above.</source>
+        <extracomment>Settings › Sync: status after another device changed the passphrase.</extracomment>
+        <translation>Die Passphrase wurde auf einem anderen Gerät geändert. Geben Sie oben die neue Passphrase ein.</translation>
+    </message>
+    <message>
+        <source>The set-up record on the sync server was changed by something other than Zettly, so the data there cannot be trusted. Delete the cloud copy below to start it afresh; the history on your devices stays.</source>
+        <extracomment>Settings › Sync: status when the server&apos;s set-up record was altered by a third party.</extracomment>
+        <translation>Der Einrichtungseintrag auf dem Sync-Server wurde nicht von Zettly geändert; den Daten dort ist nicht zu trauen. Löschen Sie unten die Cloud-Kopie, um neu zu beginnen; der Verlauf auf Ihren Geräten bleibt erhalten.</translation>
+    </message>
+    <message>
+        <source>The sync server holds records Zettly did not write. Zettly keeps its own copies and writes them over those.</source>
+        <extracomment>Settings › Sync: status when records on the server fail the end-to-end check.</extracomment>
+        <translation>Der Sync-Server enthält Einträge, die nicht von Zettly stammen. Zettly behält seine eigenen Kopien und schreibt sie darüber.</translation>
+    </message>
+    <message>
+        <source>Changes from other devices could not be saved on this computer. Zettly fetches them again; see Settings › Storage.</source>
+        <extracomment>Settings › Sync: status when the local history database refused what arrived.</extracomment>
+        <translation>Änderungen von anderen Geräten konnten auf diesem Computer nicht gespeichert werden. Zettly holt sie erneut; siehe Einstellungen › Speicher.</translation>
+    </message>
+    <message>
+        <source>Some entries from other devices could not be saved on this computer. Zettly tries them again with every sync.</source>
+        <extracomment>Settings › Sync: status while records that keep failing are set aside.</extracomment>
+        <translation>Einige Einträge von anderen Geräten konnten auf diesem Computer nicht gespeichert werden. Zettly versucht es bei jeder Synchronisierung erneut.</translation>
+    </message>
+    <message>
+        <source>Some pictures from other devices could not be saved on this computer. Zettly tries again later.</source>
+        <extracomment>Settings › Sync: status while image downloads keep failing (they are retried later).</extracomment>
+        <translation>Einige Bilder von anderen Geräten konnten auf diesem Computer nicht gespeichert werden. Zettly versucht es später erneut.</translation>
+    </message>
+    <message>
+        <source>The sync server sent an answer too large to accept.</source>
+        <extracomment>Settings › Sync: status when the server&apos;s answer exceeded the size limit.</extracomment>
+        <translation>Der Sync-Server hat eine zu große Antwort gesendet.</translation>
+    </message>
+    <message>
+        <source>The sync server took too long to answer. Zettly tries again by itself.</source>
+        <extracomment>Settings › Sync: status when a request ran into its overall time limit.</extracomment>
+        <translation>Der Sync-Server hat zu lange für die Antwort gebraucht. Zettly versucht es von selbst erneut.</translation>
+    </message>
+    <message numerus="yes">
+        <source>Your computer&apos;s clock is %n hours off. Zettly holds back deletions until it is set right.</source>
+        <extracomment>Settings › Sync: status when this computer&apos;s clock differs from the server&apos;s.</extracomment>
+        <translation>
+            <numerusform>Die Uhr Ihres Computers geht %n Stunde falsch. Zettly hält Löschungen zurück, bis sie richtig gestellt ist.</numerusform>
+            <numerusform>Die Uhr Ihres Computers geht %n Stunden falsch. Zettly hält Löschungen zurück, bis sie richtig gestellt ist.</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>Your computer&apos;s clock is %n minutes off. Zettly holds back deletions until it is set right.</source>
+        <extracomment>Settings › Sync: status when this computer&apos;s clock differs from the server&apos;s.</extracomment>
+        <translation>
+            <numerusform>Die Uhr Ihres Computers geht %n Minute falsch. Zettly hält Löschungen zurück, bis sie richtig gestellt ist.</numerusform>
+            <numerusform>Die Uhr Ihres Computers geht %n Minuten falsch. Zettly hält Löschungen zurück, bis sie richtig gestellt ist.</numerusform>
+        </translation>
+    </message>
 </context>
 <context>
     <name>zettly::SyncServerBox</name>
@@ -1457,6 +1656,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>Connecting…</source>
         <extracomment>Settings › Sync: shown while the connection test runs.</extracomment>
         <translation>Verbinde …</translation>
+    </message>
+    <message>
+        <source>Change Passphrase…</source>
+        <extracomment>Settings › Sync: button that opens the dialog changing the passphrase on every device.</extracomment>
+        <translation>Passphrase ändern …</translation>
     </message>
 </context>
 </TS>
