@@ -359,7 +359,7 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
     insert.bind(6, bytes);
     insert.bind(7, now);
     insert.bind(8, now);
-    insert.bind(9, "i_" + unicode::lowercased(id));
+    insert.bind(9, std::string(recordPrefix) + unicode::lowercased(id));
     if (fp.empty())
         insert.bindNull(10);
     else

@@ -110,6 +110,9 @@ public:
     // image is known first by its metadata (kept in sync_pending) and becomes
     // a row once its bytes are downloaded.
 
+    // A captured image's record name is this and its lower-cased id.
+    static constexpr std::string_view recordPrefix = "i_";
+
     // An image record as the sync engine sends and receives it.
     struct SyncImage {
         std::string rid;

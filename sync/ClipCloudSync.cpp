@@ -280,9 +280,7 @@ CloudResult<std::optional<ClipCloudSync::Bytes>> ClipCloudSync::fetchKeyRecord(C
         // A key no device holding the passphrase wrote names nothing: a new
         // one replaces it.
         if (fetched.error().code == CloudErrorCode::unauthenticRecord) {
-            distrust(fetched.error().serverRecord ? fetched.error().serverRecord->id()
-                                                  : ClipRecords::id(ClipRecords::keyRecordName),
-                     fetched.error().serverRecord);
+            distrust(ClipRecords::id(ClipRecords::keyRecordName), fetched.error().serverRecord);
             return std::optional<Bytes>();
         }
         return fetched.error();

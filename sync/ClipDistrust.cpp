@@ -22,7 +22,6 @@ namespace zettly {
 
 namespace {
 
-constexpr std::string_view imagePrefix = "i_";
 constexpr double firstDownloadWait = 60;
 constexpr double longestDownloadWait = 3600;
 // Set-aside records fetched again per pass.
@@ -73,7 +72,7 @@ void ClipCloudSync::distrust(const CloudRecordID& id, const std::optional<CloudR
             defaults_.setBool(prefkey::syncOrderDirty, true);
     } else if (name.starts_with(ClipRecords::categoryPrefix)) {
         ours = texts_.syncReuploadCategory(name.substr(ClipRecords::categoryPrefix.size()), ck);
-    } else if (name.starts_with(imagePrefix)) {
+    } else if (name.starts_with(ImageClipStore::recordPrefix)) {
         ours = images_.syncReupload(name, ck);
     } else {
         ours = texts_.syncReuploadItem(name, ck);

@@ -383,6 +383,7 @@ CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
             auto data = ClipRecords::imageData(result.value());
             if (!data) {
                 images_.syncDropPending(rid);  // a record without a picture
+                downloadBackoff_.erase(rid);
             } else if (images_.syncStoreDownloaded(rid, *data)) {
                 downloadBackoff_.erase(rid);
                 noteChange(true);
@@ -391,6 +392,7 @@ CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
             }
         } else if (result.error().code == CloudErrorCode::unknownItem) {
             images_.syncDropPending(rid);
+            downloadBackoff_.erase(rid);
         } else {
             if (result.error().code == CloudErrorCode::unauthenticRecord)
                 ++untrusted_;

@@ -256,16 +256,20 @@ std::optional<Json> deletionDocument(const synccrypto::MasterKey& key, const std
                 {"sealed", base64(blob)}};
 }
 
-std::optional<Json> wipedDocument(const synccrypto::MasterKey& key, const std::string& epoch,
+std::optional<Json> wipedDocument(const synccrypto::MasterKey* key, const std::string& epoch,
                                   const std::string& name, std::uint64_t version,
                                   const std::string& rev) {
+    Json stub = {
+        {"_id", name}, {"_rev", rev}, {"_deleted", true}, {"wiped", true}, {"epoch", epoch}};
+    if (!key)
+        return stub;
     const auto blob =
-        synccrypto::seal(key, associatedData(Seal::wipe, {epoch, {}, name, version}), {});
+        synccrypto::seal(*key, associatedData(Seal::wipe, {epoch, {}, name, version}), {});
     if (blob.empty())
         return std::nullopt;
-    return Json{{"_id", name},           {"_rev", rev},    {"_deleted", true},
-                {"wiped", true},         {"epoch", epoch}, {"version", std::to_string(version)},
-                {"sealed", base64(blob)}};
+    stub["version"] = std::to_string(version);
+    stub["sealed"] = base64(blob);
+    return stub;
 }
 
 CloudRecord claimedIdentity(const Json& document, const std::string& zoneName,

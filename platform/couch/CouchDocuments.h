@@ -73,7 +73,10 @@ std::optional<Json> recordDocument(const synccrypto::MasterKey& key, const std::
 std::optional<Json> deletionDocument(const synccrypto::MasterKey& key, const std::string& epoch,
                                      const std::string& recordType, const std::string& name,
                                      std::uint64_t version, const std::string& rev);
-std::optional<Json> wipedDocument(const synccrypto::MasterKey& key, const std::string& epoch,
+// Sealed when `key` (the one that opened the ending epoch) is there; without
+// it (the marker is gone or was tampered with) the stub only names the epoch
+// it ends, and is passed over as such.
+std::optional<Json> wipedDocument(const synccrypto::MasterKey* key, const std::string& epoch,
                                   const std::string& name, std::uint64_t version,
                                   const std::string& rev);
 

@@ -452,14 +452,7 @@ CloudResult<> Backend::wipeDocuments(const std::string& endingEpoch, const Maste
             if (!id || !rev || !isRecordName(*id))
                 continue;
             const auto version = nextVersion(*id);
-            // Without the key (the marker is gone or was tampered with) the
-            // stub names the epoch it ends and is passed over as such.
-            auto stub = key ? wipedDocument(*key, endingEpoch, *id, version, *rev)
-                            : std::optional<Json>(Json{{"_id", *id},
-                                                       {"_rev", *rev},
-                                                       {"_deleted", true},
-                                                       {"wiped", true},
-                                                       {"epoch", endingEpoch}});
+            auto stub = wipedDocument(key, endingEpoch, *id, version, *rev);
             if (!stub)
                 return CloudError(CloudErrorCode::internalError, "The records could not be sealed");
             docs.push_back(std::move(*stub));

@@ -31,4 +31,30 @@ inline std::vector<Row> rows(const std::filesystem::path& file, const std::strin
     return out;
 }
 
+// Another program holding the database: an exclusive transaction on a
+// connection of its own, until release() or the end of the scope.
+class HeldDatabase {
+public:
+    explicit HeldDatabase(const std::filesystem::path& file) {
+        held_ = sqlite3_open(file.c_str(), &db_) == SQLITE_OK &&
+                sqlite3_exec(db_, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr) == SQLITE_OK;
+    }
+    ~HeldDatabase() { release(); }
+    HeldDatabase(const HeldDatabase&) = delete;
+    HeldDatabase& operator=(const HeldDatabase&) = delete;
+
+    bool held() const { return held_; }
+    void release() {
+        if (held_)
+            sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr);
+        held_ = false;
+        sqlite3_close(db_);
+        db_ = nullptr;
+    }
+
+private:
+    sqlite3* db_ = nullptr;
+    bool held_ = false;
+};
+
 }  // namespace zettly::test

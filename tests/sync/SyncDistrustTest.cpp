@@ -4,8 +4,6 @@
 #include <string>
 #include <vector>
 
-#include <sqlite3.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -137,13 +135,11 @@ TEST_F(Distrust, APageTheDatabaseRefusesIsFetchedAgainAndAStuckRecordIsSetAside)
     // Another program holds B's history while B fetches.
     b.texts.open();
     const auto file = b.env.library() / "clipboard.sqlite";
-    sqlite3* holder = nullptr;
-    ASSERT_EQ(sqlite3_open(file.c_str(), &holder), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    test::HeldDatabase holder(file);
+    ASSERT_TRUE(holder.held());
     b.sync();
     EXPECT_EQ(status(b), ClipCloudSync::applyHeldStatus);
-    sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr);
-    sqlite3_close(holder);
+    holder.release();
     b.sync();
     EXPECT_EQ(b.contents().size(), 300u);
     EXPECT_FALSE(b.lastError());
