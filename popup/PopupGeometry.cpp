@@ -91,20 +91,34 @@ Size previewSize(bool isImage, double imageWidth, double imageHeight) {
     return Size{std::max(scale * imageWidth + 24, 200.0), scale * imageHeight + 48};
 }
 
+Rect placePreview(Size size, const Rect& popup, const Rect& visibleFrame) {
+    const Rect& vf = visibleFrame;
+    const double width = std::clamp(size.width, 0.0, std::max(0.0, vf.width - 2 * edgeMargin));
+    const double height = std::clamp(size.height, 0.0, std::max(0.0, vf.height - 2 * edgeMargin));
+    const double lowest = vf.minX() + edgeMargin;
+    const double highest = vf.maxX() - edgeMargin - width;
+    double x = popup.maxX() + edgeMargin;
+    if (x > highest) {
+        x = popup.minX() - edgeMargin - width;
+        // Neither side has room: it covers part of the window rather than
+        // leave the screen, from the side that hides less of the window.
+        if (x < lowest)
+            x = vf.maxX() - popup.maxX() >= popup.minX() - vf.minX() ? highest : lowest;
+    }
+    x = std::clamp(x, lowest, highest);  // a window partly off the screen
+    const double y = std::clamp(popup.maxY() - height, vf.minY() + edgeMargin,
+                                std::max(vf.minY() + edgeMargin, vf.maxY() - edgeMargin - height));
+    return Rect{x, y, width, height};
+}
+
 Rect previewFrame(Size size, const Rect& popup, const std::vector<ScreenInfo>& screens) {
     auto on = std::find_if(screens.begin(), screens.end(),
                            [&](const ScreenInfo& s) { return s.frame.intersects(popup); });
-    Rect frame{popup.maxX() + edgeMargin, popup.maxY() - size.height, size.width, size.height};
     // Off every known screen (the screen list changed under the window) there
     // is nothing to keep it on: right of the window, tops aligned.
     if (on == screens.end())
-        return frame;
-    const Rect& vf = on->visibleFrame;
-    if (frame.maxX() > vf.maxX())
-        frame.x = popup.minX() - size.width - edgeMargin;
-    frame.y = std::max(frame.y, vf.minY() + 4);
-    frame.y = std::min(frame.y, vf.maxY() - size.height);
-    return frame;
+        return Rect{popup.maxX() + edgeMargin, popup.maxY() - size.height, size.width, size.height};
+    return placePreview(size, popup, on->visibleFrame);
 }
 
 }  // namespace zettly::popupgeometry

@@ -39,8 +39,14 @@ Rect popupFrame(const Placement& placement);
 // pixel size (scaled to fit 460, never enlarged).
 Size previewSize(bool isImage, double imageWidth = 0, double imageHeight = 0);
 
-// Beside the history window: to the right, or to the left when there is no
-// room; top edges aligned, kept on the screen that the window is on.
+// Beside the history window `popup` within a screen's usable area, all in
+// logical points: to the right when it fits, else to the left, else over the
+// window against the screen edge on the side with more room. Top edges
+// aligned; the whole kept `edgeMargin` inside `visibleFrame`, and a preview
+// larger than that area is cut down to it.
+Rect placePreview(Size size, const Rect& popup, const Rect& visibleFrame);
+
+// placePreview() on the screen that the window is on.
 Rect previewFrame(Size size, const Rect& popup, const std::vector<ScreenInfo>& screens);
 
 }  // namespace popupgeometry

@@ -1,5 +1,6 @@
 #include "popup/ui/ChipBar.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QContextMenuEvent>
 #include <QDrag>
@@ -9,6 +10,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QToolButton>
+#include <QToolTip>
 #include <QWheelEvent>
 
 #include "popup/PopupController.h"
@@ -21,6 +23,13 @@ constexpr int padX = 12;
 constexpr int spacing = 6;
 constexpr int marginY = 5;
 constexpr int fade = 18;
+// A chip's name is cut with "…" after about fourteen average characters:
+// every built-in chip ("Pinned", "Angeheftet") and most category names stay
+// whole, and the narrowest window (320 points) still shows two long
+// categories beside the first chips instead of one chip wider than the bar.
+// Counted in characters of the chip's font, so it grows with the user's font.
+constexpr int longestTitle = 14;
+constexpr int rowSpacing = 4;
 
 }  // namespace
 
@@ -41,21 +50,49 @@ public:
         return index < chips_.size() ? shown(int(index)).intersected(rect()) : QRect();
     }
 
+    int contentWidth() const { return contentWidth_; }
+    QString shownTitle(std::size_t index) const {
+        return index < chips_.size() ? chips_[index].shown : QString();
+    }
+    // The whole name where the chip shows it cut.
+    QString toolTip(std::size_t index) const {
+        if (index >= chips_.size() || chips_[index].shown == chips_[index].title)
+            return {};
+        return chips_[index].title;
+    }
+    // The chips not wholly in sight, in their order.
+    std::vector<std::size_t> hidden() const {
+        std::vector<std::size_t> out;
+        for (std::size_t i = 0; i < chips_.size(); ++i)
+            if (!rect().contains(shown(int(i))))
+                out.push_back(i);
+        return out;
+    }
+    const PopupModel::Filter& filter(std::size_t index) const { return chips_[index].filter; }
+
     void refresh() {
         chips_.clear();
+        const QFontMetrics metrics = fontMetrics();
+        const int widest = metrics.averageCharWidth() * longestTitle;
         int x = 0;
         for (const auto& filter : model_.filters()) {
             QString title = QString::fromStdString(model_.title(filter));
-            const int w = fontMetrics().horizontalAdvance(title) + 2 * padX;
-            chips_.push_back({filter, title, QRect(x, marginY, w, chipHeight())});
+            QString shown = metrics.elidedText(title, Qt::ElideRight, widest);
+            const int w = metrics.horizontalAdvance(shown) + 2 * padX;
+            chips_.push_back(
+                {filter, std::move(title), std::move(shown), QRect(x, marginY, w, chipHeight())});
             x += w + spacing;
         }
         contentWidth_ = std::max(0, x - spacing);
         setOffset(offset_);
-        for (std::size_t i = 0; i < chips_.size(); ++i)
-            if (chips_[i].filter == model_.filter())
-                reveal(int(i));
+        revealActive();
         update();
+    }
+
+    void revealActive() {
+        const int active = indexOf(model_.filter());
+        if (active >= 0)
+            reveal(active);
     }
 
 protected:
@@ -119,7 +156,25 @@ protected:
     }
 
     void leaveEvent(QEvent*) override { setHovered(-1); }
-    void resizeEvent(QResizeEvent*) override { setOffset(offset_); }
+    // The strip learns its width only once the window is laid out: the
+    // active chip is brought into sight again then.
+    void resizeEvent(QResizeEvent*) override {
+        setOffset(offset_);
+        revealActive();
+    }
+
+    bool event(QEvent* event) override {
+        if (event->type() != QEvent::ToolTip)
+            return QWidget::event(event);
+        auto* help = static_cast<QHelpEvent*>(event);
+        const int index = chipAt(help->pos());
+        const QString tip = index >= 0 ? toolTip(std::size_t(index)) : QString();
+        if (tip.isEmpty())
+            QToolTip::hideText();
+        else
+            QToolTip::showText(help->globalPos(), tip, this, shown(index));
+        return true;
+    }
 
     void wheelEvent(QWheelEvent* event) override {
         const QPoint d = event->angleDelta();
@@ -182,7 +237,8 @@ private:
     struct Chip {
         PopupModel::Filter filter;
         QString title;
-        QRect rect;  // unscrolled
+        QString shown;  // the title, cut to fit
+        QRect rect;     // unscrolled
     };
 
     void paintChip(QPainter& p, const Chip& chip, const QRect& r, bool hovered) const {
@@ -195,7 +251,7 @@ private:
         p.setBrush(fill);
         p.drawRoundedRect(QRectF(r), r.height() / 2.0, r.height() / 2.0);
         p.setPen(pal.color(active ? QPalette::HighlightedText : QPalette::Text));
-        p.drawText(r, Qt::AlignCenter, chip.title);
+        p.drawText(r, Qt::AlignCenter, chip.shown);
     }
 
     QPixmap chipPixmap(int index) const {
@@ -275,36 +331,90 @@ private:
 };
 
 ChipBar::ChipBar(PopupModel& model, PopupController& controller, BusyCounter& busy, QWidget* parent)
-    : QWidget(parent) {
+    : QWidget(parent), model_(model), busy_(busy) {
     strip_ = new Strip(model, controller, busy, this);
-    add_ = new QToolButton(this);
-    add_->setAutoRaise(true);
-    add_->setFocusPolicy(Qt::NoFocus);
-    add_->setFixedSize(strip_->chipHeight(), strip_->chipHeight());
+    auto button = [this](const QString& tip) {
+        auto* b = new QToolButton(this);
+        b->setAutoRaise(true);
+        b->setFocusPolicy(Qt::NoFocus);
+        b->setFixedSize(strip_->chipHeight(), strip_->chipHeight());
+        b->setToolTip(tip);
+        return b;
+    };
+    //: Button at the end of the filter chips when not all fit: lists the chips out of sight.
+    more_ = button(tr("More chips"));
+    more_->hide();
+    connect(more_, &QToolButton::clicked, this, &ChipBar::showHidden);
     //: Placeholder or dialog title for creating a new category of clipboard items.
-    add_->setToolTip(tr("New category"));
+    add_ = button(tr("New category"));
     connect(add_, &QToolButton::clicked, this, [&controller] { controller.createCategory(); });
 
     auto* row = new QHBoxLayout(this);
     row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(4);
+    row->setSpacing(rowSpacing);
     row->addWidget(strip_, 1);
+    row->addWidget(more_);
     row->addWidget(add_);
-    add_->setIcon(look::glyphIcon(look::Glyph::plus, look::secondaryText(palette()), 16));
+    paintIcons();
 }
 
 void ChipBar::changeEvent(QEvent* event) {
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange)
-        add_->setIcon(look::glyphIcon(look::Glyph::plus, look::secondaryText(palette()), 16));
+        paintIcons();
+}
+
+void ChipBar::resizeEvent(QResizeEvent* event) {
+    QWidget::resizeEvent(event);
+    updateOverflow();
+}
+
+void ChipBar::paintIcons() {
+    const QColor ink = look::secondaryText(palette());
+    more_->setIcon(look::glyphIcon(look::Glyph::chevron, ink, 16));
+    add_->setIcon(look::glyphIcon(look::Glyph::plus, ink, 16));
 }
 
 void ChipBar::refresh() {
     strip_->refresh();
+    updateOverflow();
+}
+
+void ChipBar::updateOverflow() {
+    // Decided on the room without the button, so that showing it (which
+    // narrows the strip) never flips the decision back.
+    const int room = width() - add_->width() - rowSpacing;
+    more_->setVisible(strip_->contentWidth() > room);
+}
+
+void ChipBar::showHidden() {
+    ActionMenu menu(this);
+    for (std::size_t index : hiddenChips()) {
+        PopupModel::Filter filter = strip_->filter(index);
+        QString title = strip_->toolTip(index);
+        if (title.isEmpty())
+            title = strip_->shownTitle(index);
+        QAction* action = menu.add(title, [this, filter] { model_.setFilter(filter); });
+        action->setCheckable(true);
+        action->setChecked(filter == model_.filter());
+    }
+    menu.exec(more_->mapToGlobal(QPoint(0, more_->height())), busy_);
+}
+
+std::vector<std::size_t> ChipBar::hiddenChips() const {
+    return strip_->hidden();
 }
 
 QRect ChipBar::chipRect(std::size_t index) const {
     return strip_->visibleRect(index).translated(strip_->pos());
+}
+
+QString ChipBar::chipTitle(std::size_t index) const {
+    return strip_->shownTitle(index);
+}
+
+QString ChipBar::chipToolTip(std::size_t index) const {
+    return strip_->toolTip(index);
 }
 
 }  // namespace zettly

@@ -45,6 +45,11 @@ PreviewPanel::PreviewPanel(QWidget* parent, WindowHints* hints)
     caption_->setAlignment(Qt::AlignCenter);
 
     auto* layout = new QVBoxLayout(this);
+    // The frame is decided from the entry before it is shown (see
+    // popupgeometry::previewSize); the layout only fills it. Left to its
+    // default, it would make the last content's size the panel's minimum,
+    // and a text after a large image would keep the image's width.
+    layout->setSizeConstraint(QLayout::SetNoConstraint);
     layout->setContentsMargins(margin, margin, margin - 2, margin);
     layout->setSpacing(6);
     layout->addWidget(title_);
@@ -61,18 +66,23 @@ void PreviewPanel::showEntry(const PopupModel::Entry& entry, const QRect& frame)
     text_->setVisible(isText);
     image_->setVisible(!isText);
     caption_->setVisible(!isText);
-    setGeometry(frame);
     // The selection often comes back to the same entry; a long text or a
-    // large image is not loaded again then.
-    if (entry != shown_) {
+    // large image is not loaded again then, unless the room for it changed.
+    if (entry != shown_ || (!isText && frame.size() != size())) {
         shown_ = entry;
         if (isText) {
+            image_->clear();  // no hidden picture held in memory
             text_->setPlainText(QString::fromStdString(entry.text()->text));
             text_->moveCursor(QTextCursor::Start);
         } else {
+            text_->clear();
             showImage(*entry.image(), frame);
         }
     }
+    // The new content first, then its frame: laid out at once, so the first
+    // frame drawn already has it in place.
+    setGeometry(frame);
+    layout()->activate();
     if (!isVisible()) {
         prepareDesktopHints();
         show();
@@ -88,7 +98,7 @@ void PreviewPanel::showImage(const ImageClipStore::Item& image, const QRect& fra
     const int captionH = caption_->sizeHint().height() + 6;
     const QSize room(frame.width() - 2 * margin,
                      frame.height() - 2 * margin - captionH -
-                         (title_->isVisible() ? title_->sizeHint().height() + 6 : 0));
+                         (!title_->isHidden() ? title_->sizeHint().height() + 6 : 0));
     const qreal dpr = devicePixelRatioF();
     QImageReader reader(QString::fromStdString(image.file));
     reader.setAutoTransform(true);

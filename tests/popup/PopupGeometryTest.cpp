@@ -90,12 +90,46 @@ TEST(PreviewPlacement, SitsBesideTheWindowOnItsScreenRightIfThereIsRoomWithTopsA
     const Size text{380, 360};
     EXPECT_EQ(previewFrame(text, Rect{500, 300, 400, 540}, screens), (Rect{906, 480, 380, 360}));
     EXPECT_EQ(previewFrame(text, Rect{1000, 300, 400, 540}, screens).x, 1000 - 380 - 6);
-    // Kept on the screen: 4 points above its bottom, never over its top.
-    EXPECT_EQ(previewFrame(text, Rect{500, 10, 400, 200}, screens).y, 4);
-    EXPECT_EQ(previewFrame(text, Rect{500, 400, 400, 500}, screens).maxY(), 875);
-    // On the narrow right-hand screen the preview does not fit to the right.
-    EXPECT_EQ(previewFrame(text, Rect{1800, 50, 400, 500}, screens).x, 1800 - 380 - 6);
+    // Kept on the screen with the window's margin of six points.
+    EXPECT_EQ(previewFrame(text, Rect{500, 10, 400, 200}, screens).y, 6);
+    EXPECT_EQ(previewFrame(text, Rect{500, 400, 400, 500}, screens).maxY(), 875 - 6);
+    // On the narrow right-hand screen it fits on neither side and covers
+    // the window at the screen's left edge, never reaching the other screen.
+    EXPECT_EQ(previewFrame(text, Rect{1800, 50, 400, 500}, screens).x, 1440 + 6);
     EXPECT_EQ(previewFrame(text, Rect{1800, 50, 400, 500}, {}), (Rect{2206, 190, 380, 360}));
+}
+
+TEST(PreviewPlacement, GoesLeftOnlyWithoutRoomOnTheRightAndOverTheWindowWithoutRoomOnEitherSide) {
+    const Rect screen{0, 0, 1280, 800};
+    const Size text{380, 360};
+    // At the left edge: right of the window.
+    EXPECT_EQ(placePreview(text, Rect{6, 200, 420, 560}, screen), (Rect{432, 400, 380, 360}));
+    // At the right edge: left of it.
+    EXPECT_EQ(placePreview(text, Rect{854, 200, 420, 560}, screen), (Rect{468, 400, 380, 360}));
+    // A 1920 × 1080 screen at twice the scale is 960 × 540 points: a wide
+    // image fits on neither side and covers the window from the roomier
+    // side, against the screen's edge, never past it.
+    const Rect doubled{0, 0, 960, 540};
+    const Size image{484, 508};
+    EXPECT_EQ(placePreview(image, Rect{100, 10, 420, 500}, doubled), (Rect{470, 6, 484, 508}));
+    EXPECT_EQ(placePreview(image, Rect{440, 10, 420, 500}, doubled), (Rect{6, 6, 484, 508}));
+    EXPECT_EQ(placePreview(text, Rect{6, 30, 420, 500}, doubled).x, 432);
+    EXPECT_EQ(placePreview(text, Rect{534, 30, 420, 500}, doubled).x, 148);
+}
+
+TEST(PreviewPlacement, StaysOnTheWindowsOwnScreenAndIsCutDownToIt) {
+    // A second monitor at x = 1280, at twice the scale.
+    const std::vector<ScreenInfo> screens{
+        ScreenInfo{Rect{0, 0, 1280, 1024}, Rect{0, 0, 1280, 1000}},
+        ScreenInfo{Rect{1280, 0, 960, 540}, Rect{1280, 0, 960, 510}}};
+    const Size image{484, 508};
+    // Left of the window would be on the first monitor: it covers the window instead.
+    EXPECT_EQ(previewFrame(image, Rect{1400, 6, 420, 500}, screens), (Rect{1750, 6, 484, 498}));
+    EXPECT_EQ(previewFrame({380, 360}, Rect{2240 - 426, 6, 420, 500}, screens),
+              (Rect{2240 - 426 - 6 - 380, 144, 380, 360}));
+    // Taller and wider than the screen: cut down to its usable area.
+    EXPECT_EQ(placePreview({2000, 3000}, Rect{100, 100, 420, 500}, Rect{0, 40, 1280, 760}),
+              (Rect{6, 46, 1268, 748}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <QMimeData>
 #include <QTimer>
 #include <QToolButton>
+#include <QToolTip>
 #include <QtTest/QTest>
 
 #include <gtest/gtest.h>
@@ -214,6 +215,73 @@ TEST_F(PopupWindowTest, ClickingAChipActivatesItAndDroppingAChipOnAnotherMovesIt
     EXPECT_EQ(keys(), (std::vector<std::string>{"pinned", "text", "all", "links", "images"}));
 }
 
+TEST_F(PopupWindowTest, ALongCategoryNameIsCutAndChipsOutOfSightAreReachableByMenuAndByKeys) {
+    const auto reports =
+        texts.createCategory("Quarterly reports for the Brno office and the auditors");
+    ASSERT_TRUE(reports);
+    const QString name = QString::fromStdString(reports->name);  // as stored: 40 characters
+    const auto category = PopupModel::Filter::category(reports->id);
+    controller.open();
+    PopupModel& model = controller.model();
+    model.moveChip(category, model.filters().front());
+    window.resize(320, window.height());  // the narrowest window
+    QApplication::processEvents();
+    auto* bar = window.findChild<ChipBar*>();
+    ASSERT_NE(bar, nullptr);
+    auto indexOf = [&](const PopupModel::Filter& filter) {
+        const auto& all = model.filters();
+        return std::size_t(std::find(all.begin(), all.end(), filter) - all.begin());
+    };
+    auto inSight = [&](std::size_t index) {
+        const auto hidden = bar->hiddenChips();
+        return std::find(hidden.begin(), hidden.end(), index) == hidden.end();
+    };
+    ASSERT_EQ(indexOf(category), 0u);
+    ASSERT_TRUE(inSight(0));
+
+    // Cut with an ellipsis, whole in the tooltip, and leaving room for others.
+    const QString shown = bar->chipTitle(0);
+    EXPECT_TRUE(shown.endsWith(QChar(0x2026))) << shown.toStdString();
+    EXPECT_TRUE(name.startsWith(shown.chopped(1).trimmed()));
+    EXPECT_EQ(bar->chipToolTip(0).toStdString(), name.toStdString());
+    EXPECT_EQ(bar->chipToolTip(indexOf(PopupModel::Filter::text())), "");
+    EXPECT_LT(bar->chipRect(0).width(), bar->width() / 2);
+    QWidget* strip = bar->childAt(bar->chipRect(0).center());
+    ASSERT_NE(strip, nullptr);
+    const QPoint at = strip->mapFrom(bar, bar->chipRect(0).center());
+    QHelpEvent help(QEvent::ToolTip, at, strip->mapToGlobal(at));
+    QApplication::sendEvent(strip, &help);
+    EXPECT_EQ(QToolTip::text().toStdString(), name.toStdString());
+    QToolTip::hideText();
+
+    // Images is out of sight; the chevron button lists it and activates it.
+    const std::size_t images = indexOf(PopupModel::Filter::images());
+    EXPECT_FALSE(inSight(images));
+    QToolButton* more = nullptr;
+    for (auto* button : bar->findChildren<QToolButton*>())
+        if (button->toolTip() == "More chips")
+            more = button;
+    ASSERT_NE(more, nullptr);
+    ASSERT_TRUE(more->isVisible());
+    chooseInNextMenu("Images");
+    QTest::mouseClick(more, Qt::LeftButton);
+    EXPECT_EQ(model.filter(), PopupModel::Filter::images());
+    EXPECT_TRUE(inSight(images));
+    EXPECT_FALSE(inSight(0));
+
+    // Tab goes round from the last chip to the first, bringing it back.
+    QTest::keyClick(&search(), Qt::Key_Tab);
+    EXPECT_EQ(model.filter(), category);
+    EXPECT_TRUE(inSight(0));
+    EXPECT_FALSE(inSight(images));
+
+    // Wide enough for every chip, the button goes.
+    window.resize(600, window.height());
+    QApplication::processEvents();
+    EXPECT_TRUE(bar->hiddenChips().empty());
+    EXPECT_FALSE(more->isVisible());
+}
+
 TEST_F(PopupWindowTest, MenusActOnTheRowAndTheFooterClosesTheWindowBeforeOpeningSettings) {
     copy("note");
     const auto work = texts.createCategory("Work");
@@ -258,6 +326,32 @@ TEST_F(PopupWindowTest, CtrlYPreviewsTheWholeTextOrTheImageOfTheSelectedRow) {
     EXPECT_EQ(window.preview()->shownText().toStdString(), log);
     QTest::keyClick(&search(), Qt::Key_Down);  // the preview follows the selection
     EXPECT_EQ(window.preview()->shownText(), QString::fromUtf8("640 \u00d7 400"));
+}
+
+TEST_F(PopupWindowTest, APreviewAfterAnImageHasTheSizeItWouldHaveHadFirst) {
+    copy("a short note");
+    env.clock.advance(1);
+    ASSERT_EQ(images.save(test::png(1000, 900, test::solid({40, 120, 200}))),
+              ImageClipStore::SaveResult::saved);
+    controller.open();
+    const PopupModel::Entry image = *controller.model().entry(0);
+    const PopupModel::Entry text = *controller.model().entry(1);
+    ASSERT_TRUE(text.isText());
+    controller.showPreview(text);
+    const QSize textFirst = window.preview()->size();
+    EXPECT_EQ(textFirst, QSize(380, 360));
+    controller.showPreview(image);
+    const QSize imageSize = window.preview()->size();
+    EXPECT_GT(imageSize.width(), textFirst.width());
+    controller.showPreview(text);
+    EXPECT_EQ(window.preview()->size(), textFirst);
+    // Hidden in between, the same.
+    controller.showPreview(image);
+    window.hidePreview();
+    controller.showPreview(text);
+    EXPECT_EQ(window.preview()->size(), textFirst);
+    controller.showPreview(image);
+    EXPECT_EQ(window.preview()->size(), imageSize);
 }
 
 class CommaTypesSemicolon final : public KeyboardLayout {
