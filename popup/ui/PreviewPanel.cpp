@@ -22,6 +22,8 @@ PreviewPanel::PreviewPanel(QWidget* parent, WindowHints* hints)
                   parent, hints) {
     setAttribute(Qt::WA_ShowWithoutActivating);
     setObjectName(QStringLiteral("ZettlyPreview"));
+    //: Title of the preview beside the history window (shown by some window lists).
+    setWindowTitle(tr("Zettly Preview"));
     setFocusPolicy(Qt::NoFocus);
 
     title_ = new QLabel(this);

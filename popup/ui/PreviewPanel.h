@@ -15,6 +15,8 @@ namespace zettly {
 // a title, or an image with its size. It never takes the keyboard, so the
 // history window keeps it while the preview follows the selection.
 class PreviewPanel : public PanelWidget {
+    Q_OBJECT
+
 public:
     explicit PreviewPanel(QWidget* parent = nullptr, WindowHints* hints = nullptr);
 
