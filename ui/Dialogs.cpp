@@ -4,12 +4,12 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QGridLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QShortcut>
 #include <QVBoxLayout>
 
 #include "ui/Look.h"
@@ -45,6 +45,29 @@ QLabel* wrappingLabel(const QString& text, QWidget* parent) {
     label->setTextFormat(Qt::PlainText);
     return label;
 }
+
+// The text box takes Ctrl+Return for itself before any shortcut sees it;
+// this saves instead.
+class SaveOnCtrlReturn : public QObject {
+public:
+    explicit SaveOnCtrlReturn(QDialog* dialog) : QObject(dialog), dialog_(dialog) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::KeyPress) {
+            const auto* key = static_cast<QKeyEvent*>(event);
+            if (key->modifiers() == Qt::ControlModifier &&
+                (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)) {
+                dialog_->accept();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QDialog* dialog_;
+};
 
 QLabel* secondaryLabel(const QString& text, QWidget* parent) {
     QLabel* label = wrappingLabel(text, parent);
@@ -102,9 +125,7 @@ std::optional<QString> ask(QWidget* parent, const QString& title,
     layout->addSpacing(4);
     layout->addWidget(buttons);
     if (box)
-        for (auto key : {Qt::Key_Return, Qt::Key_Enter})
-            QObject::connect(new QShortcut(QKeyCombination(Qt::ControlModifier, key), &dialog),
-                             &QShortcut::activated, &dialog, &QDialog::accept);
+        box->installEventFilter(new SaveOnCtrlReturn(&dialog));
 
     if (box)
         box->setFocus();

@@ -514,13 +514,13 @@ void PopupWindow::showRowMenu(int row, const QPoint& globalPos) {
     if (entry.isText())
         //: Context menu of a history item: edit its text.
         showKeys(menu.add(tr("Edit Text\u2026"), [&c, entry] { c.editText(entry); }),
-                 {Qt::ControlModifier, Qt::Key_E});
+                 QKeyCombination(Qt::ControlModifier, Qt::Key_E));
     //: Context menu of a history item: give it a short name shown above it.
     showKeys(menu.add(tr("Name\u2026"), [&c, entry] { c.editLabel(entry); }),
-             {Qt::ControlModifier, Qt::Key_N});
+             QKeyCombination(Qt::ControlModifier, Qt::Key_N));
     //: Context menu of a history item: submenu to put it in a category.
     QMenu* categories = menu.menu().addMenu(tr("Category"));
-    showKeys(categories->menuAction(), {Qt::ControlModifier, Qt::Key_K});
+    showKeys(categories->menuAction(), QKeyCombination(Qt::ControlModifier, Qt::Key_K));
     addCategoryItems(menu, *categories, entry.category(), model_->categories(),
                      [&c, entry](CategoryChoice choice) {
                          if (choice.kind == CategoryChoice::Kind::newCategory)
@@ -532,11 +532,11 @@ void PopupWindow::showRowMenu(int row, const QPoint& globalPos) {
                      });
     //: Context menu of a history item: show the whole item in a preview next to the window.
     showKeys(menu.add(tr("Preview"), [&c, entry] { c.showPreview(entry); }),
-             {Qt::ControlModifier, Qt::Key_Y});
+             QKeyCombination(Qt::ControlModifier, Qt::Key_Y));
     menu.menu().addSeparator();
     //: Delete button or menu item (removes an item or a category). Short.
     showKeys(menu.add(tr("Delete"), [&c, entry] { c.deleteEntry(entry); }),
-             {Qt::AltModifier, Qt::Key_Backspace});
+             QKeyCombination(Qt::AltModifier, Qt::Key_Backspace));
     menu.exec(globalPos, busy_);
 }
 
@@ -561,7 +561,7 @@ void PopupWindow::showFooterMenu() {
     if (c.onOpenSettings) {
         //: Footer menu of the history window: opens the Settings window.
         showKeys(menu.add(tr("Settings\u2026"), [this, &c] { closeThen(c.onOpenSettings); }),
-                 {Qt::ControlModifier, Qt::Key_Comma});
+                 QKeyCombination(Qt::ControlModifier, Qt::Key_Comma));
     }
     if (c.onShowAbout)
         //: Footer menu of the history window: opens the About page of the Settings window.

@@ -113,7 +113,9 @@ TEST_F(RowLayoutTest, EveryPartOfEveryKindOfRowLiesInItsHeightAtAnyWidthWithoutE
         list.reload();
         const int rows = list.model()->rowCount();
         ASSERT_EQ(rows, filter == Filter::all() ? 5 : 2);
-        for (int width : {320, 420, 600}) {
+        // 390 is where an estimate from the average character width gave the
+        // command one line while it takes two.
+        for (int width : {320, 360, 390, 420, 480, 600}) {
             list.resize(width, 2000);
             QApplication::processEvents();
             ASSERT_EQ(list.viewport()->width(), width);
