@@ -27,6 +27,10 @@ inline constexpr std::uint32_t space = 49;
 inline constexpr std::uint32_t deleteKey = 51;  // Backspace
 inline constexpr std::uint32_t escape = 53;
 inline constexpr std::uint32_t keypadEnter = 76;
+inline constexpr std::uint32_t home = 115;
+inline constexpr std::uint32_t pageUp = 116;
+inline constexpr std::uint32_t end = 119;
+inline constexpr std::uint32_t pageDown = 121;
 inline constexpr std::uint32_t downArrow = 125;
 inline constexpr std::uint32_t upArrow = 126;
 }  // namespace keycode

@@ -1,5 +1,6 @@
 // The history window's key table: what each key does while it is open.
 #include <cctype>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -59,6 +60,21 @@ bool PopupController::handle(const KeyPress& key) {
             return true;
         case keycode::upArrow:
             model_.move(-1);
+            return true;
+        case keycode::pageDown:
+            model_.move(deps_.view.rowsPerPage());
+            return true;
+        case keycode::pageUp:
+            model_.move(-deps_.view.rowsPerPage());
+            return true;
+        case keycode::home:
+        case keycode::end:
+            // Alone they move the search field's cursor while it has text
+            // to move in; with Ctrl they always go to the ends of the list.
+            if (mods != modifier::command && (mods != 0 || !model_.query().empty()))
+                return false;
+            model_.move(key.keyCode == keycode::home ? std::numeric_limits<int>::min()
+                                                     : std::numeric_limits<int>::max());
             return true;
         case keycode::returnKey:
         case keycode::keypadEnter:

@@ -20,6 +20,9 @@ public:
     virtual void showPanel(const Rect& frame) = 0;
     virtual void hidePanel() = 0;
     virtual bool isPanelVisible() const = 0;
+    // How many rows the list shows whole at once, at least 1: what Page Up
+    // and Page Down move the highlight by.
+    virtual int rowsPerPage() const = 0;
     virtual Rect panelFrame() const = 0;
     // Gives the keyboard back to the history window after a dialog.
     virtual void makePanelKey() = 0;

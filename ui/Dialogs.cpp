@@ -4,12 +4,12 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QGridLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QShortcut>
 #include <QVBoxLayout>
 
 #include "ui/Look.h"
@@ -24,6 +24,9 @@ public:
     static QString save() { return tr("Save"); }
     //: Cancel button in a dialog. Short.
     static QString cancel() { return tr("Cancel"); }
+    //: Under the box of the "Edit text" dialog: the keys that save without reaching for the
+    //: mouse. The placeholder is the key combination, e.g. Ctrl+Return.
+    static QString saveKeys(const QString& keys) { return tr("%1 saves").arg(keys); }
 };
 
 // Above the history window, which stays on top itself, and with the keyboard.
@@ -43,13 +46,46 @@ QLabel* wrappingLabel(const QString& text, QWidget* parent) {
     return label;
 }
 
+// The text box takes Ctrl+Return for itself before any shortcut sees it;
+// this saves instead.
+class SaveOnCtrlReturn : public QObject {
+public:
+    explicit SaveOnCtrlReturn(QDialog* dialog) : QObject(dialog), dialog_(dialog) {}
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        if (event->type() == QEvent::KeyPress) {
+            const auto* key = static_cast<QKeyEvent*>(event);
+            if (key->modifiers() == Qt::ControlModifier &&
+                (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter)) {
+                dialog_->accept();
+                return true;
+            }
+        }
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    QDialog* dialog_;
+};
+
+QLabel* secondaryLabel(const QString& text, QWidget* parent) {
+    QLabel* label = wrappingLabel(text, parent);
+    QPalette pal = label->palette();
+    pal.setColor(QPalette::WindowText, look::secondaryText(pal));
+    label->setPalette(pal);
+    return label;
+}
+
 }  // namespace
 
 std::optional<QString> ask(QWidget* parent, const QString& title,
                            const std::optional<QString>& message, const QString& value,
                            bool multiline) {
     QDialog dialog(parent, Qt::Dialog);
-    dialog.setWindowTitle(title);
+    // The title is the heading inside; the frame names the app, as the
+    // confirmations do, rather than saying it twice.
+    dialog.setWindowTitle(QStringLiteral("Zettly"));
     auto* layout = new QVBoxLayout(&dialog);
     layout->setContentsMargins(18, 16, 18, 14);
     layout->setSpacing(8);
@@ -58,13 +94,8 @@ std::optional<QString> ask(QWidget* parent, const QString& title,
     bold.setBold(true);
     heading->setFont(bold);
     layout->addWidget(heading);
-    if (message) {
-        QLabel* info = wrappingLabel(*message, &dialog);
-        QPalette pal = info->palette();
-        pal.setColor(QPalette::WindowText, look::secondaryText(pal));
-        info->setPalette(pal);
-        layout->addWidget(info);
-    }
+    if (message)
+        layout->addWidget(secondaryLabel(*message, &dialog));
 
     QLineEdit* line = nullptr;
     QPlainTextEdit* box = nullptr;
@@ -73,6 +104,11 @@ std::optional<QString> ask(QWidget* parent, const QString& title,
         box->setMinimumSize(340, 160);
         box->selectAll();
         layout->addWidget(box, 1);
+        const QKeySequence saveKeys(QKeyCombination(Qt::ControlModifier, Qt::Key_Return));
+        QLabel* hint = secondaryLabel(
+            DialogTexts::saveKeys(saveKeys.toString(QKeySequence::NativeText)), &dialog);
+        hint->setFont(look::scaledFont(hint->font(), 0.86));
+        layout->addWidget(hint);
     } else {
         line = new QLineEdit(value, &dialog);
         line->setMinimumSize(280, 24);
@@ -89,9 +125,7 @@ std::optional<QString> ask(QWidget* parent, const QString& title,
     layout->addSpacing(4);
     layout->addWidget(buttons);
     if (box)
-        for (auto key : {Qt::Key_Return, Qt::Key_Enter})
-            QObject::connect(new QShortcut(QKeyCombination(Qt::ControlModifier, key), &dialog),
-                             &QShortcut::activated, &dialog, &QDialog::accept);
+        box->installEventFilter(new SaveOnCtrlReturn(&dialog));
 
     if (box)
         box->setFocus();

@@ -36,6 +36,14 @@ std::optional<std::uint32_t> codeFromQtKey(int key) {
             return keycode::downArrow;
         case Qt::Key_Comma:
             return keycode::comma;
+        case Qt::Key_Home:
+            return keycode::home;
+        case Qt::Key_End:
+            return keycode::end;
+        case Qt::Key_PageUp:
+            return keycode::pageUp;
+        case Qt::Key_PageDown:
+            return keycode::pageDown;
         default:
             return std::nullopt;
     }

@@ -4,6 +4,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QScrollBar>
+#include <cctype>
 
 #include "popup/TextSearch.h"
 #include "popup/ui/RowDelegate.h"
@@ -93,6 +94,23 @@ QString snippetOf(std::string_view utf8) {
     return out;
 }
 
+int nonBlankLines(std::string_view utf8) {
+    int lines = 0;
+    std::size_t pos = 0;
+    while (pos < utf8.size()) {
+        const std::size_t newline = utf8.find('\n', pos);
+        const std::size_t end = newline == std::string_view::npos ? utf8.size() : newline;
+        // Most lines start with text: the first non-blank byte ends the look.
+        for (std::size_t i = pos; i < end; ++i)
+            if (!std::isspace(static_cast<unsigned char>(utf8[i]))) {
+                ++lines;
+                break;
+            }
+        pos = end + 1;
+    }
+    return lines;
+}
+
 RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery) {
     RowText row;
     if (entry.label()) {
@@ -104,6 +122,7 @@ RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery) 
         return row;
     const std::string_view text = item->text;
     row.snippet = snippetOf(text);
+    row.lineCount = nonBlankLines(text);
     row.matches = matchesIn(row.snippet, foldedQuery);
     if (!row.matches.empty() || foldedQuery.empty())
         return row;
@@ -181,6 +200,20 @@ void HistoryList::followSelection() {
     if (index.isValid())
         scrollTo(index, QAbstractItemView::EnsureVisible);
     viewport()->update();
+}
+
+int HistoryList::rowsPerPage() const {
+    const QRect area = viewport()->rect();
+    int whole = 0;
+    for (QModelIndex index = indexAt(area.topLeft()); index.isValid();
+         index = rows_.index(index.row() + 1)) {
+        const QRect row = visualRect(index);
+        if (row.top() > area.bottom())
+            break;
+        if (area.contains(row))
+            ++whole;
+    }
+    return std::max(1, whole);
 }
 
 QString HistoryList::emptyText() const {

@@ -23,9 +23,12 @@ struct RowText {
     QString label;
     TextRanges matches;
     TextRanges labelMatches;
+    int lineCount = 0;  // lines of the whole text that are not blank
 };
 
 QString snippetOf(std::string_view utf8);
+// One pass over the text, so a 100 KB log costs little more than its size.
+int nonBlankLines(std::string_view utf8);
 // When the query only matches further down the text, the snippet starts a
 // little before the first match (with a leading ellipsis).
 RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery);
@@ -60,6 +63,8 @@ public:
     ThumbnailCache& thumbnails() { return thumbnails_; }
     void reload();
     void followSelection();
+    // The rows the viewport shows whole, at least 1.
+    int rowsPerPage() const;
     // The message shown instead of rows, empty while there are rows.
     QString emptyText() const;
 

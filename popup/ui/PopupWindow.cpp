@@ -325,6 +325,10 @@ bool PopupWindow::isPanelVisible() const {
     return isVisible();
 }
 
+int PopupWindow::rowsPerPage() const {
+    return list_ ? list_->rowsPerPage() : 1;
+}
+
 Rect PopupWindow::panelFrame() const {
     return qtgeometry::fromQt(geometry());
 }
@@ -431,6 +435,15 @@ bool PopupWindow::confirm(const std::string& title, const std::string& detail,
 
 namespace {
 
+// Shows beside a menu item the keys that do the same in the window (the key
+// table in PopupKeys.cpp). The shortcut belongs to the open menu alone, so it
+// never acts a second time beside the table.
+void showKeys(QAction* action, QKeyCombination keys) {
+    action->setShortcut(keys);
+    action->setShortcutContext(Qt::WidgetShortcut);
+    action->setShortcutVisibleInContextMenu(true);
+}
+
 // "None", the categories, a divider and "New Category…", the current one checked.
 void addCategoryItems(ActionMenu& menu, QMenu& into, const std::optional<std::string>& current,
                       const std::vector<ClipboardStore::Category>& categories,
@@ -477,27 +490,37 @@ void PopupWindow::showRowMenu(int row, const QPoint& globalPos) {
     const std::optional<PopupModel::Entry> found = model_->entry(row);
     if (!found)
         return;
+    // The row the menu is for becomes the selection, so one row looks chosen
+    // and the keys shown in the menu act on it afterwards too.
+    model_->setSelection(std::size_t(row));
     const PopupModel::Entry entry = *found;
     PopupController& c = *controller_;
+    const bool pastes = pasteAutomatically && pasteAutomatically();
+    const QKeyCombination pick(Qt::Key_Return), invertedPick(Qt::AltModifier, Qt::Key_Return);
     ActionMenu menu(this);
     //: Context menu of a history item: copy it to the clipboard.
-    menu.add(tr("Copy"), [&c, entry] { c.pick(entry, false); });
+    showKeys(menu.add(tr("Copy"), [&c, entry] { c.pick(entry, false); }),
+             pastes ? invertedPick : pick);
     //: Context menu of a history item: copy it and paste it into the app in front.
-    menu.add(tr("Copy and Paste"),
-             [this, &c, entry] { c.pick(entry, !(pasteAutomatically && pasteAutomatically())); });
+    showKeys(menu.add(tr("Copy and Paste"), [&c, entry, pastes] { c.pick(entry, !pastes); }),
+             pastes ? pick : invertedPick);
+    const QKeyCombination pin(Qt::AltModifier, Qt::Key_P);
     if (entry.pinned())
         //: Context menu of a history item: unpin it.
-        menu.add(tr("Unpin"), [&c, entry] { c.togglePin(entry); });
+        showKeys(menu.add(tr("Unpin"), [&c, entry] { c.togglePin(entry); }), pin);
     else
         //: Context menu of a history item: pin it so it is never deleted automatically.
-        menu.add(tr("Pin"), [&c, entry] { c.togglePin(entry); });
+        showKeys(menu.add(tr("Pin"), [&c, entry] { c.togglePin(entry); }), pin);
     if (entry.isText())
         //: Context menu of a history item: edit its text.
-        menu.add(tr("Edit Text\u2026"), [&c, entry] { c.editText(entry); });
+        showKeys(menu.add(tr("Edit Text\u2026"), [&c, entry] { c.editText(entry); }),
+                 QKeyCombination(Qt::ControlModifier, Qt::Key_E));
     //: Context menu of a history item: give it a short name shown above it.
-    menu.add(tr("Name\u2026"), [&c, entry] { c.editLabel(entry); });
+    showKeys(menu.add(tr("Name\u2026"), [&c, entry] { c.editLabel(entry); }),
+             QKeyCombination(Qt::ControlModifier, Qt::Key_N));
     //: Context menu of a history item: submenu to put it in a category.
     QMenu* categories = menu.menu().addMenu(tr("Category"));
+    showKeys(categories->menuAction(), QKeyCombination(Qt::ControlModifier, Qt::Key_K));
     addCategoryItems(menu, *categories, entry.category(), model_->categories(),
                      [&c, entry](CategoryChoice choice) {
                          if (choice.kind == CategoryChoice::Kind::newCategory)
@@ -508,10 +531,12 @@ void PopupWindow::showRowMenu(int row, const QPoint& globalPos) {
                              c.setCategory(entry, std::nullopt);
                      });
     //: Context menu of a history item: show the whole item in a preview next to the window.
-    menu.add(tr("Preview"), [&c, entry] { c.showPreview(entry); });
+    showKeys(menu.add(tr("Preview"), [&c, entry] { c.showPreview(entry); }),
+             QKeyCombination(Qt::ControlModifier, Qt::Key_Y));
     menu.menu().addSeparator();
     //: Delete button or menu item (removes an item or a category). Short.
-    menu.add(tr("Delete"), [&c, entry] { c.deleteEntry(entry); });
+    showKeys(menu.add(tr("Delete"), [&c, entry] { c.deleteEntry(entry); }),
+             QKeyCombination(Qt::AltModifier, Qt::Key_Backspace));
     menu.exec(globalPos, busy_);
 }
 
@@ -535,10 +560,8 @@ void PopupWindow::showFooterMenu() {
     // rather than shown doing nothing.
     if (c.onOpenSettings) {
         //: Footer menu of the history window: opens the Settings window.
-        QAction* settings =
-            menu.add(tr("Settings\u2026"), [this, &c] { closeThen(c.onOpenSettings); });
-        settings->setShortcut(QKeySequence(QKeyCombination(Qt::ControlModifier, Qt::Key_Comma)));
-        settings->setShortcutVisibleInContextMenu(true);
+        showKeys(menu.add(tr("Settings\u2026"), [this, &c] { closeThen(c.onOpenSettings); }),
+                 QKeyCombination(Qt::ControlModifier, Qt::Key_Comma));
     }
     if (c.onShowAbout)
         //: Footer menu of the history window: opens the About page of the Settings window.

@@ -55,6 +55,7 @@ public:
     void showPanel(const Rect& frame) override;
     void hidePanel() override;
     bool isPanelVisible() const override;
+    int rowsPerPage() const override;
     Rect panelFrame() const override;
     void makePanelKey() override;
     void showPreview(const PopupModel::Entry& entry, const Rect& frame) override;

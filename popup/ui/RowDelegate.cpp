@@ -7,98 +7,48 @@
 #include <QPainterPath>
 #include <QTextLayout>
 
+#include "popup/ui/RowLayout.h"
 #include "popup/ui/Thumbnails.h"
 #include "ui/Look.h"
 
 namespace zettly {
 namespace {
 
-constexpr int insetX = 6;  // the row's rounded background, inside the list
-constexpr int insetY = 1;
-constexpr int padX = 10;
-constexpr int padY = 7;
-constexpr int iconSize = 18;
-constexpr int gap = 10;
-constexpr int imageRowHeight = 58;
-constexpr int thumbMaxWidth = 72;
 constexpr int corner = 7;
-constexpr int maxTagWidth = 110;
 
 class RowTexts {
     Q_DECLARE_TR_FUNCTIONS(RowTexts)
 };
 
-struct Fonts {
-    explicit Fonts(const QFont& base)
-        : text(base), label(base), small(look::scaledFont(base, 0.86)) {
-        label.setWeight(QFont::DemiBold);
-    }
-    QFont text, label, small;
-};
-
-QString shortcutHint(int row) {
-    return QKeySequence(QKeyCombination(Qt::ControlModifier, Qt::Key(Qt::Key_1 + row)))
-        .toString(QKeySequence::NativeText);
-}
-
-// Draws `text` into `rect` on at most `maxLines` lines, wrapping at word
-// boundaries, with an ellipsis when it does not fit and a rounded mark
-// behind each range of `marks`.
+// Draws `text` into `rect` on at most `maxLines` lines as wrapRowText lays
+// it out, with an ellipsis where it is cut and a rounded mark behind each
+// range of `marks`.
 void drawMarkedText(QPainter& p, const QRect& rect, const QString& text, const TextRanges& marks,
                     const QFont& font, const QColor& colour, const QColor& markColour,
                     int maxLines) {
-    const QFontMetrics fm(font);
     const QString ellipsis(QChar(0x2026));
-    QTextCharFormat marked;
-    marked.setFontWeight(QFont::DemiBold);
-    QTextOption option;
-    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-
     p.save();
     p.setClipRect(rect);
-    p.setPen(colour);
-    int pos = 0;
-    qreal y = rect.top();
-    for (int line = 0; line < maxLines && pos < text.size(); ++line) {
-        const int newline = int(text.indexOf(u'\n', pos));
-        const int end = newline < 0 ? int(text.size()) : newline;
-        QTextLayout layout(text.mid(pos, end - pos), font, p.device());
-        layout.setTextOption(option);
-        QList<QTextLayout::FormatRange> formats;
-        for (auto [begin, stop] : marks)
-            if (stop > pos && begin < end)
-                formats.append({std::max(begin, pos) - pos,
-                                std::min(stop, end) - std::max(begin, pos), marked});
-        layout.setFormats(formats);
-        layout.beginLayout();
-        QTextLine tl = layout.createLine();
-        tl.setLineWidth(rect.width());
-        const bool more = pos + tl.textLength() < end || newline >= 0;
-        const bool elide = more && line == maxLines - 1;
-        if (elide)
-            tl.setLineWidth(rect.width() - fm.horizontalAdvance(ellipsis));
-        layout.endLayout();
-
+    p.setFont(font);
+    wrapRowText(text, marks, font, rect.width(), maxLines, [&](const RowLine& row) {
+        const QTextLine& line = row.line;
+        const qreal y = rect.top() + row.y;
         p.setPen(Qt::NoPen);
         p.setBrush(markColour);
-        for (const auto& f : formats) {
-            const int b = std::max(f.start, tl.textStart());
-            const int e = std::min(f.start + f.length, tl.textStart() + tl.textLength());
+        for (const auto& f : row.layout.formats()) {
+            const int b = std::max(f.start, line.textStart());
+            const int e = std::min(f.start + f.length, line.textStart() + line.textLength());
             if (b >= e)
                 continue;
-            const qreal x1 = tl.cursorToX(b), x2 = tl.cursorToX(e);
-            p.drawRoundedRect(QRectF(rect.left() + x1 - 2, y + 1, x2 - x1 + 4, tl.height() - 1), 4,
-                              4);
+            const qreal x1 = line.cursorToX(b), x2 = line.cursorToX(e);
+            p.drawRoundedRect(QRectF(rect.left() + x1 - 2, y + 1, x2 - x1 + 4, line.height() - 1),
+                              4, 4);
         }
         p.setPen(colour);
-        layout.draw(&p, QPointF(rect.left(), y));
-        if (elide)
-            p.drawText(QPointF(rect.left() + tl.naturalTextWidth(), y + tl.ascent()), ellipsis);
-        pos += tl.textLength();
-        if (pos >= end)
-            pos = end + 1;
-        y += fm.lineSpacing();
-    }
+        row.layout.draw(&p, QPointF(rect.left(), y));
+        if (row.elided)
+            p.drawText(QPointF(rect.left() + line.naturalTextWidth(), y + line.ascent()), ellipsis);
+    });
     p.restore();
 }
 
@@ -126,87 +76,84 @@ QIcon typeIcon(look::Glyph glyph, const QColor& colour) {
 }  // namespace
 
 RowDelegate::RowDelegate(EntryListModel& rows, ThumbnailCache& thumbnails, QListView* view)
-    : QStyledItemDelegate(view), rows_(rows), thumbnails_(thumbnails), view_(view) {}
+    : QStyledItemDelegate(view), rows_(rows), thumbnails_(thumbnails), view_(view) {
+    connect(&rows_, &QAbstractItemModel::modelReset, this, [this] { layouts_.clear(); });
+}
 
-int RowDelegate::hintWidth(const QFont& small) const {
-    return QFontMetrics(small).horizontalAdvance(shortcutHint(8));
+const RowLayout* RowDelegate::layoutOf(const QFont& font, int row, int width) const {
+    const PopupModel& model = rows_.popupModel();
+    if (row < 0 || std::size_t(row) >= model.entries().size())
+        return nullptr;
+    if (width != layoutWidth_ || font != layoutFont_) {
+        layouts_.clear();
+        layoutWidth_ = width;
+        layoutFont_ = font;
+    }
+    layouts_.resize(model.entries().size());
+    std::optional<RowLayout>& slot = layouts_[std::size_t(row)];
+    if (!slot) {
+        const PopupModel::Entry& entry = model.entries()[std::size_t(row)];
+        RowContent content;
+        content.text = &rows_.rowText(row);
+        content.image = entry.isImage();
+        content.pinned = entry.pinned();
+        if (const auto tag = model.categoryTag(entry))
+            content.tag = QString::fromStdString(*tag);
+        content.row = row;
+        slot = layoutRow(content, RowFonts(font), width);
+    }
+    return &*slot;
 }
 
 QSize RowDelegate::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const {
     const int width = view_->viewport()->width();
-    const auto& entries = rows_.popupModel().entries();
-    if (index.row() < 0 || std::size_t(index.row()) >= entries.size())
-        return {width, 0};
-    const PopupModel::Entry& entry = entries[std::size_t(index.row())];
-    if (entry.isImage())
-        return {width, imageRowHeight};
-
-    const Fonts fonts(option.font);
-    const QFontMetrics fm(fonts.text);
-    const RowText& text = rows_.rowText(index.row());
-    // An estimate, not a measurement: a row that gets two lines but needs one
-    // only has some air; one that needs more is elided.
-    const int room = width - 2 * (insetX + padX) - iconSize - gap - hintWidth(fonts.small) - 8 -
-                     (entry.pinned() ? 20 : 0) - (entry.category() ? 70 : 0);
-    const bool twoLines =
-        text.snippet.contains(u'\n') || text.snippet.size() * fm.averageCharWidth() > room;
-    int height = 2 * (insetY + padY) + (twoLines ? 2 : 1) * fm.lineSpacing();
-    if (!text.label.isEmpty())
-        height += QFontMetrics(fonts.label).lineSpacing() + 1;
-    return {width, height};
+    const RowLayout* layout = layoutOf(option.font, index.row(), width);
+    return layout ? layout->size : QSize(width, 0);
 }
 
 void RowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
                         const QModelIndex& index) const {
     const PopupModel& model = rows_.popupModel();
     const int row = index.row();
-    if (row < 0 || std::size_t(row) >= model.entries().size())
+    const RowLayout* found = layoutOf(option.font, row, option.rect.width());
+    if (!found)
         return;
+    const RowLayout& layout = *found;
     const PopupModel::Entry& entry = model.entries()[std::size_t(row)];
     const RowText& text = rows_.rowText(row);
     const QPalette& pal = option.palette;
     const QColor secondary = look::secondaryText(pal);
-    const Fonts fonts(option.font);
+    const QColor ink = pal.color(QPalette::Text);
+    const QColor mark = look::matchFill(pal);
+    const RowFonts fonts(option.font);
     QPainter& p = *painter;
     p.save();
+    p.translate(option.rect.topLeft());
     p.setRenderHint(QPainter::Antialiasing);
 
-    const QRect r = option.rect.adjusted(insetX, insetY, -insetX, -insetY);
+    // The model's selection is the one highlight; hover only marks others.
     const bool selected = std::size_t(row) == model.selection();
     if (selected || option.state.testFlag(QStyle::State_MouseOver)) {
         p.setPen(Qt::NoPen);
         p.setBrush(selected ? look::selectionFill(pal) : look::hoverFill(pal));
-        p.drawRoundedRect(r, corner, corner);
+        p.drawRoundedRect(layout.background, corner, corner);
     }
 
-    // Right to left: shortcut hint, pin, category tag.
-    int left = r.left() + padX, right = r.right() + 1 - padX;
-    const int hintW = hintWidth(fonts.small);
-    if (row < 9) {
-        p.setFont(fonts.small);
-        p.setPen(secondary);
-        p.drawText(QRect(right - hintW, r.top(), hintW, r.height()),
-                   Qt::AlignRight | Qt::AlignVCenter, shortcutHint(row));
-    }
-    right -= hintW + 8;
-    if (entry.pinned()) {
-        look::paintGlyph(p, look::Glyph::pin, QRectF(right - 12, r.center().y() - 6, 12, 12),
-                         secondary);
-        right -= 12 + 8;
-    }
-    if (const auto tag = model.categoryTag(entry)) {
-        const QFontMetrics fm(fonts.small);
-        const QString name =
-            fm.elidedText(QString::fromStdString(*tag), Qt::ElideRight, maxTagWidth);
-        const int w = fm.horizontalAdvance(name) + 14, h = fm.height() + 4;
-        const QRect pill(right - w, r.center().y() - h / 2, w, h);
+    p.setFont(fonts.small);
+    p.setPen(secondary);
+    if (!layout.hintText.isEmpty())
+        p.drawText(layout.hint, Qt::AlignRight | Qt::AlignVCenter, layout.hintText);
+    if (!layout.moreText.isEmpty())
+        p.drawText(layout.more, Qt::AlignRight | Qt::AlignVCenter, layout.moreText);
+    if (!layout.pin.isEmpty())
+        look::paintGlyph(p, look::Glyph::pin, layout.pin, secondary);
+    if (!layout.tag.isEmpty()) {
+        const qreal radius = layout.tag.height() / 2.0;
         p.setPen(Qt::NoPen);
         p.setBrush(look::subtleFill(pal));
-        p.drawRoundedRect(pill, h / 2.0, h / 2.0);
-        p.setFont(fonts.small);
-        p.setPen(pal.color(QPalette::Text));
-        p.drawText(pill, Qt::AlignCenter, name);
-        right = pill.left() - 8;
+        p.drawRoundedRect(layout.tag, radius, radius);
+        p.setPen(ink);
+        p.drawText(layout.tag, Qt::AlignCenter, layout.tagText);
     }
 
     const look::Glyph glyph = glyphOf(entry);
@@ -217,50 +164,24 @@ void RowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option,
              {look::Glyph::text, look::Glyph::link, look::Glyph::number, look::Glyph::image})
             icons_.push_back(typeIcon(g, secondary));
     }
-    const QRect iconRect(left, r.center().y() - iconSize / 2, iconSize, iconSize);
-    icons_[std::size_t(glyph)].paint(&p, iconRect);
-    left += iconSize + gap;
+    icons_[std::size_t(glyph)].paint(&p, layout.icon);
 
-    const QFontMetrics labelFm(fonts.label), textFm(fonts.text);
-    const QColor mark = look::matchFill(pal);
-    const QColor ink = pal.color(QPalette::Text);
+    if (!layout.label.isEmpty())
+        drawMarkedText(p, layout.label, text.label, text.labelMatches, fonts.label, ink, mark, 1);
     if (const ImageClipStore::Item* image = entry.image()) {
-        const QRect box(left, r.top() + 6, thumbMaxWidth, r.height() - 12);
-        paintThumbnail(p, *image, box, pal);
-        left += thumbMaxWidth + gap;
-        const QString size = QStringLiteral("%1 \u00d7 %2").arg(image->width).arg(image->height);
-        const QFontMetrics smallFm(fonts.small);
-        const int height =
-            (text.label.isEmpty() ? 0 : labelFm.lineSpacing()) + smallFm.lineSpacing();
-        int y = r.center().y() - height / 2;
-        if (!text.label.isEmpty()) {
-            drawMarkedText(p, QRect(left, y, right - left, labelFm.lineSpacing()), text.label,
-                           text.labelMatches, fonts.label, ink, mark, 1);
-            y += labelFm.lineSpacing();
-        }
+        paintThumbnail(p, *image, layout.thumbnail, pal);
         p.setFont(fonts.small);
         p.setPen(secondary);
-        p.drawText(QRect(left, y, right - left, smallFm.lineSpacing()),
-                   Qt::AlignLeft | Qt::AlignVCenter, size);
+        p.drawText(layout.body, Qt::AlignLeft | Qt::AlignVCenter,
+                   QStringLiteral("%1 \u00d7 %2").arg(image->width).arg(image->height));
+    } else if (text.snippet.isEmpty()) {
+        p.setFont(fonts.text);
+        p.setPen(secondary);
+        //: History window: shown in place of a copied text made only of spaces or line breaks.
+        p.drawText(layout.body, Qt::AlignLeft | Qt::AlignTop, RowTexts::tr("Blank text"));
     } else {
-        const int labelH = text.label.isEmpty() ? 0 : labelFm.lineSpacing() + 1;
-        const int lines = std::max(1, (r.height() - 2 * padY - labelH) / textFm.lineSpacing());
-        int y = r.top() + padY;
-        if (labelH) {
-            drawMarkedText(p, QRect(left, y, right - left, labelH), text.label, text.labelMatches,
-                           fonts.label, ink, mark, 1);
-            y += labelH;
-        }
-        const QRect body(left, y, right - left, lines * textFm.lineSpacing());
-        if (text.snippet.isEmpty()) {
-            p.setFont(fonts.text);
-            p.setPen(secondary);
-            //: History window: shown in place of a copied text made only of spaces or line breaks.
-            p.drawText(body, Qt::AlignLeft | Qt::AlignTop, RowTexts::tr("Blank text"));
-        } else {
-            drawMarkedText(p, body, text.snippet, text.matches, fonts.text,
-                           labelH ? secondary : ink, mark, lines);
-        }
+        drawMarkedText(p, layout.body, text.snippet, text.matches, fonts.text,
+                       layout.label.isEmpty() ? ink : secondary, mark, layout.lines);
     }
     p.restore();
 }

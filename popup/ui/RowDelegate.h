@@ -2,9 +2,11 @@
 
 #include <QIcon>
 #include <QStyledItemDelegate>
+#include <optional>
 #include <vector>
 
 #include "popup/ui/HistoryList.h"
+#include "popup/ui/RowLayout.h"
 
 class QListView;
 
@@ -13,9 +15,10 @@ namespace zettly {
 class ThumbnailCache;
 
 // Paints one history row: type icon, name, up to two lines of text with the
-// search matches marked, category tag, pin and the Ctrl+1…9 hint. Only rows
-// on screen are painted, and a row's height comes from cheap estimates
-// rather than text measurement, so a list of 500 long texts lays out at once.
+// search matches marked, how many lines are left out, category tag, pin and
+// the Ctrl+1…9 hint. Height and painting come from one RowLayout per row,
+// kept until the rows or the width change; only a row's short snippet is
+// ever measured, so a list of 500 long texts lays out at once.
 class RowDelegate : public QStyledItemDelegate {
 public:
     RowDelegate(EntryListModel& rows, ThumbnailCache& thumbnails, QListView* view);
@@ -23,9 +26,11 @@ public:
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
     QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    // The layout of `row` at `width` in the list's `font`; none for a row
+    // that is not there.
+    const RowLayout* layoutOf(const QFont& font, int row, int width) const;
 
 private:
-    int hintWidth(const QFont& small) const;
     void paintThumbnail(QPainter& p, const ImageClipStore::Item& image, const QRect& box,
                         const QPalette& palette) const;
 
@@ -35,6 +40,9 @@ private:
     // Type icons by glyph, made again when the palette changes.
     mutable std::vector<QIcon> icons_;
     mutable QColor iconColour_;
+    mutable std::vector<std::optional<RowLayout>> layouts_;
+    mutable int layoutWidth_ = -1;
+    mutable QFont layoutFont_;
 };
 
 }  // namespace zettly

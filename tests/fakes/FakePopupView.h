@@ -30,6 +30,7 @@ public:
     std::function<void()> onDialog;
 
     bool panelVisible = false;
+    int pageRows = 3;
     Rect frame;
     int panelShown = 0;
     int madeKey = 0;
@@ -45,6 +46,7 @@ public:
     }
     void hidePanel() override { panelVisible = false; }
     bool isPanelVisible() const override { return panelVisible; }
+    int rowsPerPage() const override { return pageRows; }
     Rect panelFrame() const override { return frame; }
     void makePanelKey() override { ++madeKey; }
 

@@ -86,6 +86,42 @@ TEST_F(Keys, ArrowsAndTabTakeAnyModifiersWhileAltPAndAltBackspaceNeedAltAlone) {
     EXPECT_EQ(controller.model().filter().kind(), Kind::images);  // wrapped to the last chip
 }
 
+TEST_F(Keys, PageKeysMoveByTheViewsPageAndHomeEndReachTheEndsUnlessTheSearchHasText) {
+    addTexts({"a1", "a2", "a3", "a4", "a5", "a6", "a7", "a8"});
+    controller.open();
+    view.pageRows = 3;
+    EXPECT_TRUE(press(keycode::pageDown));
+    EXPECT_EQ(controller.model().selection(), 3u);
+    view.pageRows = 4;
+    EXPECT_TRUE(press(keycode::pageDown, modifier::shift));
+    EXPECT_EQ(controller.model().selection(), 7u);
+    EXPECT_TRUE(press(keycode::pageDown));  // clamped at the last row
+    EXPECT_EQ(controller.model().selection(), 7u);
+    EXPECT_TRUE(press(keycode::pageUp));
+    EXPECT_EQ(controller.model().selection(), 3u);
+    EXPECT_TRUE(press(keycode::pageUp));
+    EXPECT_EQ(controller.model().selection(), 0u);
+
+    EXPECT_TRUE(press(keycode::end));
+    EXPECT_EQ(selectedText(), "a1");
+    EXPECT_TRUE(press(keycode::home));
+    EXPECT_EQ(selectedText(), "a8");
+    // Shift+Home selects in the search field; Alt+End is nobody's.
+    EXPECT_FALSE(press(keycode::end, modifier::shift));
+    EXPECT_FALSE(press(keycode::end, modifier::option));
+    EXPECT_EQ(controller.model().selection(), 0u);
+
+    // With search text, Home and End belong to the field's cursor.
+    controller.model().setQuery("a");
+    EXPECT_FALSE(press(keycode::end));
+    EXPECT_FALSE(press(keycode::home));
+    EXPECT_EQ(controller.model().selection(), 0u);
+    EXPECT_TRUE(press(keycode::end, modifier::command));
+    EXPECT_EQ(selectedText(), "a1");
+    EXPECT_TRUE(press(keycode::home, modifier::command));
+    EXPECT_EQ(selectedText(), "a8");
+}
+
 TEST_F(Keys, CtrlDigitPicksThatRowWhateverIsSelectedAndIsSwallowedWhenTheRowIsMissing) {
     addTexts({"a", "b"});
     controller.open();

@@ -1,13 +1,16 @@
 #include <QApplication>
 #include <QDialog>
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMimeData>
+#include <QPlainTextEdit>
 #include <QTimer>
 #include <QToolButton>
 #include <QToolTip>
 #include <QtTest/QTest>
+#include <map>
 
 #include <gtest/gtest.h>
 
@@ -127,6 +130,78 @@ TEST_F(PopupWindowTest, TheNameDialogStoresWhatWasTypedAndCancellingKeepsTheOldN
     controller.editLabel(*controller.model().selectedEntry());
     EXPECT_EQ(textItem("Bahnhofstrasse 1, Zurich").label, "Office");
     EXPECT_TRUE(window.isVisible());
+}
+
+TEST_F(PopupWindowTest, TheEditDialogSaysCtrlReturnSavesAndItDoesAndNoDialogRepeatsItsTitle) {
+    copy("draft");
+    controller.open();
+    QTimer::singleShot(0, [] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        ASSERT_NE(dialog, nullptr);
+        QStringList shown{dialog->windowTitle()};
+        for (auto* label : dialog->findChildren<QLabel*>())
+            shown << label->text();
+        EXPECT_EQ(shown.count("Edit text"), 1);
+        EXPECT_TRUE(shown.contains("Ctrl+Return saves"));
+        auto* box = dialog->findChild<QPlainTextEdit*>();
+        ASSERT_NE(box, nullptr);
+        box->setPlainText("final\ntext");
+        QTest::keyClick(box, Qt::Key_Return, Qt::ControlModifier);
+        if (dialog->isVisible())
+            dialog->reject();
+    });
+    controller.editText(*controller.model().selectedEntry());
+    EXPECT_EQ(controller.model().entries().front().text()->text, "final\ntext");
+
+    QTimer::singleShot(0, [] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        ASSERT_NE(dialog, nullptr);
+        QStringList shown{dialog->windowTitle()};
+        for (auto* label : dialog->findChildren<QLabel*>())
+            shown << label->text();
+        EXPECT_EQ(shown.count("Name"), 1);
+        dialog->reject();
+    });
+    controller.editLabel(*controller.model().selectedEntry());
+}
+
+TEST_F(PopupWindowTest, TheRowMenuSelectsItsRowAndShowsTheKeysThatDoTheSameThere) {
+    copy("older");
+    copy("newer");
+    controller.open();
+    std::map<QString, QString> keys;
+    QTimer::singleShot(0, [&keys] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        ASSERT_NE(menu, nullptr);
+        for (QAction* action : menu->actions())
+            if (!action->isSeparator()) {
+                EXPECT_TRUE(action->isShortcutVisibleInContextMenu())
+                    << action->text().toStdString();
+                EXPECT_EQ(action->shortcutContext(), Qt::WidgetShortcut)
+                    << action->text().toStdString();
+                keys[action->text()] = action->shortcut().toString();
+            }
+        menu->close();
+    });
+    QContextMenuEvent click(QContextMenuEvent::Mouse, rowCentre(1),
+                            window.list()->viewport()->mapToGlobal(rowCentre(1)));
+    QApplication::sendEvent(window.list()->viewport(), &click);
+    EXPECT_EQ(controller.model().selection(), 1u);
+    EXPECT_EQ(keys["Copy"], "Return");
+    EXPECT_EQ(keys["Copy and Paste"], "Alt+Return");
+    EXPECT_EQ(keys[QString::fromUtf8("Edit Text\u2026")], "Ctrl+E");
+    EXPECT_EQ(keys["Category"], "Ctrl+K");
+    EXPECT_EQ(keys["Delete"], "Alt+Backspace");
+
+    // The keys the menu showed reach the key table and act on that row.
+    for (const char* name : {"Pin", "Delete"}) {
+        const QKeySequence shown(keys[name]);
+        ASSERT_EQ(shown.count(), 1);
+        QTest::keyClick(&search(), shown[0].key(), shown[0].keyboardModifiers());
+    }
+    // "older" went to Pinned; the highlight fell on "newer", which went away.
+    EXPECT_TRUE(textItem("older").pinned);
+    EXPECT_EQ(texts.fetch(10, 0).size(), 1u);
 }
 
 TEST_F(PopupWindowTest, AnotherWindowTakingTheKeyboardClosesTheWindow) {
