@@ -21,11 +21,12 @@ void ImageClipStore::sweepOrphansLocked() {
     // pictures of rows written while the folder was reached by another path
     // (a moved home folder, a link).
     std::unordered_set<std::string> named;
-    sql::Statement rows = db_.prepare("SELECT file, thumb FROM media");
+    sql::Statement rows = db_.prepare("SELECT file, thumb, orig FROM media");
     int rc;
     while ((rc = rows.step()) == SQLITE_ROW)
-        for (int column : {0, 1})
-            named.insert(fs::path(rows.text(column)).filename().string());
+        for (int column : {0, 1, 2})
+            if (auto path = rows.optionalText(column))
+                named.insert(fs::path(*path).filename().string());
     rows = {};
     if (rc != SQLITE_DONE) {
         context_.log.line(std::string("[Zettly] clipmedia.sqlite could not be read (") +
