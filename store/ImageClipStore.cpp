@@ -1,5 +1,6 @@
 #include "store/ImageClipStore.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <fstream>
@@ -212,7 +213,10 @@ std::optional<ImageClipStore::Copied> ImageClipStore::keptOriginal(
     const std::int64_t limitMB = ClipPrefs(context_.defaults).imageOriginalLimitMB();
     if (!ending || limitMB == 0)
         return std::nullopt;
-    if (static_cast<std::uint64_t>(data.size()) > static_cast<std::uint64_t>(limitMB) << 20) {
+    // A limit typed into the file by hand must not wrap around; no copy is
+    // anywhere near a terabyte.
+    const std::uint64_t limit = std::min<std::uint64_t>(limitMB, std::uint64_t{1} << 20) << 20;
+    if (static_cast<std::uint64_t>(data.size()) > limit) {
         context_.log.line("[Zettly] a copied image of " + std::to_string(data.size()) +
                           " bytes is kept only reduced: originals are kept up to " +
                           std::to_string(limitMB) + " MB (Settings > Storage)");
@@ -525,33 +529,24 @@ std::vector<ImageClipStore::Item> ImageClipStore::fetchAll() {
     return items;
 }
 
+std::optional<std::string> ImageClipStore::pathOf(const std::string& id, std::string_view column) {
+    std::lock_guard lock(mutex_);
+    if (!ensureOpenLocked())
+        return std::nullopt;
+    sql::Statement st = db_.prepare("SELECT " + std::string(column) + " FROM media WHERE id = ?");
+    st.bind(1, id);
+    if (st.step() != SQLITE_ROW)
+        return std::nullopt;
+    return st.optionalText(0);
+}
+
 std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
-    std::string path;
-    {
-        std::lock_guard lock(mutex_);
-        if (!ensureOpenLocked())
-            return std::nullopt;
-        sql::Statement st = db_.prepare("SELECT file FROM media WHERE id = ?");
-        st.bind(1, id);
-        if (st.step() != SQLITE_ROW)
-            return std::nullopt;
-        path = st.text(0);
-    }
-    return readWhole(path);
+    auto path = pathOf(id, "file");
+    return path ? readWhole(*path) : std::nullopt;
 }
 
 std::optional<ImageClipStore::Original> ImageClipStore::originalData(const std::string& id) {
-    std::optional<std::string> path;
-    {
-        std::lock_guard lock(mutex_);
-        if (!ensureOpenLocked())
-            return std::nullopt;
-        sql::Statement st = db_.prepare("SELECT orig FROM media WHERE id = ?");
-        st.bind(1, id);
-        if (st.step() != SQLITE_ROW)
-            return std::nullopt;
-        path = st.optionalText(0);
-    }
+    auto path = pathOf(id, "orig");
     if (!path)
         return std::nullopt;
     auto type = typeOfOriginal(*path);

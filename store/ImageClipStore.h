@@ -216,6 +216,8 @@ private:
     };
 
     bool ensureOpenLocked();
+    // A path column of the row; none without the row or with NULL there.
+    std::optional<std::string> pathOf(const std::string& id, std::string_view column);
     // The full-size JPEG, its thumbnail and the fingerprint of a picture, as
     // stored; none when it cannot be read. Slow: call it without the lock.
     std::optional<ImageCodec::Reduced> reduceForHistory(std::span<const std::uint8_t> data);

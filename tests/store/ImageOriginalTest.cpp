@@ -1,6 +1,5 @@
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -11,9 +10,7 @@
 #include "store/ImageClipStore.h"
 #include "store/ImageCodec.h"
 #include "store/PrefKeys.h"
-#include "tests/fakes/SqlRows.h"
-#include "tests/fakes/StoreFixture.h"
-#include "tests/fakes/TestImages.h"
+#include "tests/fakes/ImageHistoryFixture.h"
 
 namespace zettly {
 namespace {
@@ -25,25 +22,12 @@ using ::testing::IsEmpty;
 using Original = ImageClipStore::Original;
 using Result = ImageClipStore::SaveResult;
 using test::Bytes;
+using test::contents;
+using test::numbered;
 using test::Row;
 
-Bytes contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-Bytes numbered(int n) {  // sizes differ, so no two are taken for one picture
-    return test::png(20 + n, 20, test::solid({200, 100, 50}));
-}
-
-class ImageOriginals : public ::testing::Test {
+class ImageOriginals : public test::ImageHistoryFixture {
 protected:
-    test::StoreEnvironment env;
-    ImageClipStore store{env.context()};
-
-    fs::path folder() const { return env.library() / "clipmedia"; }
-    std::vector<Row> sql(const std::string& query) {
-        return test::rows(env.library() / "clipmedia.sqlite", query);
-    }
     // Saves a second after the last save; the id of the row now at the top.
     std::string save(const Bytes& data, std::string_view type = pbtype::png) {
         env.clock.advance(1);
@@ -55,9 +39,6 @@ protected:
     std::string original(const std::string& id) {
         auto found = sql("SELECT COALESCE(orig, '') FROM media WHERE id = '" + id + "'");
         return found.empty() ? "" : found[0][0];
-    }
-    std::size_t files() const {
-        return fs::exists(folder()) ? std::distance(fs::directory_iterator(folder()), {}) : 0;
     }
     std::size_t logged(const std::string& part) const {
         std::size_t n = 0;
