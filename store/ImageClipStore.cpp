@@ -1,10 +1,7 @@
 #include "store/ImageClipStore.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,7 +11,6 @@
 #include "platform/Defaults.h"
 #include "platform/Files.h"
 #include "platform/Log.h"
-#include "platform/Pasteboard.h"
 #include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
@@ -119,34 +115,6 @@ StoreSchema imageSchema() {
     };
 }
 
-// The formats capture reads, each kept under an ending of its own so that
-// the file name alone tells the type back.
-constexpr std::pair<std::string_view, std::string_view> kOriginalEndings[] = {
-    {pbtype::png, "png"}, {pbtype::jpeg, "jpg"}, {pbtype::heic, "heic"}, {pbtype::tiff, "tiff"}};
-constexpr std::string_view kOriginalInfix = ".orig.";
-
-std::optional<std::string> typeOfOriginal(const fs::path& path) {
-    const std::string name = path.filename().string();
-    const auto at = name.rfind(kOriginalInfix);
-    if (at == std::string::npos)
-        return std::nullopt;
-    const std::string_view ending = std::string_view(name).substr(at + kOriginalInfix.size());
-    for (auto [type, known] : kOriginalEndings)
-        if (known == ending)
-            return std::string(type);
-    return std::nullopt;
-}
-
-std::optional<ImageClipStore::Bytes> readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return std::nullopt;
-    ImageClipStore::Bytes data{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad())
-        return std::nullopt;
-    return data;
-}
-
 // A row's `orig`: NULL when no original was kept.
 std::optional<std::string> unlessEmpty(const std::string& path) {
     return path.empty() ? std::nullopt : std::optional(path);
@@ -198,31 +166,6 @@ void ImageClipStore::removeFiles(const std::vector<std::string>& paths) {
     for (const std::string& path : paths)
         if (!path.empty())
             fs::remove(path, ignored);
-}
-
-std::optional<std::string_view> ImageClipStore::originalExtension(std::string_view type) {
-    for (auto [known, ending] : kOriginalEndings)
-        if (known == type)
-            return ending;
-    return std::nullopt;
-}
-
-std::optional<ImageClipStore::Copied> ImageClipStore::keptOriginal(
-    std::span<const std::uint8_t> data, std::string_view type) {
-    auto ending = originalExtension(type);
-    const std::int64_t limitMB = ClipPrefs(context_.defaults).imageOriginalLimitMB();
-    if (!ending || limitMB == 0)
-        return std::nullopt;
-    // A limit typed into the file by hand must not wrap around; no copy is
-    // anywhere near a terabyte.
-    const std::uint64_t limit = std::min<std::uint64_t>(limitMB, std::uint64_t{1} << 20) << 20;
-    if (static_cast<std::uint64_t>(data.size()) > limit) {
-        context_.log.line("[Zettly] a copied image of " + std::to_string(data.size()) +
-                          " bytes is kept only reduced: originals are kept up to " +
-                          std::to_string(limitMB) + " MB (Settings > Storage)");
-        return std::nullopt;
-    }
-    return Copied{data, *ending};
 }
 
 ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
@@ -307,7 +250,7 @@ std::optional<std::pair<std::string, ImageClipStore::Files>> ImageClipStore::wri
     if (original) {
         // Only the paste at full quality is lost: the entry is still saved.
         fs::path path =
-            *folder / (id + std::string(kOriginalInfix) + std::string(original->extension));
+            *folder / (id + std::string(originalInfix) + std::string(original->extension));
         if (writeNewPrivateFile(path, original->bytes))
             files.original = path.string();
         else
@@ -527,36 +470,6 @@ std::vector<ImageClipStore::Item> ImageClipStore::fetchAll() {
                              st.int64(5), st.real(6), st.int64(7) != 0, st.optionalText(8),
                              st.optionalText(9)});
     return items;
-}
-
-std::optional<std::string> ImageClipStore::pathOf(const std::string& id, std::string_view column) {
-    std::lock_guard lock(mutex_);
-    if (!ensureOpenLocked())
-        return std::nullopt;
-    sql::Statement st = db_.prepare("SELECT " + std::string(column) + " FROM media WHERE id = ?");
-    st.bind(1, id);
-    if (st.step() != SQLITE_ROW)
-        return std::nullopt;
-    return st.optionalText(0);
-}
-
-std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
-    auto path = pathOf(id, "file");
-    return path ? readWhole(*path) : std::nullopt;
-}
-
-std::optional<ImageClipStore::Original> ImageClipStore::originalData(const std::string& id) {
-    auto path = pathOf(id, "orig");
-    if (!path)
-        return std::nullopt;
-    auto type = typeOfOriginal(*path);
-    auto data = type ? readWhole(*path) : std::nullopt;
-    if (!data) {
-        context_.log.line("[Zettly] the image as copied (" + fs::path(*path).filename().string() +
-                          ") could not be read; its reduced copy is used");
-        return std::nullopt;
-    }
-    return Original{std::move(*data), std::move(*type)};
 }
 
 template <typename Edit>

@@ -105,6 +105,8 @@ public:
     // The file name's ending kept for a copied type ("png" for image/png);
     // none for types whose bytes are not kept.
     static std::optional<std::string_view> originalExtension(std::string_view type);
+    // A kept copy is "<id>" + this + its ending, beside "<id>.jpg".
+    static constexpr std::string_view originalInfix = ".orig.";
 
     void setPinned(const std::string& id, bool pinned);
     void setCategory(const std::string& id, const std::optional<std::string>& category);
