@@ -177,12 +177,14 @@ struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {
         auto data = deps.pasteboard.data(std::string(*type));
         if (!data.ok())
             return dropped(data.status);
-        // Decoded elsewhere, so the next copy is read meanwhile.
-        deps.background.run([self = shared_from_this(), bytes = std::move(data.value)] {
-            self->recent.reset();
-            if (self->deps.images.save(bytes) == ImageClipStore::SaveResult::saved)
-                self->announce();
-        });
+        // Decoded elsewhere, so the next copy is read meanwhile. The type
+        // goes along: the store keeps the bytes as copied for the paste.
+        deps.background.run(
+            [self = shared_from_this(), bytes = std::move(data.value), type = std::string(*type)] {
+                self->recent.reset();
+                if (self->deps.images.save(bytes, type) == ImageClipStore::SaveResult::saved)
+                    self->announce();
+            });
     }
 
     void announce() {
@@ -293,11 +295,16 @@ void PasteboardMonitor::copyTextFromHistory(std::string_view text) {
     deps_.texts.insert(text);
 }
 
-void PasteboardMonitor::copyImageFromHistory(std::span<const std::uint8_t> data) {
+bool PasteboardMonitor::copyImageFromHistory(std::span<const std::uint8_t> data,
+                                             std::string_view type) {
     reading_->forgetRecent();
     deps_.pasteboard.clear();
-    deps_.pasteboard.writeImage(data);
+    bool written = deps_.pasteboard.writeImage(data, type);
     ownChangeCount = deps_.pasteboard.changeCount();
+    if (!written)
+        deps_.log.line("[Zettly] the picked image (" + std::string(type) +
+                       ") could not be put on the clipboard");
+    return written;
 }
 
 bool PasteboardMonitor::matchesAnyPattern(std::string_view text,

@@ -90,9 +90,10 @@ public:
     // Puts a text from the history back on the clipboard (not captured
     // again) and moves it to the top of the history.
     void copyTextFromHistory(std::string_view text);
-    // Puts an image from the history back; bytes that are no image leave
-    // the clipboard empty. Neither write is captured again.
-    void copyImageFromHistory(std::span<const std::uint8_t> data);
+    // Puts an image from the history back, offered first as `type`, the
+    // format its bytes are in; bytes that are no image leave the clipboard
+    // empty (false, logged). Neither write is captured again.
+    bool copyImageFromHistory(std::span<const std::uint8_t> data, std::string_view type);
 
     // Called after a capture that added or refreshed a history entry.
     std::function<void()> onNewItem;

@@ -66,9 +66,11 @@ public:
     // ---- writes: on the main thread ----------------------------------------
     virtual void clear() = 0;
     virtual void writeString(std::string_view text) = 0;
-    // Offers an image (encoded bytes, e.g. JPEG) in the usual image formats;
-    // false when the bytes are not an image.
-    virtual bool writeImage(std::span<const std::uint8_t> data) = 0;
+    // Offers an image (encoded bytes, e.g. JPEG) in the usual image formats,
+    // its own `type` (image/png, image/jpeg...) first and with the bytes
+    // unchanged, so that a picture pastes as it was copied; false when the
+    // bytes are not an image.
+    virtual bool writeImage(std::span<const std::uint8_t> data, std::string_view type) = 0;
 };
 
 // Format names, as the Linux desktop spells them.

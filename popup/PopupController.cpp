@@ -84,9 +84,14 @@ void PopupController::pick(const Entry& chosen, bool invert) {
     if (const ClipboardStore::Item* text = entry.text()) {
         deps_.monitor.copyTextFromHistory(text->text);
     } else if (const ImageClipStore::Item* image = entry.image()) {
-        // A file removed behind our back leaves the clipboard as it was.
-        if (std::optional<ImageClipStore::Bytes> data = deps_.images.fileData(image->id))
-            deps_.monitor.copyImageFromHistory(*data);
+        // The picture as it was copied when one was kept and the clipboard
+        // takes it (a format this desktop cannot read is refused), else the
+        // reduced JPEG; a file removed behind our back leaves the clipboard
+        // as it was.
+        auto original = deps_.images.originalData(image->id);
+        if (!original || !deps_.monitor.copyImageFromHistory(original->bytes, original->type))
+            if (std::optional<ImageClipStore::Bytes> data = deps_.images.fileData(image->id))
+                deps_.monitor.copyImageFromHistory(*data, pbtype::jpeg);
     }
     close();
 

@@ -95,6 +95,16 @@ QString StoragePage::retentionLabel(std::int64_t minutes) {
     return tr("%1 hours").arg(QLocale().toString(double(minutes) / hour, 'g', 4));
 }
 
+QString StoragePage::originalLimitLabel(std::int64_t megabytes) {
+    if (megabytes == 0)
+        //: Settings › Storage › "Keep images as copied up to:" picker: only the reduced copy
+        //: is kept.
+        return tr("Off");
+    //: Settings › Storage › "Keep images as copied up to:" picker. %1 is a number of
+    //: megabytes.
+    return tr("%1 MB").arg(QLocale().toString(qlonglong(megabytes)));
+}
+
 QString StoragePage::problemText(const StoreHealth::Status& status) {
     using Problem = StoreHealth::Problem;
     const QString folder =
@@ -187,8 +197,22 @@ StoragePage::StoragePage(SettingsContext& context, QWidget* parent)
     //: Settings › Storage switch: copied images are kept in the history too.
     saveImages_ = new QCheckBox(tr("Save images"), this);
     form->addRow(saveImages_);
-    connect(saveImages_, &QCheckBox::toggled, this,
-            [this](bool on) { context_.defaults.setBool(prefkey::saveImages, on); });
+    connect(saveImages_, &QCheckBox::toggled, this, [this](bool on) {
+        context_.defaults.setBool(prefkey::saveImages, on);
+        originalLimit_->setEnabled(on);
+    });
+
+    originalLimit_ = new QComboBox(this);
+    originalLimit_->setToolTip(
+        //: Settings › Storage, tooltip of the "Keep images as copied up to:" picker.
+        tr("Picking an image pastes it as it was copied, at full size. Larger images and images "
+           "from other devices paste reduced to 1280 pixels."));
+    //: Settings › Storage: label before the picker of the largest image kept as it was copied.
+    form->addRow(tr("Keep images as copied up to:"), originalLimit_);
+    connect(originalLimit_, &QComboBox::activated, this, [this](int index) {
+        ClipPrefs(context_.defaults)
+            .setImageOriginalLimitMB(originalLimit_->itemData(index).value<qint64>());
+    });
 
     //: Settings › Storage switch: the history (except pinned items) is deleted when Zettly quits.
     clearOnQuit_ = new QCheckBox(tr("Clear history when Zettly quits"), this);
@@ -214,10 +238,13 @@ void StoragePage::reload() {
     fill(limit_, std::begin(limits), std::end(limits), prefs.clipboardLimit(), &limitLabel);
     fill(retention_, std::begin(retentions), std::end(retentions),
          prefs.clipboardRetentionMinutes(), &retentionLabel);
+    fill(originalLimit_, std::begin(originalLimits), std::end(originalLimits),
+         prefs.imageOriginalLimitMB(), &originalLimitLabel);
     {
         const QSignalBlocker block(saveImages_);
         saveImages_->setChecked(prefs.saveImages());
     }
+    originalLimit_->setEnabled(prefs.saveImages());
     {
         const QSignalBlocker block(clearOnQuit_);
         clearOnQuit_->setChecked(prefs.clearOnQuit());

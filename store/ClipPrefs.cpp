@@ -71,6 +71,19 @@ bool ClipPrefs::saveImages() const {
     return defaults_.boolObject(prefkey::saveImages).value_or(true);
 }
 
+std::int64_t ClipPrefs::imageOriginalLimitMB() const {
+    // 0 is a choice (off) here, so only a missing value or one of another
+    // kind reads as the default.
+    if (!defaults_.doubleObject(prefkey::imageOriginalLimitMB))
+        return defaultImageOriginalLimitMB;
+    std::int64_t megabytes = defaults_.integer(prefkey::imageOriginalLimitMB);
+    return megabytes < 0 ? defaultImageOriginalLimitMB : megabytes;
+}
+
+void ClipPrefs::setImageOriginalLimitMB(std::int64_t megabytes) {
+    defaults_.setInteger(prefkey::imageOriginalLimitMB, std::max<std::int64_t>(megabytes, 0));
+}
+
 double ClipPrefs::previewDelay() const {
     // The file holds only finite numbers (its parser refuses overflowing
     // ones), so a clamp is all a stored delay needs.

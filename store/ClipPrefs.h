@@ -30,6 +30,9 @@ public:
     static constexpr PopupSize minPopupSize{320, 360};
     static constexpr PopupSize maxPopupSize{600, 800};
     static constexpr double defaultPreviewDelay = 1.5;
+    // A 4K screenshot as PNG fits; a history of 115 kept images stays far
+    // from filling a disk.
+    static constexpr std::int64_t defaultImageOriginalLimitMB = 10;
     // Nobody waits a minute for a preview; the cap also keeps the delay
     // within what a millisecond timer can hold.
     static constexpr double maxPreviewDelay = 60;
@@ -52,6 +55,10 @@ public:
     void setPopupSize(PopupSize size);
 
     bool saveImages() const;
+    // MiB up to which a copied image is also kept as copied; 0 means only
+    // the reduced JPEG is kept. Missing, not a number or negative: the default.
+    std::int64_t imageOriginalLimitMB() const;
+    void setImageOriginalLimitMB(std::int64_t megabytes);
     // Seconds the selection rests before the preview opens; 0 means only when
     // asked for. Below 0 reads as 0, more than a minute as a minute;
     // anything but a number reads as the default.

@@ -1,8 +1,7 @@
 #include "store/ImageClipStore.h"
 
 #include <bit>
-#include <fstream>
-#include <iterator>
+#include <cstring>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -58,7 +57,10 @@ void applySchema(sql::Database& db) {
                                 {"ck", "BLOB"},
                                 {"rid", "TEXT"},
                                 {"fp", "BLOB"},
-                                {"mm", "REAL"}})
+                                {"mm", "REAL"},
+                                // The picture as copied; local only, NULL
+                                // when none was kept.
+                                {"orig", "TEXT"}})
         ensureColumn(db, "media", column, decl);
     db.exec(kSyncSchema);
     ensureColumn(db, "sync_pending", "mm", "REAL");
@@ -88,7 +90,8 @@ StoreSchema imageSchema() {
                              {"ck", "BLOB"},
                              {"rid", "TEXT"},
                              {"fp", "BLOB"},
-                             {"mm", "REAL"}},
+                             {"mm", "REAL"},
+                             {"orig", "TEXT"}},
                  .required = 8,
                  .keptFirst = keptByUserSQL},
                 {.name = "sync_tombstones",
@@ -110,6 +113,11 @@ StoreSchema imageSchema() {
             },
         .apply = applySchema,
     };
+}
+
+// A row's `orig`: NULL when no original was kept.
+std::optional<std::string> unlessEmpty(const std::string& path) {
+    return path.empty() ? std::nullopt : std::optional(path);
 }
 
 bool fitsInt32(std::int64_t v) {
@@ -156,7 +164,8 @@ bool writeNewPrivateFile(const fs::path& path, std::span<const std::uint8_t> dat
 void ImageClipStore::removeFiles(const std::vector<std::string>& paths) {
     std::error_code ignored;
     for (const std::string& path : paths)
-        fs::remove(path, ignored);
+        if (!path.empty())
+            fs::remove(path, ignored);
 }
 
 ImageClipStore::ImageClipStore(StoreContext context, ImageReducer& reducer)
@@ -224,12 +233,12 @@ std::optional<ImageCodec::Reduced> ImageClipStore::reduceForHistory(
 // Under the lock, so a clear that empties the history (and removes the
 // folder) cannot slip in between the files and their row.
 std::optional<std::pair<std::string, ImageClipStore::Files>> ImageClipStore::writeFilesLocked(
-    const ImageCodec::Reduced& reduced) {
+    const ImageCodec::Reduced& reduced, std::optional<Copied> original) {
     auto folder = imageFolder();
     if (!folder || !reduced.thumb)
         return std::nullopt;
     std::string id = crypto::newUUID();
-    Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string()};
+    Files files{(*folder / (id + ".jpg")).string(), (*folder / (id + "_t.jpg")).string(), {}};
     if (!writeNewPrivateFile(files.file, reduced.full.bytes))
         return std::nullopt;
     if (!writeNewPrivateFile(files.thumb, reduced.thumb->bytes)) {
@@ -238,10 +247,22 @@ std::optional<std::pair<std::string, ImageClipStore::Files>> ImageClipStore::wri
         errno = why;
         return std::nullopt;
     }
+    if (original) {
+        // Only the paste at full quality is lost: the entry is still saved.
+        fs::path path =
+            *folder / (id + std::string(originalInfix) + std::string(original->extension));
+        if (writeNewPrivateFile(path, original->bytes))
+            files.original = path.string();
+        else
+            context_.log.line("[Zettly] the copied image could not be kept as copied (" +
+                              std::string(std::strerror(errno)) +
+                              "); only its reduced copy is saved");
+    }
     return std::pair{std::move(id), std::move(files)};
 }
 
-ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> data) {
+ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> data,
+                                                std::string_view type) {
     if (!KeyboardSettings(context_.defaults).clipboardEnabled())
         return SaveResult::disabled;
     if (data.size() > maxInputBytes)
@@ -252,6 +273,7 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     if (!reduced)
         return SaveResult::failed;
     const auto& fp = reduced->fingerprint;
+    const auto original = keptOriginal(data, type);
 
     std::lock_guard lock(mutex_);
     file_.beginCapture();
@@ -261,7 +283,7 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
     }
     auto store = [&]() -> std::optional<int> {
         errno = 0;
-        auto written = writeFilesLocked(*reduced);
+        auto written = writeFilesLocked(*reduced, original);
         if (!written)
             return errno != 0 ? errno : EIO;
         const auto& [id, files] = *written;
@@ -270,7 +292,7 @@ ImageClipStore::SaveResult ImageClipStore::save(std::span<const std::uint8_t> da
                         fp ? std::span<const std::uint8_t>(*fp) : std::span<const std::uint8_t>(),
                         context_.clock.now()))
             return std::nullopt;
-        removeFiles({files.file, files.thumb});
+        removeFiles({files.file, files.thumb, files.original});
         return 0;
     };
     std::optional<int> failure = store();
@@ -307,15 +329,15 @@ bool ImageClipStore::storeLocked(const std::string& id, const Files& files, std:
     std::vector<std::string> doomed;
     if (!fp.empty()) {
         sql::Statement same = db_.prepare(
-            "SELECT id, fp, file, thumb FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL ORDER "
-            "BY created DESC LIMIT 30");
+            "SELECT id, fp, file, thumb, orig FROM media WHERE w = ? AND h = ? AND fp IS NOT NULL "
+            "ORDER BY created DESC LIMIT 30");
         same.bind(1, width);
         same.bind(2, height);
         while (!sameId && same.step() == SQLITE_ROW) {
             auto other = same.blob(1);
             if (other && distance(fp, *other) < sameImageDistance) {
                 sameId = same.text(0);
-                doomed = {same.text(2), same.text(3)};
+                doomed = {same.text(2), same.text(3), same.optionalText(4).value_or("")};
             }
         }
     }
@@ -323,9 +345,10 @@ bool ImageClipStore::storeLocked(const std::string& id, const Files& files, std:
         // Two screenshots of one window a few lines apart look alike to the
         // fingerprint: the entry stays one, but it pastes what was copied last.
         if (!sql::run(db_,
-                      "UPDATE media SET file = ?, thumb = ?, bytes = ?, fp = ?, created = ?, "
-                      "modified = ?, dirty = 1 WHERE id = ?",
-                      files.file, files.thumb, bytes, fp, now, now, *sameId))
+                      "UPDATE media SET file = ?, thumb = ?, orig = ?, bytes = ?, fp = ?, "
+                      "created = ?, modified = ?, dirty = 1 WHERE id = ?",
+                      files.file, files.thumb, unlessEmpty(files.original), bytes, fp, now, now,
+                      *sameId))
             return false;
         // Another device's earlier picture of the entry, still to be
         // downloaded, would replace this later one.
@@ -350,7 +373,7 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
                                   std::span<const std::uint8_t> fp, double now) {
     sql::Statement insert = db_.prepare(
         "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, modified, dirty, rid, "
-        "fp)\nVALUES(?,?,?,?,?,?,?,0,?,1,?,?)");
+        "fp, orig)\nVALUES(?,?,?,?,?,?,?,0,?,1,?,?,?)");
     insert.bind(1, id);
     insert.bind(2, files.file);
     insert.bind(3, files.thumb);
@@ -364,6 +387,10 @@ bool ImageClipStore::insertLocked(const std::string& id, const Files& files, std
         insert.bindNull(10);
     else
         insert.bind(10, fp);
+    if (files.original.empty())
+        insert.bindNull(11);
+    else
+        insert.bind(11, files.original);
     return insert.run();
 }
 
@@ -377,10 +404,10 @@ bool ImageClipStore::tombstoneLocked(const std::string& condition, double now) {
 
 std::vector<std::string> ImageClipStore::deleteRowsLocked(const std::string& condition,
                                                           double now) {
-    sql::Statement st = db_.prepare("SELECT file, thumb FROM media WHERE " + condition);
+    sql::Statement st = db_.prepare("SELECT file, thumb, orig FROM media WHERE " + condition);
     std::vector<std::string> paths;
     while (st.step() == SQLITE_ROW)
-        paths.insert(paths.end(), {st.text(0), st.text(1)});
+        paths.insert(paths.end(), {st.text(0), st.text(1), st.optionalText(2).value_or("")});
     st = {};
     tombstoneLocked(condition, now);
     if (!db_.exec("DELETE FROM media WHERE " + condition))
@@ -443,27 +470,6 @@ std::vector<ImageClipStore::Item> ImageClipStore::fetchAll() {
                              st.int64(5), st.real(6), st.int64(7) != 0, st.optionalText(8),
                              st.optionalText(9)});
     return items;
-}
-
-std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
-    std::string path;
-    {
-        std::lock_guard lock(mutex_);
-        if (!ensureOpenLocked())
-            return std::nullopt;
-        sql::Statement st = db_.prepare("SELECT file FROM media WHERE id = ?");
-        st.bind(1, id);
-        if (st.step() != SQLITE_ROW)
-            return std::nullopt;
-        path = st.text(0);
-    }
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return std::nullopt;
-    Bytes data{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad())
-        return std::nullopt;
-    return data;
 }
 
 template <typename Edit>

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -30,6 +31,11 @@ namespace zettly {
 // Besides a damaged database moved aside, only the sweep logs: files that no
 // row names (left by a crash between writing a picture and committing its
 // row) are removed at the first open and after a failed save.
+//
+// A picture copied here is also kept as copied ("<id>.orig.<ext>", named in
+// the row's `orig` column) up to the size the user allows, so that picking
+// it pastes it at full quality. That file never leaves this computer: sync
+// exchanges the JPEG, and a row that arrived by sync has no original.
 class ImageClipStore {
 public:
     using Bytes = std::vector<std::uint8_t>;
@@ -49,6 +55,13 @@ public:
     };
 
     enum class SaveResult { saved, disabled, tooLarge, failed };
+
+    // A picture as it was copied, in the format it was copied in.
+    struct Original {
+        Bytes bytes;
+        std::string type;  // a pbtype image type, e.g. "image/png"
+        bool operator==(const Original&) const = default;
+    };
 
     static constexpr std::size_t maxInputBytes = 16 * 1024 * 1024;
     static constexpr int fullPixels = 1280;
@@ -75,12 +88,25 @@ public:
     // (a new screenshot of the same window) becomes that entry's new picture,
     // moved to the top with its name, pin, label and category. Called off the
     // main thread: it decodes and encodes.
-    SaveResult save(std::span<const std::uint8_t> data);
+    // `type` is the format the bytes were copied in (pbtype::png and the
+    // other image types capture reads); with one of those, and while the
+    // bytes are within the user's limit for originals, they are kept as
+    // they are beside the JPEG. Empty or another type keeps only the JPEG.
+    SaveResult save(std::span<const std::uint8_t> data, std::string_view type = {});
 
     // At most 100 pinned and 15 unpinned images, pinned ones outside any
     // category first, each group newest first; expired images are hidden.
     std::vector<Item> fetchAll();
     std::optional<Bytes> fileData(const std::string& id);
+    // The picture as it was copied; none when none was kept (over the limit,
+    // received by sync) or its file is gone or unreadable (logged), and the
+    // JPEG of fileData() stands in.
+    std::optional<Original> originalData(const std::string& id);
+    // The file name's ending kept for a copied type ("png" for image/png);
+    // none for types whose bytes are not kept.
+    static std::optional<std::string_view> originalExtension(std::string_view type);
+    // A kept copy is "<id>" + this + its ending, beside "<id>.jpg".
+    static constexpr std::string_view originalInfix = ".orig.";
 
     void setPinned(const std::string& id, bool pinned);
     void setCategory(const std::string& id, const std::optional<std::string>& category);
@@ -188,16 +214,27 @@ private:
     struct Files {
         std::string file;
         std::string thumb;
+        std::string original;  // empty when only the JPEG is kept
     };
 
     bool ensureOpenLocked();
+    // A path column of the row; none without the row or with NULL there.
+    std::optional<std::string> pathOf(const std::string& id, std::string_view column);
     // The full-size JPEG, its thumbnail and the fingerprint of a picture, as
     // stored; none when it cannot be read. Slow: call it without the lock.
     std::optional<ImageCodec::Reduced> reduceForHistory(std::span<const std::uint8_t> data);
-    // Writes a reduced picture's two files under a new id; none (and no
-    // files left) on failure.
+    // Writes a reduced picture's two files under a new id, and `original`
+    // (the copied bytes, already within the limit) when given with its
+    // extension; none (and no files left) on failure.
+    struct Copied {
+        std::span<const std::uint8_t> bytes;
+        std::string_view extension;
+    };
     std::optional<std::pair<std::string, Files>> writeFilesLocked(
-        const ImageCodec::Reduced& reduced);
+        const ImageCodec::Reduced& reduced, std::optional<Copied> original = std::nullopt);
+    // The copied bytes to keep beside the JPEG, if the type and the user's
+    // limit allow; an image over the limit is logged.
+    std::optional<Copied> keptOriginal(std::span<const std::uint8_t> data, std::string_view type);
     static void removeFiles(const std::vector<std::string>& paths);
     // Files in the image folder that no row names go; nothing does unless
     // every row could be read.

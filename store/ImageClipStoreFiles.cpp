@@ -1,13 +1,106 @@
-// Reclaiming picture files that no row of the image history names: what a
-// crash between writing a picture and committing its row leaves behind.
+// The image history's picture files beyond writing them: reading them back,
+// the copies kept as copied, and reclaiming files that no row names (what a
+// crash between writing a picture and committing its row leaves behind).
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <unordered_set>
 
 #include "platform/Log.h"
+#include "platform/Pasteboard.h"
+#include "store/ClipPrefs.h"
 #include "store/ImageClipStore.h"
 
 namespace zettly {
 
 namespace fs = std::filesystem;
+
+namespace {
+
+// The formats capture reads, each kept under an ending of its own so that
+// the file name alone tells the type back.
+constexpr std::pair<std::string_view, std::string_view> kOriginalEndings[] = {
+    {pbtype::png, "png"}, {pbtype::jpeg, "jpg"}, {pbtype::heic, "heic"}, {pbtype::tiff, "tiff"}};
+
+std::optional<std::string> typeOfOriginal(const fs::path& path) {
+    const std::string name = path.filename().string();
+    const auto at = name.rfind(ImageClipStore::originalInfix);
+    if (at == std::string::npos)
+        return std::nullopt;
+    const std::string_view ending =
+        std::string_view(name).substr(at + ImageClipStore::originalInfix.size());
+    for (auto [type, known] : kOriginalEndings)
+        if (known == ending)
+            return std::string(type);
+    return std::nullopt;
+}
+
+std::optional<ImageClipStore::Bytes> readWhole(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return std::nullopt;
+    ImageClipStore::Bytes data{std::istreambuf_iterator<char>(in), {}};
+    if (in.bad())
+        return std::nullopt;
+    return data;
+}
+
+}  // namespace
+
+std::optional<std::string_view> ImageClipStore::originalExtension(std::string_view type) {
+    for (auto [known, ending] : kOriginalEndings)
+        if (known == type)
+            return ending;
+    return std::nullopt;
+}
+
+std::optional<ImageClipStore::Copied> ImageClipStore::keptOriginal(
+    std::span<const std::uint8_t> data, std::string_view type) {
+    auto ending = originalExtension(type);
+    const std::int64_t limitMB = ClipPrefs(context_.defaults).imageOriginalLimitMB();
+    if (!ending || limitMB == 0)
+        return std::nullopt;
+    // A limit typed into the file by hand must not wrap around; no copy is
+    // anywhere near a terabyte.
+    const std::uint64_t limit = std::min<std::uint64_t>(limitMB, std::uint64_t{1} << 20) << 20;
+    if (static_cast<std::uint64_t>(data.size()) > limit) {
+        context_.log.line("[Zettly] a copied image of " + std::to_string(data.size()) +
+                          " bytes is kept only reduced: originals are kept up to " +
+                          std::to_string(limitMB) + " MB (Settings > Storage)");
+        return std::nullopt;
+    }
+    return Copied{data, *ending};
+}
+
+std::optional<std::string> ImageClipStore::pathOf(const std::string& id, std::string_view column) {
+    std::lock_guard lock(mutex_);
+    if (!ensureOpenLocked())
+        return std::nullopt;
+    sql::Statement st = db_.prepare("SELECT " + std::string(column) + " FROM media WHERE id = ?");
+    st.bind(1, id);
+    if (st.step() != SQLITE_ROW)
+        return std::nullopt;
+    return st.optionalText(0);
+}
+
+std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
+    auto path = pathOf(id, "file");
+    return path ? readWhole(*path) : std::nullopt;
+}
+
+std::optional<ImageClipStore::Original> ImageClipStore::originalData(const std::string& id) {
+    auto path = pathOf(id, "orig");
+    if (!path)
+        return std::nullopt;
+    auto type = typeOfOriginal(*path);
+    auto data = type ? readWhole(*path) : std::nullopt;
+    if (!data) {
+        context_.log.line("[Zettly] the image as copied (" + fs::path(*path).filename().string() +
+                          ") could not be read; its reduced copy is used");
+        return std::nullopt;
+    }
+    return Original{std::move(*data), std::move(*type)};
+}
 
 // Every file in the folder is written under the store's mutex right before
 // the statement that names it, and the upload's reduced copies live in the
@@ -21,11 +114,12 @@ void ImageClipStore::sweepOrphansLocked() {
     // pictures of rows written while the folder was reached by another path
     // (a moved home folder, a link).
     std::unordered_set<std::string> named;
-    sql::Statement rows = db_.prepare("SELECT file, thumb FROM media");
+    sql::Statement rows = db_.prepare("SELECT file, thumb, orig FROM media");
     int rc;
     while ((rc = rows.step()) == SQLITE_ROW)
-        for (int column : {0, 1})
-            named.insert(fs::path(rows.text(column)).filename().string());
+        for (int column : {0, 1, 2})
+            if (auto path = rows.optionalText(column))
+                named.insert(fs::path(*path).filename().string());
     rows = {};
     if (rc != SQLITE_DONE) {
         context_.log.line(std::string("[Zettly] clipmedia.sqlite could not be read (") +

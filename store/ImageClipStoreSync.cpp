@@ -165,7 +165,7 @@ bool ImageClipStore::syncStoreDownloaded(const std::string& rid,
 
     // A row of this name is a known image whose later version has another
     // picture: the row takes it and keeps the metadata syncApply merged.
-    sql::Statement known = db_.prepare("SELECT file, thumb FROM media WHERE rid = ?");
+    sql::Statement known = db_.prepare("SELECT file, thumb, orig FROM media WHERE rid = ?");
     known.bind(1, rid);
     int rc = known.step();
     if (rc != SQLITE_ROW && rc != SQLITE_DONE)
@@ -173,7 +173,7 @@ bool ImageClipStore::syncStoreDownloaded(const std::string& rid,
     const bool replacing = rc == SQLITE_ROW;
     std::vector<std::string> doomed;
     if (replacing)
-        doomed = {known.text(0), known.text(1)};
+        doomed = {known.text(0), known.text(1), known.optionalText(2).value_or("")};
     known = {};
 
     auto written = writeFilesLocked(*reduced);
@@ -184,8 +184,9 @@ bool ImageClipStore::syncStoreDownloaded(const std::string& rid,
     const bool stored =
         replacing
             ? sql::run(db_,
-                       "UPDATE media SET file = ?, thumb = ?, w = ?, h = ?, bytes = ?, fp = ? "
-                       "WHERE rid = ?",
+                       // The copy kept here was of the picture it replaces.
+                       "UPDATE media SET file = ?, thumb = ?, orig = NULL, w = ?, h = ?, bytes = "
+                       "?, fp = ? WHERE rid = ?",
                        files.file, files.thumb, width, height, bytes, fp, rid)
             : sql::run(db_,
                        "INSERT INTO media(id, file, thumb, w, h, bytes, created, pinned, "
@@ -213,11 +214,12 @@ bool ImageClipStore::syncApplyDeletion(const std::string& rid) {
     sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
     if (!tx.begun())
         return false;
-    sql::Statement st = db_.prepare("SELECT file, thumb FROM media WHERE rid = ? AND dirty = 0");
+    sql::Statement st =
+        db_.prepare("SELECT file, thumb, orig FROM media WHERE rid = ? AND dirty = 0");
     st.bind(1, rid);
     std::vector<std::string> paths;
     while (st.step() == SQLITE_ROW)
-        paths.insert(paths.end(), {st.text(0), st.text(1)});
+        paths.insert(paths.end(), {st.text(0), st.text(1), st.optionalText(2).value_or("")});
     st = {};
     // A row edited here since its last upload outlives the deletion: the
     // edit is newer, and its upload brings the image back on the other devices.

@@ -10,6 +10,8 @@ inline constexpr std::string_view clipboardEnabled = "clipboardEnabled";
 inline constexpr std::string_view clipboardLimit = "clipboardLimit";
 inline constexpr std::string_view clipboardRetentionMinutes = "clipboardRetentionMinutes";
 inline constexpr std::string_view saveImages = "saveImages";
+// The largest copied image, in MiB, kept as copied beside its JPEG; 0 keeps none.
+inline constexpr std::string_view imageOriginalLimitMB = "imageOriginalLimitMB";
 inline constexpr std::string_view clearOnQuit = "clearOnQuit";
 inline constexpr std::string_view pasteAutomatically = "pasteAutomatically";
 // The user's paste shortcut per application, "<app id>=<chord>" each (the

@@ -176,7 +176,16 @@ void GnomePasteboard::writeString(std::string_view text) {
     write(kTextType, QByteArray(text.data(), static_cast<qsizetype>(text.size())));
 }
 
-bool GnomePasteboard::writeImage(std::span<const std::uint8_t> data) {
+bool GnomePasteboard::writeImage(std::span<const std::uint8_t> data, std::string_view type) {
+    // One format per owner, PNG: a PNG goes out as it is.
+    if (type == kImageType) {
+        QByteArray raw(reinterpret_cast<const char*>(data.data()),
+                       static_cast<qsizetype>(data.size()));
+        if (QImage::fromData(raw).isNull())
+            return false;
+        write(kImageType, raw);
+        return true;
+    }
     QImage image;
     if (!image.loadFromData(data.data(), static_cast<int>(data.size())))
         return false;

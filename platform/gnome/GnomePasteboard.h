@@ -43,7 +43,7 @@ public:
 
     void clear() override;
     void writeString(std::string_view text) override;
-    bool writeImage(std::span<const std::uint8_t> data) override;
+    bool writeImage(std::span<const std::uint8_t> data, std::string_view type) override;
 
     // The extension's signal, also called by tests: `serial` is the owner
     // change, `types` what the new owner offers.

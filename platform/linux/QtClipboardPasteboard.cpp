@@ -3,6 +3,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QImage>
+#include <QMimeData>
 
 namespace zettly {
 
@@ -38,12 +39,18 @@ void QtClipboardPasteboard::writeString(std::string_view text) {
                          QClipboard::Clipboard);
 }
 
-bool QtClipboardPasteboard::writeImage(std::span<const std::uint8_t> data) {
-    QImage image = QImage::fromData(data.data(), static_cast<int>(data.size()));
+bool QtClipboardPasteboard::writeImage(std::span<const std::uint8_t> data, std::string_view type) {
+    QByteArray raw(reinterpret_cast<const char*>(data.data()), static_cast<qsizetype>(data.size()));
+    QImage image = QImage::fromData(raw);
     if (image.isNull())
         return false;
-    // Qt then offers it as image/png and the other formats it can encode.
-    clipboard()->setImage(image, QClipboard::Clipboard);
+    // Qt answers a format from the data set for it before encoding the
+    // image: the bytes' own type goes out unchanged, the others (image/png
+    // among them) are encoded when asked for.
+    auto* mime = new QMimeData;
+    mime->setData(QString::fromUtf8(type.data(), static_cast<qsizetype>(type.size())), raw);
+    mime->setImageData(image);
+    clipboard()->setMimeData(mime, QClipboard::Clipboard);
     return true;
 }
 

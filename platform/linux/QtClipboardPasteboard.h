@@ -20,7 +20,7 @@ public:
 
     void clear() override;
     void writeString(std::string_view text) override;
-    bool writeImage(std::span<const std::uint8_t> data) override;
+    bool writeImage(std::span<const std::uint8_t> data, std::string_view type) override;
 
 protected:
     explicit QtClipboardPasteboard(QObject* parent = nullptr);

@@ -2,7 +2,6 @@
 
 #include <QBuffer>
 #include <QImageWriter>
-#include <QMimeDatabase>
 #include <QString>
 #include <algorithm>
 
@@ -42,7 +41,8 @@ std::shared_ptr<ClipPayload> ClipPayload::text(std::string_view utf8) {
     return payload;
 }
 
-std::shared_ptr<ClipPayload> ClipPayload::image(std::span<const std::uint8_t> encoded) {
+std::shared_ptr<ClipPayload> ClipPayload::image(std::span<const std::uint8_t> encoded,
+                                                std::string_view type) {
     QByteArray raw(reinterpret_cast<const char*>(encoded.data()),
                    static_cast<qsizetype>(encoded.size()));
     QImage image = QImage::fromData(raw);
@@ -52,11 +52,8 @@ std::shared_ptr<ClipPayload> ClipPayload::image(std::span<const std::uint8_t> en
     payload->image_ = std::move(image);
     // The bytes as they came are the image's own format, offered first so
     // that a reader asking for it gets them unchanged.
-    QString own = QMimeDatabase().mimeTypeForData(raw).name();
-    if (own.startsWith(QLatin1String("image/"))) {
-        payload->types_.push_back(own.toStdString());
-        payload->ready_.emplace(own.toStdString(), toBytes(raw));
-    }
+    payload->types_.emplace_back(type);
+    payload->ready_.emplace(std::string(type), toBytes(raw));
     QList<QByteArray> writable = QImageWriter::supportedMimeTypes();
     for (std::string_view type : kImageTypes) {
         bool canWrite =

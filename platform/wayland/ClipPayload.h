@@ -23,8 +23,10 @@ public:
     using Bytes = std::vector<std::uint8_t>;
 
     static std::shared_ptr<ClipPayload> text(std::string_view utf8);
-    // None when the bytes are no image Qt can read.
-    static std::shared_ptr<ClipPayload> image(std::span<const std::uint8_t> encoded);
+    // None when the bytes are no image Qt can read. `type` names the
+    // bytes' own format, offered first with the bytes unchanged.
+    static std::shared_ptr<ClipPayload> image(std::span<const std::uint8_t> encoded,
+                                              std::string_view type);
 
     // In the order they are offered, the most faithful first.
     const std::vector<std::string>& types() const { return types_; }

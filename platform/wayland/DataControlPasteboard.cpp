@@ -266,8 +266,8 @@ void DataControlPasteboard::writeString(std::string_view text) {
     write(ClipPayload::text(text));
 }
 
-bool DataControlPasteboard::writeImage(std::span<const std::uint8_t> data) {
-    auto payload = ClipPayload::image(data);
+bool DataControlPasteboard::writeImage(std::span<const std::uint8_t> data, std::string_view type) {
+    auto payload = ClipPayload::image(data, type);
     if (!payload)
         return false;
     write(std::move(payload));

@@ -56,7 +56,7 @@ public:
 
     void clear() override;
     void writeString(std::string_view text) override;
-    bool writeImage(std::span<const std::uint8_t> data) override;
+    bool writeImage(std::span<const std::uint8_t> data, std::string_view type) override;
 
 private:
     // What the event thread shares with the clipboard (DataControlPasteboard.cpp).

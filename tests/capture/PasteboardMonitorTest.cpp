@@ -236,10 +236,10 @@ TEST_F(Capture, OwnWritesAreNotCapturedAndATextPickMovesItsEntryToTheTop) {
     EXPECT_EQ(pasteboard.text(), "first");
     EXPECT_THAT(history(), ElementsAre("first", "second"));
     expectChangeConsumed();
-    monitor.copyImageFromHistory(test::jpeg(30, 20, test::gradient(30)));
+    EXPECT_TRUE(monitor.copyImageFromHistory(test::jpeg(30, 20, test::gradient(30)), pbtype::jpeg));
     expectChangeConsumed();
     // Bytes that are no image leave the clipboard empty, and that emptying is ours too.
-    monitor.copyImageFromHistory(bytes("not an image at all"));
+    EXPECT_FALSE(monitor.copyImageFromHistory(bytes("not an image at all"), pbtype::png));
     EXPECT_TRUE(pasteboard.empty());
     expectChangeConsumed();
     copyAndPoll("third");

@@ -76,13 +76,13 @@ public:
         entries_ = {{"text/plain;charset=utf-8", Bytes(text.begin(), text.end())}};
         changed();
     }
-    bool writeImage(std::span<const std::uint8_t> data) override {
+    bool writeImage(std::span<const std::uint8_t> data, std::string_view type) override {
         // Enough of an image check for the monitor's purpose: JPEG or PNG magic.
         bool image = data.size() > 3 &&
                      ((data[0] == 0xff && data[1] == 0xd8) || (data[0] == 0x89 && data[1] == 'P'));
         if (!image)
             return false;
-        entries_ = {{"image/png", Bytes(data.begin(), data.end())}};
+        entries_ = {{std::string(type), Bytes(data.begin(), data.end())}};
         changed();
         return true;
     }

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -219,6 +221,36 @@ TEST_F(Pick, ThePasteFollowsAfterADelayAltInvertsThePreferenceAndTheUsersChordWi
     queue.advance(1);
     EXPECT_EQ(desktop.pastes.size(), expected + 1);
     EXPECT_EQ(pasteboard.text(), "ls -la");
+}
+
+TEST_F(Pick, AnImageGoesBackAsCopiedWhileItsOriginalReadsAndAsTheReducedJpegOtherwise) {
+    const test::Bytes photo = test::png(4000, 3000, test::gradient(4000));
+    env.clock.advance(1);
+    // As capture stores it: the copied bytes with the type they were read as.
+    pasteboard.copy({{"image/png", photo}});
+    monitor.poll();
+    reader.runAll();
+    executor.runAll();
+    ASSERT_EQ(images.fetchAll().size(), 1u);
+    const ImageClipStore::Item item = images.fetchAll().front();
+    const auto original = images.originalData(item.id);
+    ASSERT_TRUE(original);
+
+    controller.pick(PopupModel::Entry{item}, false);
+    EXPECT_EQ(pasteboard.types().value, std::vector<std::string>{"image/png"});
+    EXPECT_EQ(pasteboard.data("image/png").value, photo);
+    // Our own write: not captured as a new image.
+    monitor.poll();
+    EXPECT_EQ(reader.pendingCount(), 0u);
+
+    std::filesystem::remove(std::filesystem::path(images.fetchAll().front().file).parent_path() /
+                            (std::filesystem::path(item.file).stem().string() + ".orig.png"));
+    controller.pick(PopupModel::Entry{item}, false);
+    EXPECT_EQ(pasteboard.types().value, std::vector<std::string>{"image/jpeg"});
+    EXPECT_EQ(pasteboard.data("image/jpeg").value, images.fileData(item.id).value());
+    monitor.poll();
+    EXPECT_EQ(reader.pendingCount(), 0u);
+    EXPECT_EQ(images.fetchAll().size(), 1u);
 }
 
 TEST_F(Window, OpeningOverOurOwnWindowKeepsTheWindowToPasteInto) {

@@ -137,6 +137,27 @@ TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesS
     EXPECT_EQ(env.defaults.integer(prefkey::clipboardRetentionMinutes), 90);
 }
 
+TEST_F(SettingsPagesTest, TheLimitForImagesAsCopiedIsStoredOffIsZeroAndItFollowsTheImageSwitch) {
+    StoragePage page(context);
+    EXPECT_EQ(entries(page.originalLimitPicker()), QStringList({"Off", "5 MB", "10 MB", "16 MB"}));
+    EXPECT_EQ(page.originalLimitPicker()->currentText(), "10 MB");
+    pick(page.originalLimitPicker(), "Off");
+    EXPECT_EQ(env.defaults.integer(prefkey::imageOriginalLimitMB), 0);
+    EXPECT_TRUE(env.defaults.contains(prefkey::imageOriginalLimitMB));
+    EXPECT_EQ(ClipPrefs(env.defaults).imageOriginalLimitMB(), 0);
+    pick(page.originalLimitPicker(), "16 MB");
+    EXPECT_EQ(env.defaults.integer(prefkey::imageOriginalLimitMB), 16);
+
+    env.defaults.setInteger(prefkey::imageOriginalLimitMB, 7);
+    page.reload();
+    EXPECT_EQ(page.originalLimitPicker()->currentText(), "7 MB");
+    EXPECT_EQ(page.originalLimitPicker()->currentIndex(), 2);
+    QTest::keyClick(page.saveImagesSwitch(), Qt::Key_Space);
+    EXPECT_FALSE(page.originalLimitPicker()->isEnabled());
+    QTest::keyClick(page.saveImagesSwitch(), Qt::Key_Space);
+    EXPECT_TRUE(page.originalLimitPicker()->isEnabled());
+}
+
 TEST_F(SettingsPagesTest, ClearHistoryAsksFirstAndKeepsPinnedTextsAndImages) {
     test::start();
     texts.insert("kept because pinned");

@@ -11,9 +11,7 @@
 
 #include "store/ImageClipStore.h"
 #include "store/ImageCodec.h"
-#include "tests/fakes/SqlRows.h"
-#include "tests/fakes/StoreFixture.h"
-#include "tests/fakes/TestImages.h"
+#include "tests/fakes/ImageHistoryFixture.h"
 
 namespace zettly {
 namespace {
@@ -25,6 +23,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Result = ImageClipStore::SaveResult;
 using test::Bytes;
+using test::contents;
+using test::numbered;
 using test::Rgba;
 using test::Row;
 
@@ -33,10 +33,6 @@ constexpr std::int64_t MiB = 1024 * 1024;
 bool near(Rgba a, Rgba b) {
     auto close = [](int x, int y) { return std::abs(x - y) < 40; };
     return close(a.r, b.r) && close(a.g, b.g) && close(a.b, b.b);
-}
-Bytes contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 bool isJpeg(const Bytes& bytes) {
     return bytes.size() > 2 && bytes[0] == 0xFF && bytes[1] == 0xD8;
@@ -48,28 +44,13 @@ std::string recordName(std::string id) {
 bool removed(const Row& files) {
     return !fs::exists(files.at(0)) && !fs::exists(files.at(1));
 }
-// A distinct picture per number: sizes differ, so no two are ever taken for one image.
-Bytes numbered(int n) {
-    return test::png(20 + n, 20, test::solid({200, 100, 50}));
-}
-
-class ImageHistory : public ::testing::Test {
+class ImageHistory : public test::ImageHistoryFixture {
 protected:
-    test::StoreEnvironment env;
-    ImageClipStore store{env.context()};
-
-    fs::path folder() const { return env.library() / "clipmedia"; }
-    std::vector<Row> sql(const std::string& query) {
-        return test::rows(env.library() / "clipmedia.sqlite", query);
-    }
     Row row(const std::string& id, const std::string& columns) {
         auto found = sql("SELECT " + columns + " FROM media WHERE id = '" + id + "'");
         return found.empty() ? Row{} : found[0];
     }
     std::string count() { return sql("SELECT COUNT(*) FROM media")[0][0]; }
-    std::size_t files() const {
-        return fs::exists(folder()) ? std::distance(fs::directory_iterator(folder()), {}) : 0;
-    }
     std::string now() const { return std::to_string(static_cast<std::int64_t>(env.clock.now())); }
     // Saves a second later than the last save and gives the id of the row now at the top.
     std::string save(const Bytes& data) {

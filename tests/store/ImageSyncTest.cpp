@@ -8,9 +8,7 @@
 
 #include "store/ImageClipStore.h"
 #include "store/ImageCodec.h"
-#include "tests/fakes/SqlRows.h"
-#include "tests/fakes/StoreFixture.h"
-#include "tests/fakes/TestImages.h"
+#include "tests/fakes/ImageHistoryFixture.h"
 
 namespace zettly {
 namespace {
@@ -21,20 +19,15 @@ using ::testing::IsEmpty;
 using Apply = ImageClipStore::ApplyResult;
 using SyncImage = ImageClipStore::SyncImage;
 using test::Bytes;
+using test::contents;
+using test::numbered;
 using test::Row;
 
-Bytes contents(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 // As the sender's store computes it for its own file.
 Bytes fingerprint(const Bytes& picture) {
     auto reduced = ImageCodec::reduce(picture, ImageClipStore::fullPixels, std::nullopt, true);
     const auto& hash = reduced.value().fingerprint.value();
     return {hash.begin(), hash.end()};
-}
-Bytes numbered(int n) {  // sizes differ, so no two are taken for one picture
-    return test::png(20 + n, 20, test::solid({200, 100, 50}));
 }
 std::string whole(double t) {
     return std::to_string(static_cast<std::int64_t>(t));
@@ -43,21 +36,11 @@ SyncImage remote(const std::string& rid, double created) {
     return {.rid = rid, .created = created, .modified = created, .width = 40, .height = 30};
 }
 
-class ImageSync : public ::testing::Test {
+class ImageSync : public test::ImageHistoryFixture {
 protected:
-    test::StoreEnvironment env;
-    ImageClipStore store{env.context()};
-
-    std::vector<Row> sql(const std::string& query) {
-        return test::rows(env.library() / "clipmedia.sqlite", query);
-    }
     Row row(const std::string& rid, const std::string& columns) {
         auto found = sql("SELECT " + columns + " FROM media WHERE rid = '" + rid + "'");
         return found.empty() ? Row{} : found[0];
-    }
-    std::size_t files() const {
-        fs::path folder = env.library() / "clipmedia";
-        return fs::exists(folder) ? std::distance(fs::directory_iterator(folder), {}) : 0;
     }
     // Captures a picture a second after the last one and gives it as it would be uploaded.
     SyncImage capture(const Bytes& picture) {

@@ -69,6 +69,20 @@ TEST_F(Preferences, NothingStoredOrValuesOfAnotherKindOrOutOfRangeGiveTheDefault
     EXPECT_EQ(prefs.hotKey(), (HotKeyCombo{49, 0}));
 }
 
+TEST_F(Preferences, TheLimitForImagesAsCopiedTakesZeroAsOffAndOnlyAbsentOrBadValuesAsTheDefault) {
+    EXPECT_EQ(prefs.imageOriginalLimitMB(), ClipPrefs::defaultImageOriginalLimitMB);
+    defaults.setString(prefkey::imageOriginalLimitMB, "5");
+    EXPECT_EQ(prefs.imageOriginalLimitMB(), ClipPrefs::defaultImageOriginalLimitMB);
+    defaults.setInteger(prefkey::imageOriginalLimitMB, -3);
+    EXPECT_EQ(prefs.imageOriginalLimitMB(), ClipPrefs::defaultImageOriginalLimitMB);
+    prefs.setImageOriginalLimitMB(0);
+    EXPECT_EQ(prefs.imageOriginalLimitMB(), 0);
+    prefs.setImageOriginalLimitMB(-8);
+    EXPECT_EQ(defaults.integer(prefkey::imageOriginalLimitMB), 0);
+    prefs.setImageOriginalLimitMB(50);
+    EXPECT_EQ(prefs.imageOriginalLimitMB(), 50);
+}
+
 TEST_F(Preferences, PopupSizeIsClampedOnWriteAndOnReadAndASideWithNoUsableNumberIsTheDefault) {
     prefs.setPopupSize({1000, 200});
     EXPECT_EQ(defaults.doubleObject(prefkey::popupWidth), 600.0);

@@ -8,6 +8,7 @@
 
 #include "sync/ClipRecords.h"
 #include "tests/fakes/StoreFixture.h"
+#include "tests/fakes/TestImages.h"
 
 namespace zettly {
 namespace {
@@ -155,6 +156,25 @@ TEST_F(ImageUpload, SmallImagesGoAsTheyAreLargeOnesAreReducedAndTooLargeOnesStay
     auto unreadable = upload(3'000'000);
     EXPECT_TRUE(!unreadable.record && !unreadable.tooLarge)
         << "a failed reduction is retried later";
+}
+
+// The picture kept as copied is for pasting here: the record carries the
+// history's JPEG, and nothing else of the picture.
+TEST(ImageRecord, ACapturedPictureGoesAsItsJpegNeverAsTheCopyKeptAsCopied) {
+    test::StoreEnvironment env;
+    test::TempDir scratch;
+    ImageClipStore images{env.context()};
+    const Bytes photo = test::png(2400, 1800, test::gradient(2400));
+    ASSERT_EQ(images.save(photo, "image/png"), ImageClipStore::SaveResult::saved);
+    const std::string id = images.fetchAll().at(0).id;
+    ASSERT_EQ(images.originalData(id)->bytes, photo);
+
+    auto built = ClipRecords::record(images.syncPending(1).images.at(0), images, scratch.path());
+    ASSERT_TRUE(built.record);
+    EXPECT_EQ(built.record->encryptedFields.at("data"), CloudValue(images.fileData(id).value()));
+    for (const CloudFields* fields : {&built.record->fields, &built.record->encryptedFields})
+        for (const auto& [name, value] : *fields)
+            EXPECT_NE(value, CloudValue(photo)) << name;
 }
 
 }  // namespace

@@ -186,9 +186,9 @@ TEST_F(DataControlTest, OurTextIsOfferedInEveryTextFormatAndCountsAsOneChangeOfO
 TEST_F(DataControlTest, OurImageIsOfferedAsItCameAndAsPng) {
     connect();
     Bytes jpeg = encoded(picture(), "JPEG");
-    EXPECT_FALSE(pasteboard_->writeImage(bytes("no picture")));
+    EXPECT_FALSE(pasteboard_->writeImage(bytes("no picture"), "image/png"));
     EXPECT_EQ(pasteboard_->changeCount(), 0);
-    ASSERT_TRUE(pasteboard_->writeImage(jpeg));
+    ASSERT_TRUE(pasteboard_->writeImage(jpeg, "image/jpeg"));
     ASSERT_TRUE(compositor_->waitForSelectionChanges(1));
     auto types = *compositor_->selectionTypes();
     ASSERT_FALSE(types.empty());
