@@ -84,6 +84,9 @@ void AppDelegate::applicationDidFinishLaunching() {
         });
     };
 
+    if (PasteboardMonitor::migrateIgnoredApps(defaults_))
+        StderrLog::instance().line(
+            "[Zettly] the ignored applications no longer list macOS ids; yours are kept");
     monitor_ = std::make_unique<PasteboardMonitor>(PasteboardMonitor::Dependencies{
         platform_.pasteboard(), platform_.workspace(), mainQueue_, clipboardReads_, background_,
         texts_, images_, defaults_, SystemClock::instance(), StderrLog::instance()});
@@ -101,6 +104,7 @@ void AppDelegate::applicationDidFinishLaunching() {
     popup_->onShowAbout = [this] { openSettings(SettingsWindow::Tab::about); };
     popup_->onCheckForUpdates = [this] { updater_.checkForUpdates(); };
     window_->pasteAutomatically = [this] { return ClipPrefs(defaults_).pasteAutomatically(); };
+    window_->setUpdatesConfigured(updater_.configured());
     window_->setController(popup_.get());
     popup_->onOpened = [this] { sync_->syncInBackground("window"); };
     sync_->didChange = [this] {
@@ -206,11 +210,8 @@ SettingsContext AppDelegate::settingsContext() {
     context.limitations = [this] { return platform_.limitations(); };
     context.hasRemedy = [this](Limitation limitation) { return platform_.hasRemedy(limitation); };
     context.remedy = [this](Limitation limitation) { remedy(limitation); };
-    context.runningApps = [this] {
-        std::vector<RunningApp> apps = platform_.workspace().runningApplications();
-        std::erase_if(apps, [](const RunningApp& app) { return app.appId == AppIdentifier; });
-        return apps;
-    };
+    // The button leaves out Zettly's own windows and the desktop's panels.
+    context.runningApps = [this] { return platform_.workspace().runningApplications(); };
     context.syncSettingsChanged = [this] {
         updateSyncCadence();
         sync_->syncSoon("settings", 0.5);
@@ -287,43 +288,27 @@ void AppDelegate::openSettings(SettingsWindow::Tab tab) {
 void AppDelegate::buildTrayMenu() {
     // Some panels open the menu on any click and never report one, and
     // where the shortcut could not be had this may be the only way in.
-    //: Tray menu item, the first: opens the history window, as the shortcut does.
-    connect(trayMenu_.addAction(tr("Show History")), &QAction::triggered, this,
-            [this] { showHistory(); });
-    // Shown while a step can lift what keeps Zettly from working here.
-    remedyAction_ = trayMenu_.addAction(QString());
-    remedyAction_->setVisible(false);
-    connect(remedyAction_, &QAction::triggered, this, [this] {
+    TrayMenu::Hooks hooks;
+    hooks.newest = [this] { return TrayMenu::newestEntries(texts_, images_); };
+    hooks.aboutToShow = [this] { popup_->rememberFrontWindow(); };
+    // As if chosen in the history window: copied, and pasted into the
+    // window in front when the user wants that.
+    hooks.pick = [this](const PopupModel::Entry& entry) { popup_->pick(entry, false); };
+    hooks.showHistory = [this] { showHistory(); };
+    // Alt-click and Alt+Shift-click do the same, but not every panel passes
+    // modifier keys on, and some window managers keep Alt-click for moving.
+    hooks.togglePause = [this] { statusClicked(Qt::AltModifier); };
+    hooks.skipNext = [this] { statusClicked(Qt::AltModifier | Qt::ShiftModifier); };
+    hooks.openSettings = [this] { openSettings(SettingsWindow::Tab::general); };
+    if (updater_.configured())
+        hooks.checkForUpdates = [this] { updater_.checkForUpdates(); };
+    hooks.quit = [] { QCoreApplication::quit(); };
+    hooks.remedy = [this] {
         if (auto limitation = remedyLimitation())
             remedy(*limitation);
-    });
-    trayMenu_.addSeparator();
-    // Alt-click and Alt+Shift-click do the same, but not every panel passes
-    // modifier keys on, so the menu offers them too.
-    pauseAction_ = trayMenu_.addAction(QString());
-    connect(pauseAction_, &QAction::triggered, this, [this] { statusClicked(Qt::AltModifier); });
-    skipAction_ = trayMenu_.addAction(
-        //: Tray menu item: do not save the next copy (Alt+Shift-click does the same).
-        tr("Skip Next Copy"));
-    connect(skipAction_, &QAction::triggered, this,
-            [this] { statusClicked(Qt::AltModifier | Qt::ShiftModifier); });
-    trayMenu_.addSeparator();
-    //: Tray menu item that opens the settings window.
-    connect(trayMenu_.addAction(tr("Settings\u2026")), &QAction::triggered, this,
-            [this] { openSettings(SettingsWindow::Tab::general); });
-    if (updater_.configured())
-        //: Tray menu item.
-        updatesAction_ = trayMenu_.addAction(tr("Check for Updates\u2026"));
-    else
-        //: Tray menu item, greyed out, when this build has no update feed.
-        updatesAction_ = trayMenu_.addAction(tr("Updates Not Set Up"));
-    updatesAction_->setEnabled(updater_.configured());
-    connect(updatesAction_, &QAction::triggered, this, [this] { updater_.checkForUpdates(); });
-    trayMenu_.addSeparator();
-    //: Tray menu item that quits the application.
-    connect(trayMenu_.addAction(tr("Quit Zettly")), &QAction::triggered, qApp,
-            &QCoreApplication::quit);
-    tray_.setContextMenu(&trayMenu_);
+    };
+    trayMenu_ = std::make_unique<TrayMenu>(std::move(hooks));
+    tray_.setContextMenu(&trayMenu_->menu());
 }
 
 void AppDelegate::statusClicked(Qt::KeyboardModifiers modifiers) {
@@ -414,19 +399,11 @@ void AppDelegate::updateIcon() {
     if (!limits.isEmpty())
         tip += QLatin1Char('\n') + limits.join(QLatin1Char('\n'));
     tray_.setToolTip(tip);
-    if (remedyAction_) {
+    if (trayMenu_) {
         auto limitation = remedyLimitation();
-        remedyAction_->setVisible(limitation.has_value());
-        if (limitation)
-            remedyAction_->setText(GeneralPage::remedyLabel(*limitation));
+        trayMenu_->setRemedyLabel(limitation ? GeneralPage::remedyLabel(*limitation) : QString());
+        trayMenu_->setCaptureState(paused, skip);
     }
-    if (paused)
-        //: Tray menu item that resumes saving copies.
-        pauseAction_->setText(tr("Resume Capture"));
-    else
-        //: Tray menu item that pauses saving copies (Alt-click does the same).
-        pauseAction_->setText(tr("Pause Capture"));
-    skipAction_->setEnabled(!skip);
 }
 
 void AppDelegate::secondLaunch() {

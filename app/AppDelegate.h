@@ -1,13 +1,12 @@
 #pragma once
 
-#include <QAction>
-#include <QMenu>
 #include <QObject>
 #include <QSystemTrayIcon>
 #include <memory>
 
 #include "app/DesktopNotice.h"
 #include "app/SyncBackend.h"
+#include "app/TrayMenu.h"
 #include "capture/PasteboardMonitor.h"
 #include "platform/GlobalHotKey.h"
 #include "platform/Platform.h"
@@ -110,12 +109,9 @@ private:
     // Declared after sync_ so that it goes first: its thread finishes the
     // pass in flight while the engine still exists.
     SerialExecutor syncExecutor_;
+    // Before the icon, which shows it: the icon goes first.
+    std::unique_ptr<TrayMenu> trayMenu_;
     QSystemTrayIcon tray_;
-    QMenu trayMenu_;
-    QAction* pauseAction_ = nullptr;
-    QAction* skipAction_ = nullptr;
-    QAction* updatesAction_ = nullptr;
-    QAction* remedyAction_ = nullptr;
     DesktopNotice notice_;
     // Its own, so that it does not replace the notice above.
     DesktopNotice storageNotice_;

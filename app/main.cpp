@@ -32,6 +32,7 @@
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/StoreHealth.h"
+#include "ui/Look.h"
 
 namespace {
 
@@ -164,6 +165,7 @@ int runApplication(Options& options, const zettly::BackendChoice& choice, bool& 
     QApplication::setDesktopFileName(
         QString::fromUtf8(zettly::AppIdentifier.data(), zettly::AppIdentifier.size()));
     QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setPalette(zettly::look::settledPalette(QApplication::palette()));
 
     zettly::SingleInstance instance;
     if (!instance.claim()) {

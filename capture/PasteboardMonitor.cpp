@@ -8,11 +8,13 @@
 #include <unicode/utext.h>
 
 #include "platform/Clock.h"
+#include "platform/Defaults.h"
 #include "platform/Log.h"
 #include "platform/Unicode.h"
 #include "store/ClipPrefs.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
+#include "store/PrefKeys.h"
 
 namespace zettly {
 
@@ -52,14 +54,11 @@ CompiledPattern compilePattern(std::string_view pattern, UErrorCode& status, UPa
 }  // namespace
 
 const std::vector<std::string>& PasteboardMonitor::builtInIgnoredApps() {
+    // Password managers and the desktop's own keyrings as Linux names them:
+    // Flatpak or desktop-file ids and their WM_CLASS.
     static const std::vector<std::string> apps = {
-        "com.1password.1password",
-        "com.agilebits.onepassword7",
+        // Bitwarden's Flathub id.
         "com.bitwarden.desktop",
-        "com.apple.keychainaccess",
-        "com.apple.Passwords",
-        // The same password managers (and the desktop's own keyrings) as
-        // Linux names them: Flatpak or desktop-file ids and their WM_CLASS.
         "org.keepassxc.KeePassXC",
         "KeePassXC",
         "Bitwarden",
@@ -74,6 +73,26 @@ const std::vector<std::string>& PasteboardMonitor::builtInIgnoredApps() {
         "kwalletmanager5",
     };
     return apps;
+}
+
+bool PasteboardMonitor::migrateIgnoredApps(Defaults& defaults) {
+    static const std::unordered_set<std::string> macIds = {
+        "com.1password.1password", "com.agilebits.onepassword7", "com.apple.keychainaccess",
+        "com.apple.Passwords"};
+    std::optional<std::vector<std::string>> stored = ClipPrefs(defaults).ignoredApps();
+    if (!stored)
+        return false;
+    std::vector<std::string> apps = *stored;
+    if (std::erase_if(apps, [](const std::string& app) { return macIds.contains(app); }) == 0)
+        return false;
+    const std::vector<std::string>& builtIn = builtInIgnoredApps();
+    const bool anyBuiltIn = std::any_of(apps.begin(), apps.end(), [&](const std::string& app) {
+        return std::find(builtIn.begin(), builtIn.end(), app) != builtIn.end();
+    });
+    if (!anyBuiltIn)
+        apps.insert(apps.begin(), builtIn.begin(), builtIn.end());
+    defaults.setStringArray(prefkey::ignoredApps, apps);
+    return true;
 }
 
 struct PasteboardMonitor::Reading : std::enable_shared_from_this<Reading> {

@@ -65,6 +65,11 @@ public:
                                                                    pbtype::heic, pbtype::tiff};
     // Used only while the user has never stored a list of their own.
     static const std::vector<std::string>& builtInIgnoredApps();
+    // Earlier versions' built-in list held macOS bundle ids, and a list the
+    // user stored started as a copy of it: those ids go, the user's own
+    // entries stay, and a list left without any Linux password manager gets
+    // the built-in ones. True when the stored list changed.
+    static bool migrateIgnoredApps(Defaults& defaults);
 
     // Where the clipboard does not say when it changed.
     static constexpr double pollInterval = 0.5;

@@ -24,12 +24,16 @@ PopupController::~PopupController() {
 
 // ---- window ---------------------------------------------------------------
 
-void PopupController::open(const std::optional<popupgeometry::Anchor>& anchor) {
+void PopupController::rememberFrontWindow() {
     // Opening over our own Settings window must still paste into the last
     // other application.
     std::optional<AppWindow> front = deps_.desktop.frontmostWindow();
     if (front && front->appId != deps_.ownAppId)
         previousApp_ = front;
+}
+
+void PopupController::open(const std::optional<popupgeometry::Anchor>& anchor) {
+    rememberFrontWindow();
 
     std::weak_ptr<PopupController*> weak = self_;
     model_.onSelectionChanged = [weak] {

@@ -79,6 +79,9 @@ public:
     bool keyMonitorActive() const { return keyMonitor_ && !modalActive_; }
 
     void pick(const PopupModel::Entry& entry, bool invert);
+    // The window a pick pastes into, unless it is one of ours. Opening does
+    // it; a pick from outside the window (the tray menu) asks for it first.
+    void rememberFrontWindow();
     void selectionChanged();
 
     // From the view: the window lost the keyboard; the user resized it.

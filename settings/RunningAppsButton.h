@@ -23,6 +23,14 @@ public:
                       std::function<bool(const std::string& appId)> listed,
                       QWidget* parent = nullptr);
 
+    // The windows worth offering: one entry per application, none of
+    // Zettly's own (`ownIds`, compared without case: the app id and the
+    // WM_CLASS Qt gives its windows), and none of the desktop's panels,
+    // docks, desktop icons or window manager, whose copies are never the
+    // user's to ignore.
+    static std::vector<RunningApp> offered(std::vector<RunningApp> apps,
+                                           const std::vector<std::string>& ownIds);
+
 Q_SIGNALS:
     void picked(const QString& appId);
 

@@ -1,10 +1,14 @@
 #include "settings/SettingsWindow.h"
 
+#include <QCursor>
 #include <QFrame>
+#include <QGuiApplication>
 #include <QKeyEvent>
 #include <QKeySequence>
+#include <QScreen>
 #include <QScrollArea>
 #include <QShortcut>
+#include <QTabBar>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -56,11 +60,18 @@ SettingsWindow::SettingsWindow(SettingsContext context, QWidget* parent)
     //: Settings tab: version, links and licences.
     tabs_->addTab(scrollable(about_), tr("About"));
     tabs_->setDocumentMode(true);
+    // Every tab in view and in full: behind scroll arrows a tab is easily
+    // never found (German's "Über" was). The window's layout then keeps it
+    // at least as wide as the tabs, and the pages scroll, so it goes down to
+    // a small screen (1280×720 at twice the scale leaves 640×360, less the
+    // panels).
+    tabs_->setUsesScrollButtons(false);
+    tabs_->tabBar()->setElideMode(Qt::ElideNone);
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(8, 8, 8, 8);
     layout->addWidget(tabs_);
-    resize(580, 620);
+    resize(preferredSize);
 
     // Ctrl+W and Escape close it, as in other small utility windows.
     for (const QKeySequence& keys :
@@ -75,9 +86,29 @@ void SettingsWindow::open(Tab tab) {
     tabs_->setCurrentIndex(static_cast<int>(tab));
     if (isMinimized())
         setWindowState(windowState() & ~Qt::WindowMinimized);
+    // Where the user looks: on the screen with the pointer, each time it
+    // comes back from hidden; an open window stays where the user put it.
+    if (!isVisible())
+        placeOn(QGuiApplication::screenAt(QCursor::pos()));
     show();
     raise();
     activateWindow();
+}
+
+void SettingsWindow::placeOn(QScreen* screen) {
+    if (!screen)
+        screen = QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    setGeometry(centredFrame(area, preferredSize.expandedTo(minimumSize())));
+}
+
+QRect SettingsWindow::centredFrame(const QRect& area, const QSize& wanted) {
+    const QSize size = wanted.boundedTo(area.size());
+    QRect frame(QPoint(0, 0), size);
+    frame.moveCenter(area.center());
+    return frame;
 }
 
 void SettingsWindow::cloudDidChange() {

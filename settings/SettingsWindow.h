@@ -5,6 +5,7 @@
 
 #include "settings/SettingsContext.h"
 
+class QScreen;
 class QTabWidget;
 
 namespace zettly {
@@ -24,6 +25,9 @@ class SettingsWindow final : public QWidget {
 public:
     enum class Tab { general, categories, storage, ignore, sync, about };
 
+    // The size it opens at where the screen has room.
+    static constexpr QSize preferredSize{580, 620};
+
     explicit SettingsWindow(SettingsContext context, QWidget* parent = nullptr);
     ~SettingsWindow() override;
 
@@ -37,11 +41,16 @@ public:
     // New copies stopped or started being saved.
     void storageChanged();
 
+    // A frame of `wanted` size, no larger than `area`, centred in it.
+    static QRect centredFrame(const QRect& area, const QSize& wanted);
+
 protected:
     bool event(QEvent* event) override;
 
 private:
     void reloadAll();
+    // Centred in the screen's free area, no larger than it.
+    void placeOn(QScreen* screen);
 
     SettingsContext context_;
     QTabWidget* tabs_;

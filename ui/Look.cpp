@@ -5,6 +5,7 @@
 #include <QPainterPath>
 #include <QPixmap>
 #include <algorithm>
+#include <cmath>
 
 namespace zettly {
 namespace look {
@@ -38,6 +39,29 @@ QColor secondaryText(const QPalette& palette) {
 }
 QColor subtleFill(const QPalette& palette) {
     return withAlpha(palette.color(QPalette::Text), isDark(palette) ? 0.12 : 0.07);
+}
+
+QPalette settledPalette(QPalette palette) {
+    for (QPalette::ColorRole role : {QPalette::Text, QPalette::WindowText, QPalette::ButtonText,
+                                     QPalette::HighlightedText, QPalette::PlaceholderText})
+        palette.setColor(QPalette::Inactive, role, palette.color(QPalette::Active, role));
+    for (QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive}) {
+        const QColor text = palette.color(group, QPalette::Text);
+        const QColor base = palette.color(group, QPalette::Base);
+        const QColor placeholder = palette.color(group, QPalette::PlaceholderText);
+        // A placeholder about as light as the text reads as something typed
+        // in; halfway to the background it reads as a hint.
+        const double needed = std::abs(text.lightnessF() - base.lightnessF()) / 3;
+        if (std::abs(placeholder.lightnessF() - text.lightnessF()) >= needed &&
+            placeholder.alphaF() > 0.2)
+            continue;
+        QColor dimmed;
+        dimmed.setRgbF(text.redF() * 0.5 + base.redF() * 0.5,
+                       text.greenF() * 0.5 + base.greenF() * 0.5,
+                       text.blueF() * 0.5 + base.blueF() * 0.5);
+        palette.setColor(group, QPalette::PlaceholderText, dimmed);
+    }
+    return palette;
 }
 
 QFont scaledFont(const QFont& font, double factor) {

@@ -20,6 +20,11 @@ QColor border(const QPalette& palette);
 QColor secondaryText(const QPalette& palette);
 QColor subtleFill(const QPalette& palette);
 QFont scaledFont(const QFont& font, double factor);
+// The application's palette with what some styles and dark themes leave
+// out: placeholder text dimmer than typed text (and so the secondary text
+// above), and the texts of a window that is not in front as readable as in
+// the one that is, rather than greyed as if disabled.
+QPalette settledPalette(QPalette palette);
 
 enum class Glyph { text, link, number, image, search, pin, more, update, chevron, plus };
 void paintGlyph(QPainter& painter, Glyph glyph, const QRectF& rect, const QColor& colour);

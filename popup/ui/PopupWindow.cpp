@@ -566,9 +566,12 @@ void PopupWindow::showFooterMenu() {
     if (c.onShowAbout)
         //: Footer menu of the history window: opens the About page of the Settings window.
         menu.add(tr("About Zettly"), [this, &c] { closeThen(c.onShowAbout); });
-    if (c.onCheckForUpdates)
+    if (c.onCheckForUpdates && updatesConfigured_)
         //: Footer menu of the history window: looks for a newer version of Zettly.
         menu.add(tr("Check for Updates\u2026"), [this, &c] { closeThen(c.onCheckForUpdates); });
+    else if (c.onCheckForUpdates)
+        //: Footer menu of the history window, greyed out, when this build has no update feed.
+        menu.add(tr("Updates Not Set Up"), [] {})->setEnabled(false);
     menu.menu().addSeparator();
     //: Footer menu of the history window: quits the application.
     menu.add(tr("Quit Zettly"), [&c] {

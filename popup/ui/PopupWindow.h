@@ -43,6 +43,9 @@ public:
     void setController(PopupController* controller);
     // Shows the update row for a newer version, or hides it.
     void setUpdateVersion(const std::optional<QString>& version);
+    // Without an update feed the footer menu greys its update item, as the
+    // tray menu does.
+    void setUpdatesConfigured(bool configured) { updatesConfigured_ = configured; }
     // The "pasteAutomatically" preference: "Copy and Paste" in the row menu
     // inverts it so that it always pastes.
     std::function<bool()> pasteAutomatically = [] { return false; };
@@ -112,6 +115,7 @@ private:
     QTimer resignTimer_;
     QSize placedSize_;
     bool placing_ = false;
+    bool updatesConfigured_ = true;
 };
 
 }  // namespace zettly
