@@ -53,13 +53,12 @@ TrayMenu::TrayMenu(Hooks hooks, QObject* parent) : QObject(parent), hooks_(std::
     menu_.addSeparator();
     //: Tray menu item that opens the settings window.
     addCommand(tr("Settings\u2026"), &Hooks::openSettings);
-    QAction* updates = addCommand(hooks_.checkForUpdates
-                                      //: Tray menu item.
-                                      ? tr("Check for Updates\u2026")
-                                      //: Tray menu item, greyed out, when this build has no
-                                      //: update feed.
-                                      : tr("Updates Not Set Up"),
-                                  &Hooks::checkForUpdates);
+    //: Tray menu item.
+    const QString check = tr("Check for Updates\u2026");
+    //: Tray menu item, greyed out, when this build has no update feed.
+    const QString notSetUp = tr("Updates Not Set Up");
+    QAction* updates =
+        addCommand(hooks_.checkForUpdates ? check : notSetUp, &Hooks::checkForUpdates);
     updates->setEnabled(static_cast<bool>(hooks_.checkForUpdates));
     menu_.addSeparator();
     //: Tray menu item that quits the application.
@@ -85,12 +84,11 @@ QAction* TrayMenu::addCommand(const QString& text, std::function<void()> Hooks::
 TrayMenu::~TrayMenu() = default;
 
 void TrayMenu::setCaptureState(bool paused, bool skipPending) {
-    pauseAction_->setText(paused
-                              //: Tray menu item that resumes saving copies.
-                              ? tr("Resume Capture")
-                              //: Tray menu item that pauses saving copies (Alt-click does the
-                              //: same).
-                              : tr("Pause Capture"));
+    //: Tray menu item that resumes saving copies.
+    const QString resume = tr("Resume Capture");
+    //: Tray menu item that pauses saving copies (Alt-click does the same).
+    const QString pause = tr("Pause Capture");
+    pauseAction_->setText(paused ? resume : pause);
     skipAction_->setEnabled(!skipPending);
 }
 

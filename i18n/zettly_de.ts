@@ -13,6 +13,11 @@
         <extracomment>Cancel button in a dialog. Short.</extracomment>
         <translation>Abbrechen</translation>
     </message>
+    <message>
+        <source>%1 saves</source>
+        <extracomment>Under the box of the &quot;Edit text&quot; dialog: the keys that save without reaching for the mouse. The placeholder is the key combination, e.g. Ctrl+Return.</extracomment>
+        <translation>%1 speichert</translation>
+    </message>
 </context>
 <context>
     <name>HistoryTexts</name>
@@ -108,6 +113,19 @@
         <source>Blank text</source>
         <extracomment>History window: shown in place of a copied text made only of spaces or line breaks.</extracomment>
         <translation>Leerer Text</translation>
+    </message>
+    <message>
+        <source>+1 line</source>
+        <extracomment>History window: a row shows the first lines of a text; this says one more line follows. Keep it short.</extracomment>
+        <translation>+1 Zeile</translation>
+    </message>
+    <message numerus="yes">
+        <source>+%n lines</source>
+        <extracomment>History window: a row shows the first lines of a text; this says how many more lines follow. Keep it short.</extracomment>
+        <translation>
+            <numerusform>+%n Zeile</numerusform>
+            <numerusform>+%n Zeilen</numerusform>
+        </translation>
     </message>
 </context>
 <context>
@@ -266,29 +284,9 @@
 <context>
     <name>zettly::AppDelegate</name>
     <message>
-        <source>Skip Next Copy</source>
-        <extracomment>Tray menu item: do not save the next copy (Alt+Shift-click does the same).</extracomment>
-        <translation>Nächste Kopie überspringen</translation>
-    </message>
-    <message>
-        <source>Quit Zettly</source>
-        <extracomment>Tray menu item that quits the application.</extracomment>
-        <translation>Zettly beenden</translation>
-    </message>
-    <message>
         <source>Zettly is paused. Alt-click to resume.</source>
         <extracomment>Tooltip of the tray icon while saving is paused.</extracomment>
         <translation>Zettly ist angehalten. Alt+Klick setzt fort.</translation>
-    </message>
-    <message>
-        <source>Resume Capture</source>
-        <extracomment>Tray menu item that resumes saving copies.</extracomment>
-        <translation>Aufzeichnung fortsetzen</translation>
-    </message>
-    <message>
-        <source>Pause Capture</source>
-        <extracomment>Tray menu item that pauses saving copies (Alt-click does the same).</extracomment>
-        <translation>Aufzeichnung anhalten</translation>
     </message>
     <message>
         <source>Software Update</source>
@@ -348,29 +346,9 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <translation>Updates kommen mit den Softwareaktualisierungen Ihres Systems.</translation>
     </message>
     <message>
-        <source>Settings…</source>
-        <extracomment>Tray menu item that opens the settings window.</extracomment>
-        <translation>Einstellungen…</translation>
-    </message>
-    <message>
-        <source>Check for Updates…</source>
-        <extracomment>Tray menu item.</extracomment>
-        <translation>Nach Updates suchen…</translation>
-    </message>
-    <message>
-        <source>Updates Not Set Up</source>
-        <extracomment>Tray menu item, greyed out, when this build has no update feed.</extracomment>
-        <translation>Updates nicht eingerichtet</translation>
-    </message>
-    <message>
         <source>%1 is used by another application; choose another shortcut in Settings.</source>
         <extracomment>Tray tooltip line when the shortcut could not be had. %1 is the shortcut, e.g. Alt+V.</extracomment>
         <translation>%1 wird von einer anderen Anwendung verwendet; wählen Sie in den Einstellungen ein anderes Tastenkürzel.</translation>
-    </message>
-    <message>
-        <source>Show History</source>
-        <extracomment>Tray menu item, the first: opens the history window, as the shortcut does.</extracomment>
-        <translation>Verlauf anzeigen</translation>
     </message>
     <message>
         <source>Zettly cannot see your copies</source>
@@ -503,6 +481,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <source>New category</source>
         <extracomment>Placeholder or dialog title for creating a new category of clipboard items.</extracomment>
         <translation>Neue Kategorie</translation>
+    </message>
+    <message>
+        <source>More chips</source>
+        <extracomment>Button at the end of the filter chips when not all fit: lists the chips out of sight.</extracomment>
+        <translation>Weitere Filter</translation>
     </message>
 </context>
 <context>
@@ -1109,6 +1092,11 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <extracomment>Footer menu of the history window: quits the application.</extracomment>
         <translation>Zettly beenden</translation>
     </message>
+    <message>
+        <source>Updates Not Set Up</source>
+        <extracomment>Footer menu of the history window, greyed out, when this build has no update feed.</extracomment>
+        <translation>Updates nicht eingerichtet</translation>
+    </message>
 </context>
 <context>
     <name>zettly::PortalGlobalShortcuts</name>
@@ -1116,6 +1104,14 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <source>Open the clipboard history</source>
         <extracomment>The description of Zettly&apos;s global shortcut in the desktop&apos;s shortcut dialog and settings.</extracomment>
         <translation>Den Verlauf der Zwischenablage öffnen</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::PreviewPanel</name>
+    <message>
+        <source>Zettly Preview</source>
+        <extracomment>Title of the preview beside the history window (shown by some window lists).</extracomment>
+        <translation>Zettly-Vorschau</translation>
     </message>
 </context>
 <context>
@@ -1340,6 +1336,26 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <source>%1 was damaged. %2 entries were saved into a new file, %3 could not be read. The damaged file is kept as %4.</source>
         <extracomment>Notification. %1 is a file name (clipboard.sqlite), %2 the number of entries kept, %3 the number lost, %4 the name the damaged file was renamed to.</extracomment>
         <translation>%1 war beschädigt. %2 Einträge wurden in eine neue Datei gerettet, %3 konnten nicht gelesen werden. Die beschädigte Datei bleibt als %4 erhalten.</translation>
+    </message>
+    <message>
+        <source>Off</source>
+        <extracomment>Settings › Storage › &quot;Keep images as copied up to:&quot; picker: only the reduced copy is kept.</extracomment>
+        <translation>Aus</translation>
+    </message>
+    <message>
+        <source>%1 MB</source>
+        <extracomment>Settings › Storage › &quot;Keep images as copied up to:&quot; picker. %1 is a number of megabytes.</extracomment>
+        <translation>%1 MB</translation>
+    </message>
+    <message>
+        <source>Picking an image pastes it as it was copied, at full size. Larger images and images from other devices paste reduced to 1280 pixels.</source>
+        <extracomment>Settings › Storage, tooltip of the &quot;Keep images as copied up to:&quot; picker.</extracomment>
+        <translation>Ein ausgewähltes Bild wird so eingefügt, wie es kopiert wurde, in voller Größe. Größere Bilder und Bilder von anderen Geräten werden auf 1280 Pixel verkleinert eingefügt.</translation>
+    </message>
+    <message>
+        <source>Keep images as copied up to:</source>
+        <extracomment>Settings › Storage: label before the picker of the largest image kept as it was copied.</extracomment>
+        <translation>Bilder wie kopiert behalten bis:</translation>
     </message>
 </context>
 <context>
@@ -1661,6 +1677,59 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <source>Change Passphrase…</source>
         <extracomment>Settings › Sync: button that opens the dialog changing the passphrase on every device.</extracomment>
         <translation>Passphrase ändern …</translation>
+    </message>
+</context>
+<context>
+    <name>zettly::TrayMenu</name>
+    <message>
+        <source>Show History</source>
+        <extracomment>Tray menu item, the first: opens the history window, as the shortcut does.</extracomment>
+        <translation>Verlauf anzeigen</translation>
+    </message>
+    <message>
+        <source>No Copies Yet</source>
+        <extracomment>Tray menu: greyed, in place of the newest copies while the history is empty.</extracomment>
+        <translation>Noch nichts kopiert</translation>
+    </message>
+    <message>
+        <source>Skip Next Copy</source>
+        <extracomment>Tray menu item: do not save the next copy (Alt+Shift-click does the same).</extracomment>
+        <translation>Nächste Kopie überspringen</translation>
+    </message>
+    <message>
+        <source>Settings…</source>
+        <extracomment>Tray menu item that opens the settings window.</extracomment>
+        <translation>Einstellungen…</translation>
+    </message>
+    <message>
+        <source>Check for Updates…</source>
+        <extracomment>Tray menu item.</extracomment>
+        <translation>Nach Updates suchen…</translation>
+    </message>
+    <message>
+        <source>Updates Not Set Up</source>
+        <extracomment>Tray menu item, greyed out, when this build has no update feed.</extracomment>
+        <translation>Updates nicht eingerichtet</translation>
+    </message>
+    <message>
+        <source>Quit Zettly</source>
+        <extracomment>Tray menu item that quits the application.</extracomment>
+        <translation>Zettly beenden</translation>
+    </message>
+    <message>
+        <source>Resume Capture</source>
+        <extracomment>Tray menu item that resumes saving copies.</extracomment>
+        <translation>Aufzeichnung fortsetzen</translation>
+    </message>
+    <message>
+        <source>Pause Capture</source>
+        <extracomment>Tray menu item that pauses saving copies (Alt-click does the same).</extracomment>
+        <translation>Aufzeichnung anhalten</translation>
+    </message>
+    <message>
+        <source>Image %1 × %2</source>
+        <extracomment>Tray menu: a copied picture without a name. %1 × %2 are its width and height in pixels.</extracomment>
+        <translation>Bild %1 × %2</translation>
     </message>
 </context>
 </TS>
