@@ -169,6 +169,15 @@ TEST_F(HistoryWindowModel, TypingAndDeletingGivesTheSameListAsAFreshSearch) {
             ASSERT_EQ(model.allAt(i), fresh.allAt(i)) << "\"" << query << "\" " << i;
     }
     EXPECT_EQ(model.entries().size(), 5u);
+
+    // A reload that finds nothing new keeps the shown entries and drops its
+    // fresh copies of them; hiding and showing them again loses nothing.
+    model.reload();
+    for (const char* query : {"gamma", "", "alp"})
+        model.setQuery(query);
+    fresh.reload();
+    for (std::size_t i = 0; i < fresh.allCount(); ++i)
+        ASSERT_EQ(model.allAt(i), fresh.allAt(i)) << i;
 }
 
 TEST_F(HistoryWindowModel, SelectionClampsToTheListFollowsAReloadedEntryAndReportsRealChanges) {
