@@ -10,11 +10,13 @@
 # wl-copy making the copies.
 #
 # It builds nothing. IDLE_SECONDS shortens the idle window for a quick look;
-# the figure is only meaningful over the full 60 s.
+# the figure is only meaningful over the full 60 s. OPEN_SECONDS (10) is how
+# long the wake-ups of the open, untouched history window are counted.
 set -euo pipefail
 
 app=${1:-build/app/zettly}
 idle_seconds=${IDLE_SECONDS:-60}
+open_seconds=${OPEN_SECONDS:-10}
 copies=100
 texts_wanted=500
 images_wanted=15
@@ -28,7 +30,7 @@ if [ -n "${WAYLAND_DISPLAY:-}" ]; then
     # socket's whole path.
     case "$WAYLAND_DISPLAY" in /*) ;; *) export WAYLAND_DISPLAY="$XDG_RUNTIME_DIR/$WAYLAND_DISPLAY" ;; esac
 fi
-for tool in $([ $session = x11 ] && echo Xvfb) $copier python3; do
+for tool in $([ $session = x11 ] && echo Xvfb xdotool) $copier python3; do
     command -v "$tool" >/dev/null || { echo "app_bench: $tool is missing (scripts/setup)" >&2; exit 1; }
 done
 [ -x "$app" ] || { echo "app_bench: no executable at $app" >&2; exit 1; }
@@ -102,6 +104,49 @@ print_rss() {  # label
     rss=$(rss_mb)
     printf '%-33s%7s MB                (target < 60 MB)   %s  [anonymous %s MB, files %s MB]\n' \
         "resident memory, $1:" "$rss" "$(verdict "$rss" 60)" "$(rss_mb RssAnon)" "$(rss_mb RssFile)"
+}
+pss_mb() {  # proportional set size: the app's share of what it has resident
+    awk '$1 == "Pss:" { printf "%.1f", $2 * 1024 / 1e6 }' "/proc/$app_pid/smaps_rollup"
+}
+toggle_window() {
+    QT_QPA_PLATFORM=$qt_platform "$app" --toggle 2>>"$work/app.log"
+}
+window_shown() {  # only X11 can tell; elsewhere the wait below has to do
+    [ $session != x11 ] || xdotool search --onlyvisible --name '^Zettly$' >/dev/null 2>&1
+}
+open_window() {
+    toggle_window
+    wait_for 10 window_shown || { echo "app_bench: the history window did not open" >&2; exit 1; }
+    sleep 2  # the opening's own work (reading the history, the first paints) is over
+}
+window_hidden() { [ $session != x11 ] || ! window_shown; }
+close_window() {
+    toggle_window
+    wait_for 10 window_hidden || { echo "app_bench: the history window did not close" >&2; exit 1; }
+    sleep 1
+}
+print_open_wakeups() {  # counts over open_seconds with the window open and untouched
+    thread_switches >"$work/switches.before"
+    sleep "$open_seconds"
+    thread_switches >"$work/switches.after"
+    local woken rate
+    woken=$(wakeups_between "$work/switches.before" "$work/switches.after")
+    rate=$(awk -v d="$woken" -v s="$open_seconds" 'BEGIN { printf "%.2f", d / s }')
+    # The text cursor's blink is the one thing allowed. It repaints twice a
+    # second, and each repaint is about five context switches on X11: the
+    # timer, and the round trip that hands the shared-memory image to the
+    # server, which wakes Qt's event reader too. With the blink off
+    # (QApplication::setCursorFlashTime(0) through gdb) the open window
+    # makes none at all.
+    printf '%-33s%7s per second      (target <= 12)     %s  [%d context switches of %d threads]\n' \
+        "window open, wake-ups over $open_seconds s:" "$rate" \
+        "$(awk -v r="$rate" 'BEGIN { print (r <= 12) ? "ok" : "OVER TARGET" }')" \
+        "$woken" "$(ls /proc/"$app_pid"/task | wc -l)"
+}
+print_pss() {  # label, target in MB
+    local pss
+    pss=$(pss_mb)
+    printf '%-33s%7s MB                (target < %s MB)  %s\n' "PSS, $1:" "$pss" "$2" "$(verdict "$pss" "$2")"
 }
 verdict() {  # value, limit
     awk -v v="$1" -v t="$2" 'BEGIN { print (v < t) ? "ok" : "OVER TARGET" }'
@@ -198,6 +243,31 @@ def texts(total):
     print(f"history now: {count(texts_db, 'items')} texts ({captured + 1} captured from xclip "
           f"copies, {inserted} inserted with SQL into the live database)")
 
+def long_texts(n):
+    # The largest texts the store takes, newest of all so that the history
+    # window lists them: prose with capitals (a folded copy would differ
+    # from it), every tenth with accents.
+    rng = random.Random(7)
+    words = ["the", "Meeting", "notes", "build", "Review", "deploy", "server", "and", "London",
+             "function", "return", "value", "Anna", "draft", "invoice", "Thursday"]
+    now = time.time()
+    rows = []
+    for i in range(n):
+        parts, size = [f"Long entry {i}:"], 0
+        while size < 99_000:
+            word = rng.choice(words) if i % 10 or rng.random() > 0.05 else "Café"
+            parts.append(word)
+            size += len(word.encode()) + 1
+        t = " ".join(parts)[:99_900]
+        rows.append((str(uuid.uuid4()).upper(), t, hashlib.sha256(t.encode()).hexdigest(),
+                     now + i, now + i))
+    with sqlite3.connect(texts_db, timeout=10) as c:
+        c.executemany("INSERT INTO items(id, text, hash, type, created, pinned, modified, dirty, rid) "
+                      "VALUES(?, ?, ?, 'text', ?, 0, ?, 1, NULL)", rows)
+    total = sum(len(r[1].encode()) for r in rows)
+    print(f"history now: {count(texts_db, 'items')} texts, {n} of them of about 100 KB "
+          f"({total / 1e6:.0f} MB, inserted with SQL)")
+
 def images(n):
     for i in range(n):
         w, h = 960 + 16 * i, 640 + 8 * i  # distinct sizes: never taken for the same picture
@@ -209,7 +279,8 @@ def images(n):
           f"{960 + 16 * (n - 1)}x{640 + 8 * (n - 1)})")
 
 try:
-    {"latency": latency, "burst": burst, "texts": texts, "images": images}[sys.argv[1]](int(sys.argv[2]))
+    {"latency": latency, "burst": burst, "texts": texts, "long_texts": long_texts,
+     "images": images}[sys.argv[1]](int(sys.argv[2]))
 finally:
     for p in xclips:
         if p.poll() is None:
@@ -249,6 +320,19 @@ if [ -n "$worker" ]; then
     awk '$1 == "VmHWM:" { printf "image worker (separate process, exits 30 s after the last image): peak %.1f MB\n", $2 * 1024 / 1e6 }' \
         "/proc/$worker/status"
 fi
+
 echo "  (the history is read when the history window opens; these figures are the app after"
 echo "   those captures: the SQLite pages it touched and the shared libraries it mapped ('files');"
 echo "   images are decoded in zettly-image-worker, which is not part of the app's figure)"
+
+open_window
+print_open_wakeups
+print_pss "window open" 120
+close_window
+
+# A separate step, so that the figures above stay comparable between runs.
+python3 "$work/helper.py" long_texts 500
+open_window
+print_pss "window open, 500 x 100 KB" 120
+close_window
+print_pss "window closed again" 120

@@ -125,7 +125,7 @@ struct History {
                 throw std::runtime_error("image save failed");
         }
         model->reset();
-        if (model->all().size() != static_cast<std::size_t>(count + pictures))
+        if (model->allCount() != static_cast<std::size_t>(count + pictures))
             throw std::runtime_error("the history is not complete");
     }
     ~History() {

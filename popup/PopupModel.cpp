@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 #include "popup/TextSearch.h"
 #include "store/ChipOrder.h"
 
@@ -15,6 +19,16 @@ constexpr std::string_view categoryPrefix = ChipOrder::categoryPrefix;
 // items sort by time within their category instead.
 bool onTop(const PopupModel::Entry& entry) {
     return entry.pinned() && !entry.category();
+}
+
+// A reload holds the old list and the new one for a moment; with 100 KB
+// clips that is tens of megabytes, which the allocator keeps in its heap
+// (below its mmap threshold, between live blocks) unless asked to give the
+// free pages back.
+void returnFreedMemory() {
+#if defined(__GLIBC__)
+    ::malloc_trim(0);
+#endif
 }
 
 bool hasId(const PopupModel::Entry& entry, const std::string& id) {
@@ -150,6 +164,7 @@ void PopupModel::reload(const std::optional<std::string>& keeping) {
     unsigned changes = 0;
     reloadInto(keeping, changes);
     finish(changes);
+    returnFreedMemory();
 }
 
 void PopupModel::reset() {
@@ -160,6 +175,7 @@ void PopupModel::reset() {
     ++openCount_;
     changes |= opened;
     finish(changes);
+    returnFreedMemory();
 }
 
 void PopupModel::rebuild() {
@@ -188,6 +204,11 @@ void PopupModel::cycleFilter(int step) {
     unsigned changes = 0;
     applyFilter(filters_[static_cast<std::size_t>(next)], changes);
     finish(changes);
+}
+
+const PopupModel::Entry& PopupModel::allAt(std::size_t index) const {
+    const std::size_t row = entriesStale_ ? notShown : rowOf_.at(index);
+    return row == notShown ? all_[index] : entries_[row];
 }
 
 std::optional<PopupModel::Entry> PopupModel::entry(std::ptrdiff_t index) const {
@@ -296,8 +317,6 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
         return a.createdAt() > b.createdAt();
     });
 
-    // The keys may point into the texts of `all_`, which stays untouched
-    // until the next reload.
     all_ = std::move(merged);
     keys_.clear();
     keys_.reserve(all_.size());
@@ -307,14 +326,14 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
         else
             keys_.emplace_back(std::string_view{}, entry.label());
     }
-    parked_.clear();
-    parked_.resize(all_.size());
+    // `entries_` still holds the old list's entries until materialize().
+    rowOf_.assign(all_.size(), notShown);
     entriesStale_ = true;
     rebuildInto(changes);
 
     if (keeping) {
         for (std::size_t row = 0; row < pending_.size(); ++row) {
-            if (hasId(all_[pending_[row]], *keeping)) {
+            if (hasId(allAt(pending_[row]), *keeping)) {
                 assignSelection(row, changes);
                 break;
             }
@@ -325,7 +344,7 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
 void PopupModel::rebuildInto(unsigned& changes) {
     pending_.clear();
     for (std::size_t i = 0; i < all_.size(); ++i)
-        if (passes(all_[i], filter_) && matchesQuery(i))
+        if (passes(allAt(i), filter_) && matchesQuery(i))
             pending_.push_back(i);
     if (selection_ >= pending_.size())
         assignSelection(pending_.empty() ? 0 : pending_.size() - 1, changes);
@@ -365,17 +384,23 @@ void PopupModel::assignSelection(std::size_t index, unsigned& changes) {
 void PopupModel::materialize(unsigned& changes) {
     if (entriesStale_) {
         // A reload that brought nothing new (a sync pass without changes,
-        // an opening) keeps the list as it is and redraws nothing.
+        // an opening) keeps the list as it is and redraws nothing; the fresh
+        // copies of the shown entries go.
         bool same = pending_.size() == entries_.size();
         for (std::size_t row = 0; same && row < pending_.size(); ++row)
             same = all_[pending_[row]] == entries_[row];
-        if (!same) {
+        if (same) {
+            for (std::size_t index : pending_)
+                Entry released = std::move(all_[index]);
+        } else {
             entries_.clear();
             entries_.reserve(pending_.size());
             for (std::size_t index : pending_)
-                entries_.push_back(all_[index]);
+                entries_.push_back(std::move(all_[index]));
             changes |= entriesChanged;
         }
+        for (std::size_t row = 0; row < pending_.size(); ++row)
+            rowOf_[pending_[row]] = row;
         shown_ = pending_;
         entriesStale_ = false;
         return;
@@ -383,26 +408,25 @@ void PopupModel::materialize(unsigned& changes) {
     if (pending_ == shown_)
         return;
     // Both index lists ascend, so one pass sorts the held entries into kept
-    // and parked ones.
+    // ones and ones that go back to `all_`.
     std::vector<Entry> next;
     next.reserve(pending_.size());
     std::size_t held = 0;
-    auto parkUpTo = [&](std::size_t index) {
-        for (; held < shown_.size() && shown_[held] < index; ++held)
-            parked_[shown_[held]] = std::move(entries_[held]);
+    auto returnUpTo = [&](std::size_t index) {
+        for (; held < shown_.size() && shown_[held] < index; ++held) {
+            all_[shown_[held]] = std::move(entries_[held]);
+            rowOf_[shown_[held]] = notShown;
+        }
     };
     for (std::size_t index : pending_) {
-        parkUpTo(index);
-        if (held < shown_.size() && shown_[held] == index) {
+        returnUpTo(index);
+        if (held < shown_.size() && shown_[held] == index)
             next.push_back(std::move(entries_[held++]));
-        } else if (parked_[index]) {
-            next.push_back(std::move(*parked_[index]));
-            parked_[index].reset();
-        } else {
-            next.push_back(all_[index]);
-        }
+        else
+            next.push_back(std::move(all_[index]));
+        rowOf_[index] = next.size() - 1;
     }
-    parkUpTo(all_.size());
+    returnUpTo(all_.size());
     entries_ = std::move(next);
     shown_ = pending_;
     changes |= entriesChanged;
@@ -418,9 +442,10 @@ bool PopupModel::matchesQuery(std::size_t index) const {
     if (foldedQuery_.empty())
         return true;
     // Images are found by their name only.
-    if (all_[index].isImage())
-        return keys_[index].labelMatches(foldedQuery_);
-    return keys_[index].matches(foldedQuery_);
+    const Entry& entry = allAt(index);
+    if (const ClipboardStore::Item* text = entry.text())
+        return keys_[index].matches(text->text, foldedQuery_);
+    return keys_[index].labelMatches(foldedQuery_);
 }
 
 }  // namespace zettly

@@ -103,8 +103,9 @@ public:
     const std::optional<Filter>& dragging() const { return dragging_; }
     std::size_t selection() const { return selection_; }
     int openCount() const { return openCount_; }
-    // The merged, sorted list before filtering.
-    const std::vector<Entry>& all() const { return all_; }
+    // The merged, sorted list before filtering: its length and its entries.
+    std::size_t allCount() const { return all_.size(); }
+    const Entry& allAt(std::size_t index) const;
 
     // Both rebuild the list and put the highlight on the first row.
     void setQuery(std::string query);
@@ -173,19 +174,22 @@ private:
     std::optional<Filter> dragging_;
     std::size_t selection_ = 0;
     int openCount_ = 0;
+    // Each entry of the merged list lives in one place only: in `entries_`
+    // while it is shown, else here (a shown one leaves a moved-from husk).
+    // With 100 KB clips a second copy of the shown list would double the
+    // window's memory, and copying it on a keystroke would cost more than
+    // the search.
     std::vector<Entry> all_;
-    // Search keys of `all_`, index for index, folded once per reload.
+    static constexpr std::size_t notShown = static_cast<std::size_t>(-1);
+    std::vector<std::size_t> rowOf_;  // by index of `all_`: its row in `entries_`
+    // Search keys of `all_`, index for index, made once per reload.
     std::vector<SearchKey> keys_;
     std::string foldedQuery_;
     // A rebuild picks indices of `all_`; `entries_` is brought in line only
-    // before a callback and at the end of an operation. Entries that a query
-    // hides are parked rather than freed and come back by a move when the
-    // query is deleted again: with 100 KB clips, copying the list on a
-    // keystroke would cost more than the search.
+    // before a callback and at the end of an operation.
     std::vector<std::size_t> pending_;
-    std::vector<std::size_t> shown_;            // what `entries_` holds
-    std::vector<std::optional<Entry>> parked_;  // by index of `all_`
-    bool entriesStale_ = false;                 // `entries_` comes from an older `all_`
+    std::vector<std::size_t> shown_;  // what `entries_` holds
+    bool entriesStale_ = false;       // `entries_` comes from an older `all_`
 };
 
 }  // namespace zettly

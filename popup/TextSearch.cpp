@@ -32,22 +32,31 @@ __m128i upperCaseLanes(__m128i x) {
 }
 #endif
 
-// Lower-case ASCII is its own folded form; the search keys of most clips
-// (code, links, prose without capitals) then need no copy at all.
-bool foldsToItself(std::string_view s) {
+// Most clips are ASCII; their folded form is the text with its capitals
+// lowered, which the search does on the fly instead of keeping a copy.
+bool isAscii(std::string_view s) {
     std::size_t i = 0;
 #if defined(__SSE2__)
     for (; i + 16 <= s.size(); i += 16) {
         __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s.data() + i));
-        if (_mm_movemask_epi8(_mm_or_si128(x, upperCaseLanes(x))) != 0)
+        if (_mm_movemask_epi8(x) != 0)
             return false;
     }
 #endif
-    for (; i < s.size(); ++i) {
-        auto b = static_cast<unsigned char>(s[i]);
-        if (b >= 0x80 || (b >= 'A' && b <= 'Z'))
+    for (; i < s.size(); ++i)
+        if (static_cast<unsigned char>(s[i]) >= 0x80)
             return false;
-    }
+    return true;
+}
+
+// Whether `folded` is `source` with only its ASCII capitals lowered (CJK,
+// emoji and symbols fold to themselves).
+bool foldIsAsciiLowering(std::string_view folded, std::string_view source) {
+    if (folded.size() != source.size())
+        return false;
+    for (std::size_t i = 0; i < source.size(); ++i)
+        if (folded[i] != lowerAscii(source[i]))
+            return false;
     return true;
 }
 
@@ -296,6 +305,26 @@ RarePair rarestPositions(std::string_view needle) {
     return pair;
 }
 
+// The bit ASCII capitals lack: OR-ing it into a text byte lowers a capital
+// to the needle's (folded, so lower-case) letter. Other bytes compare as
+// they are: 0x40 | 0x20 is not "@".
+char caseBit(char needleByte) {
+    return (needleByte >= 'a' && needleByte <= 'z') ? 0x20 : 0;
+}
+
+template <bool ignoreAsciiCase>
+bool equalAt(const char* text, std::string_view n) {
+    if constexpr (!ignoreAsciiCase) {
+        return std::memcmp(text, n.data(), n.size()) == 0;
+    } else {
+        for (std::size_t k = 0; k < n.size(); ++k)
+            if ((text[k] | caseBit(n[k])) != n[k])
+                return false;
+        return true;
+    }
+}
+
+template <bool ignoreAsciiCase>
 bool scan(std::string_view h, std::string_view n, RarePair rare) {
     const std::size_t m = n.size();
     const std::size_t p1 = rare.first;
@@ -306,37 +335,49 @@ bool scan(std::string_view h, std::string_view n, RarePair rare) {
 #if defined(__SSE2__)
     const __m128i a = _mm_set1_epi8(n[p1]);
     const __m128i b = _mm_set1_epi8(n[p2]);
+    const __m128i bitA = _mm_set1_epi8(ignoreAsciiCase ? caseBit(n[p1]) : 0);
+    const __m128i bitB = _mm_set1_epi8(ignoreAsciiCase ? caseBit(n[p2]) : 0);
     // Block i tests the starts i .. i+15 and reads bytes up to i+15+p for
     // p < m, so it stays inside the haystack while i + 15 <= last.
     for (; last >= 15 && i <= last - 15; i += 16) {
         __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i + p1));
         __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + i + p2));
+        if constexpr (ignoreAsciiCase) {
+            x = _mm_or_si128(x, bitA);
+            y = _mm_or_si128(y, bitB);
+        }
         auto mask = static_cast<unsigned>(
             _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(x, a), _mm_cmpeq_epi8(y, b))));
         while (mask) {
             unsigned bit = static_cast<unsigned>(__builtin_ctz(mask));
-            if (std::memcmp(d + i + bit, n.data(), m) == 0)
+            if (equalAt<ignoreAsciiCase>(d + i + bit, n))
                 return true;
             mask &= mask - 1;
         }
     }
-    for (; i <= last; ++i) {
-        if (d[i + p1] == n[p1] && d[i + p2] == n[p2] && std::memcmp(d + i, n.data(), m) == 0)
-            return true;
-    }
-    return false;
-#else
-    while (i <= last) {
-        const void* hit = std::memchr(d + i + p1, n[p1], last - i + 1);
-        if (!hit)
-            return false;
-        std::size_t at = static_cast<std::size_t>(static_cast<const char*>(hit) - d) - p1;
-        if (d[at + p2] == n[p2] && std::memcmp(d + at, n.data(), m) == 0)
-            return true;
-        i = at + 1;
-    }
-    return false;
 #endif
+    const char bit1 = ignoreAsciiCase ? caseBit(n[p1]) : 0;
+    const char bit2 = ignoreAsciiCase ? caseBit(n[p2]) : 0;
+    for (; i <= last; ++i) {
+        if ((d[i + p1] | bit1) == n[p1] && (d[i + p2] | bit2) == n[p2] &&
+            equalAt<ignoreAsciiCase>(d + i, n))
+            return true;
+    }
+    return false;
+}
+
+template <bool ignoreAsciiCase>
+bool containsNeedle(std::string_view haystack, std::string_view needle) {
+    if (needle.empty())
+        return true;
+    if (haystack.size() < needle.size())
+        return false;
+    if (needle.size() == 1) {
+        if (!ignoreAsciiCase || caseBit(needle[0]) == 0)
+            return std::memchr(haystack.data(), needle[0], haystack.size()) != nullptr;
+        return scan<true>(haystack, needle, RarePair{0, 0});
+    }
+    return scan<ignoreAsciiCase>(haystack, needle, rarestPositions(needle));
 }
 
 }  // namespace
@@ -358,13 +399,11 @@ std::string foldQuery(std::string_view query) {
 }
 
 bool contains(std::string_view haystack, std::string_view needle) {
-    if (needle.empty())
-        return true;
-    if (haystack.size() < needle.size())
-        return false;
-    if (needle.size() == 1)
-        return std::memchr(haystack.data(), needle[0], haystack.size()) != nullptr;
-    return scan(haystack, needle, rarestPositions(needle));
+    return containsNeedle<false>(haystack, needle);
+}
+
+bool containsIgnoringAsciiCase(std::string_view haystack, std::string_view needle) {
+    return containsNeedle<true>(haystack, needle);
 }
 
 std::vector<std::pair<std::size_t, std::size_t>> matchRanges(std::string_view utf8,
@@ -424,16 +463,14 @@ std::vector<std::pair<std::size_t, std::size_t>> matchRanges(std::string_view ut
 
 }  // namespace search
 
-SearchKey::SearchKey(std::string_view text, const std::optional<std::string>& label)
-    : source_(text), sameAsSource_(foldsToItself(text)) {
-    if (!sameAsSource_)
-        folded_ = search::fold(text);
+SearchKey::SearchKey(std::string_view text, const std::optional<std::string>& label) {
+    if (!isAscii(text)) {
+        std::string folded = search::fold(text);
+        if (!foldIsAsciiLowering(folded, text))
+            folded_ = std::move(folded);
+    }
     if (label)
         label_ = search::fold(*label);
-}
-
-std::string_view SearchKey::text() const {
-    return sameAsSource_ ? source_ : std::string_view(folded_);
 }
 
 std::optional<std::string_view> SearchKey::label() const {
@@ -442,8 +479,10 @@ std::optional<std::string_view> SearchKey::label() const {
     return std::string_view(*label_);
 }
 
-bool SearchKey::matches(std::string_view foldedNeedle) const {
-    return search::contains(text(), foldedNeedle) || labelMatches(foldedNeedle);
+bool SearchKey::matches(std::string_view text, std::string_view foldedNeedle) const {
+    const bool inText = folded_ ? search::contains(*folded_, foldedNeedle)
+                                : search::containsIgnoringAsciiCase(text, foldedNeedle);
+    return inText || labelMatches(foldedNeedle);
 }
 
 bool SearchKey::labelMatches(std::string_view foldedNeedle) const {

@@ -27,6 +27,11 @@ std::string foldQuery(std::string_view query);
 // stays in the low milliseconds.
 bool contains(std::string_view haystack, std::string_view needle);
 
+// The same over a text whose folded form is the text with its ASCII capitals
+// lowered (any ASCII text): its capitals match the needle's lower-case
+// letters, every other byte only itself.
+bool containsIgnoringAsciiCase(std::string_view haystack, std::string_view needle);
+
 // Where the folded query occurs in an unfolded text, as byte ranges
 // [begin, end) of `utf8`; for highlighting the visible part of a row.
 std::vector<std::pair<std::size_t, std::size_t>> matchRanges(std::string_view utf8,
@@ -35,26 +40,28 @@ std::vector<std::pair<std::size_t, std::size_t>> matchRanges(std::string_view ut
 
 }  // namespace search
 
-// An entry's text and label as the search compares them, folded once. A
-// folded text equal to its source (lower-case ASCII) is not copied: the key
-// then refers to `text`, which must outlive it (the model's cached items).
+// An entry's text and label as the search compares them. The folded text is
+// kept only where folding does more than lower ASCII capitals (accents,
+// non-ASCII case, "ß"): most clips are ASCII, and a folded copy of each
+// would double what a long history takes. The text itself is not held, so
+// the key stays valid while its owner moves the text around.
 class SearchKey {
 public:
     SearchKey() = default;
     SearchKey(std::string_view text, const std::optional<std::string>& label);
 
-    std::string_view text() const;
     std::optional<std::string_view> label() const;
+    // Whether a folded copy of the text is held.
+    bool holdsFoldedText() const { return folded_.has_value(); }
 
-    // The text contains the folded needle, or failing that the label does.
-    bool matches(std::string_view foldedNeedle) const;
+    // `text` (the one the key was made from) contains the folded needle, or
+    // failing that the label does.
+    bool matches(std::string_view text, std::string_view foldedNeedle) const;
     // Only the label (images are found by their name alone).
     bool labelMatches(std::string_view foldedNeedle) const;
 
 private:
-    std::string folded_;
-    std::string_view source_;
-    bool sameAsSource_ = false;  // a flag, not a view into folded_, so moves stay safe
+    std::optional<std::string> folded_;
     std::optional<std::string> label_;
 };
 

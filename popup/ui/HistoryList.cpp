@@ -219,7 +219,7 @@ int HistoryList::rowsPerPage() const {
 QString HistoryList::emptyText() const {
     if (!model_.entries().empty())
         return {};
-    if (model_.all().empty())
+    if (model_.allCount() == 0)
         //: History window: shown when the history is still empty.
         return tr("Copy something and it shows up here.");
     //: History window: shown when the search or filter finds nothing.

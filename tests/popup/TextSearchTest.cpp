@@ -1,3 +1,5 @@
+#include <cctype>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -89,25 +91,126 @@ TEST(MatchRanges, CoverWholeSourceCharactersAndAreDisjointCappedAndEmptyForAnEmp
                 ElementsAre(Range{2, 3}));
 }
 
-TEST(SearchKeys, ShareLowerCaseAsciiStayValidWhenMovedAndFallBackToTheLabel) {
-    const std::string lower = "already lower case";
-    std::vector<std::string> sources = {"SHORT", "Crème brûlée", lower};
-    std::vector<SearchKey> keys;
-    for (const std::string& source : sources)
-        keys.emplace_back(source, std::nullopt);
-    keys.emplace_back("1 Main Street", std::string("Café"));
-    for (int i = 0; i < 100; ++i)  // reallocates the vector several times
-        keys.emplace_back("Filler", std::nullopt);
+// Each needle placed at every offset of haystacks spanning a few 16-byte
+// blocks, in capitals where the needle is lower-case: found wherever it
+// lies, never past the end of the view, and a capital never stands in for
+// a byte that is not a letter ("@" is "`" minus 0x20).
+TEST(ContainsIgnoringAsciiCase, FindsCapitalsInEachLaneAndOnlyLettersFoldTogether) {
+    for (std::string_view needle : {"x#y", "q", "ab"}) {
+        std::string upper(needle);
+        for (char& c : upper)
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        for (std::size_t length = needle.size(); length < 50; ++length) {
+            for (std::size_t at = 0; at + needle.size() <= length; ++at) {
+                std::string haystack(length, '-');
+                haystack.replace(at, needle.size(), upper);
+                ASSERT_TRUE(search::containsIgnoringAsciiCase(haystack, needle))
+                    << needle << " at " << at << " of " << length;
+                ASSERT_FALSE(search::contains(haystack, needle)) << needle << " at " << at;
+                // Cut just before the needle's end.
+                ASSERT_FALSE(search::containsIgnoringAsciiCase(
+                    std::string_view(haystack).substr(0, at + needle.size() - 1), needle))
+                    << needle << " at " << at << " of " << length;
+            }
+        }
+    }
+    EXPECT_FALSE(search::containsIgnoringAsciiCase(std::string(20, '@') + "`", "``"));
+    EXPECT_FALSE(search::containsIgnoringAsciiCase("[\\]^_@", "{|}~\x7f`"));
+    EXPECT_FALSE(search::containsIgnoringAsciiCase("A", "ab"));
+    EXPECT_TRUE(search::containsIgnoringAsciiCase("anything", ""));
+}
 
-    EXPECT_EQ(keys[0].text(), "short");
-    EXPECT_EQ(keys[1].text(), "creme brulee");
-    EXPECT_EQ(keys[2].text().data(), sources[2].data());
-    EXPECT_EQ(keys[3].label(), "cafe");
-    EXPECT_EQ(keys[0].label(), std::nullopt);
-    EXPECT_TRUE(keys[3].matches("main") && keys[3].matches("caf"));
-    EXPECT_FALSE(keys[3].matches("home"));
-    EXPECT_TRUE(keys[3].labelMatches("cafe"));
-    EXPECT_FALSE(keys[3].labelMatches("main") || keys[0].labelMatches("short"));
+// A text's key holds a folded copy only where folding does more than lower
+// ASCII capitals, and the key answers as folding the whole text and
+// finding the folded query in it did: on random texts of ASCII, Latin-1,
+// Greek, Turkish, emoji, CJK and combining marks, with needles cut from the
+// text, their case changed, and made up from the same pieces.
+TEST(SearchKeys, AnswerAsFoldingTheWholeTextDidAndCopyOnlyWhatFoldingChanges) {
+    const std::vector<std::string> pieces = {
+        "a", "B", "c", "X",    "e",  " ",  "\n", "@", "`",    "é", "É", "e\u0301", "\u0308",
+        "ß", "ẞ", "ü", "Ü",    "ÿ",  "Ÿ",  "Σ",  "σ", "ς",    "Ά", "ά", "İ",       "ı",
+        "I", "i", "ﬁ", "🙂", "日", "本", "Ω",  "ω", "\xff", "s", "S", "caf",     "CAF"};
+    std::uint32_t state = 12345;
+    auto next = [&](std::uint32_t below) {
+        state ^= state << 13;
+        state ^= state >> 17;
+        state ^= state << 5;
+        return state % below;
+    };
+    auto randomText = [&](std::size_t count, std::size_t asciiOnlyBelow) {
+        std::string out;
+        for (std::size_t i = 0; i < count; ++i)
+            out += pieces[next(static_cast<std::uint32_t>(asciiOnlyBelow))];
+        return out;
+    };
+    const std::vector<std::pair<std::string, std::string>> swaps = {
+        {"é", "É"}, {"ü", "Ü"}, {"σ", "Σ"}, {"ß", "SS"}, {"i", "İ"}, {"ά", "Ά"}};
+    std::size_t matched = 0;
+    std::size_t checked = 0;
+    for (int round = 0; round < 400; ++round) {
+        // One text in four is plain ASCII (the pieces before "é").
+        const std::string text = randomText(1 + next(60), round % 4 == 0 ? 9 : pieces.size());
+        const SearchKey key(text, std::nullopt);
+        const std::string folded = search::fold(text);
+        std::string lowered = text;
+        for (char& c : lowered)
+            c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        EXPECT_EQ(key.holdsFoldedText(), folded != lowered) << text;
+
+        std::vector<std::string> queries;
+        for (int i = 0; i < 6; ++i)
+            queries.push_back(randomText(1 + next(3), pieces.size()));
+        for (int i = 0; i < 6; ++i) {
+            const std::size_t start = next(static_cast<std::uint32_t>(text.size()));
+            std::string cut = text.substr(start, 1 + next(12));  // may split a character
+            for (char& c : cut)
+                if (next(2) == 0)
+                    c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+            for (const auto& [from, to] : swaps)
+                for (std::size_t at = cut.find(from); at != std::string::npos;
+                     at = cut.find(from, at + to.size()))
+                    cut.replace(at, from.size(), to);
+            queries.push_back(cut);
+        }
+        for (const std::string& query : queries) {
+            const std::string needle = search::foldQuery(query);
+            const bool expected = folded.find(needle) != std::string::npos;
+            ASSERT_EQ(key.matches(text, needle), expected)
+                << "\"" << query << "\" in \"" << text << "\"";
+            matched += expected;
+            ++checked;
+        }
+    }
+    // Both answers were given often enough to mean something.
+    EXPECT_GT(matched, checked / 5);
+    EXPECT_LT(matched, checked - checked / 5);
+}
+
+TEST(SearchKeys, FindAccentsCapitalsSharpSAndDottedIAsBeforeAndFallBackToTheLabel) {
+    auto finds = [](std::string_view text, std::string_view query) {
+        return SearchKey(text, std::nullopt).matches(text, search::foldQuery(query));
+    };
+    EXPECT_TRUE(finds("Café", "cafe"));
+    EXPECT_TRUE(finds("CAFÉ", "café"));
+    EXPECT_TRUE(finds("Cafe\u0301 noir", "CAFÉ N"));
+    EXPECT_TRUE(finds("cafe", "cafè"));  // an accent in the query goes as well
+    EXPECT_TRUE(finds("STRASSE", "straße"));
+    EXPECT_TRUE(finds("Straße", "STRASSE"));
+    EXPECT_FALSE(finds("plain ascii", "ü"));
+    EXPECT_TRUE(finds("İstanbul", "istanbul"));
+    EXPECT_TRUE(finds("ISTANBUL", "İstanbul"));
+    EXPECT_FALSE(finds("ıstanbul", "istanbul"));  // the dotless i stays its own letter
+    EXPECT_FALSE(finds("Istanbul", "ıstanbul"));
+    EXPECT_TRUE(finds("日本語 Text", "語 t"));
+
+    const std::string text = "1 Main Street";
+    const SearchKey key(text, std::string("Café"));
+    EXPECT_EQ(key.label(), "cafe");
+    EXPECT_EQ(SearchKey(text, std::nullopt).label(), std::nullopt);
+    EXPECT_TRUE(key.matches(text, "main") && key.matches(text, "caf"));
+    EXPECT_FALSE(key.matches(text, "home"));
+    EXPECT_TRUE(key.labelMatches("cafe"));
+    EXPECT_FALSE(key.labelMatches("main"));
 }
 
 }  // namespace

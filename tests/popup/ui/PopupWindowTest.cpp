@@ -1,3 +1,4 @@
+#include <QAbstractAnimation>
 #include <QApplication>
 #include <QDialog>
 #include <QImage>
@@ -514,6 +515,34 @@ TEST_F(PopupWindowTest, RowsOfTextsNamesCategoriesAndImagesPaintWithTheMatchesMa
     const QImage loaded = screenshot();
     ASSERT_FALSE(loaded.isNull());
     EXPECT_TRUE(loaded.save("history-window.png"));
+}
+
+// An open, untouched window may only blink its text cursor (a timer of the
+// line edit's own, not a QTimer). A repeating timer or an endless animation
+// anywhere in it (a busy indicator, a pulse, a poll) wakes the app for ever.
+TEST_F(PopupWindowTest, AnOpenUntouchedWindowRunsNoRepeatingTimerOrEndlessAnimation) {
+    for (int i = 0; i < 40; ++i)
+        copy("entry " + std::to_string(i) + "\nwith a second line");
+    env.clock.advance(1);
+    ASSERT_EQ(images.save(test::png(320, 200, test::gradient(320))),
+              ImageClipStore::SaveResult::saved);
+    controller.open();
+    // The pointer rests on a row and on a chip, as it may when the window opens.
+    QTest::mouseMove(window.list()->viewport(), rowCentre(1));
+    QTest::mouseMove(window.findChild<ChipBar*>());
+    window.list()->thumbnails().waitForLoads();
+    QApplication::processEvents();
+
+    QStringList running;
+    for (const QTimer* timer : window.findChildren<QTimer*>())
+        if (timer->isActive() && !timer->isSingleShot())
+            running
+                << QStringLiteral("timer of %1").arg(timer->parent()->metaObject()->className());
+    for (const QAbstractAnimation* animation : window.findChildren<QAbstractAnimation*>())
+        if (animation->state() == QAbstractAnimation::Running && animation->totalDuration() < 0)
+            running << QStringLiteral("animation of %1")
+                           .arg(animation->parent()->metaObject()->className());
+    EXPECT_TRUE(running.isEmpty()) << running.join(u", ").toStdString();
 }
 
 }  // namespace
