@@ -500,7 +500,7 @@ int main(int argc, char** argv) {
         }
         frames.listPaints.reset();
         const std::size_t shown = controller.model().entries().size();
-        const std::size_t total = controller.model().all().size();
+        const std::size_t total = controller.model().allCount();
         close();
         for (int i = 0; i < warmUps; ++i) {
             open();
@@ -533,8 +533,8 @@ int main(int argc, char** argv) {
             controller.model().reset();
             viewReset.push_back(nowMs() - start);
         }
-        if (bare.all().size() != std::size_t(textCount + imageCount))
-            throw std::runtime_error("the model holds " + std::to_string(bare.all().size()) +
+        if (bare.allCount() != std::size_t(textCount + imageCount))
+            throw std::runtime_error("the model holds " + std::to_string(bare.allCount()) +
                                      " entries, not " + std::to_string(textCount + imageCount));
 
         std::printf(
