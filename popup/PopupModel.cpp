@@ -318,6 +318,7 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
     });
 
     all_ = std::move(merged);
+    ++loads_;
     keys_.clear();
     keys_.reserve(all_.size());
     for (const Entry& entry : all_) {

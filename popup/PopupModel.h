@@ -103,6 +103,9 @@ public:
     const std::optional<Filter>& dragging() const { return dragging_; }
     std::size_t selection() const { return selection_; }
     int openCount() const { return openCount_; }
+    // Goes up each time the entries are read afresh from the stores: what a
+    // view derived from an entry's text holds until then.
+    int loads() const { return loads_; }
     // The merged, sorted list before filtering: its length and its entries.
     std::size_t allCount() const { return all_.size(); }
     const Entry& allAt(std::size_t index) const;
@@ -174,6 +177,7 @@ private:
     std::optional<Filter> dragging_;
     std::size_t selection_ = 0;
     int openCount_ = 0;
+    int loads_ = 0;
     // Each entry of the merged list lives in one place only: in `entries_`
     // while it is shown, else here (a shown one leaves a moved-from husk).
     // With 100 KB clips a second copy of the shown list would double the

@@ -111,7 +111,8 @@ int nonBlankLines(std::string_view utf8) {
     return lines;
 }
 
-RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery) {
+RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery,
+                  std::optional<int> knownLines) {
     RowText row;
     if (entry.label()) {
         row.label = QString::fromStdString(*entry.label());
@@ -122,7 +123,7 @@ RowText rowTextOf(const PopupModel::Entry& entry, std::string_view foldedQuery) 
         return row;
     const std::string_view text = item->text;
     row.snippet = snippetOf(text);
-    row.lineCount = nonBlankLines(text);
+    row.lineCount = knownLines ? *knownLines : nonBlankLines(text);
     row.matches = matchesIn(row.snippet, foldedQuery);
     if (!row.matches.empty() || foldedQuery.empty())
         return row;
@@ -162,14 +163,28 @@ void EntryListModel::reload() {
     beginResetModel();
     foldedQuery_ = search::foldQuery(model_.query());
     texts_.assign(model_.entries().size(), std::nullopt);
+    if (lineCountsOf_ != model_.loads()) {
+        lineCounts_.clear();
+        lineCountsOf_ = model_.loads();
+    }
     endResetModel();
 }
 
 const RowText& EntryListModel::rowText(int row) const {
     auto& slot = texts_.at(std::size_t(row));
-    if (!slot)
-        slot = rowTextOf(model_.entries()[std::size_t(row)], foldedQuery_);
+    if (!slot) {
+        const PopupModel::Entry& entry = model_.entries()[std::size_t(row)];
+        const ClipboardStore::Item* item = entry.text();
+        slot = rowTextOf(entry, foldedQuery_, item ? std::optional(linesOf(*item)) : std::nullopt);
+    }
     return *slot;
+}
+
+int EntryListModel::linesOf(const ClipboardStore::Item& item) const {
+    const auto [known, added] = lineCounts_.try_emplace(item.id, 0);
+    if (added)
+        known->second = nonBlankLines(item.text);
+    return known->second;
 }
 
 HistoryList::HistoryList(PopupModel& model, QWidget* parent)

@@ -485,6 +485,26 @@ TEST(RowText, ALongTextShowsTwoCollapsedLinesAndAMatchFarDownBringsItsContext) {
     EXPECT_EQ(row.matches.front(), std::make_pair(5, 9));
 }
 
+// The line count is kept while the user types, but an edit read back from
+// the store is counted again.
+TEST_F(PopupWindowTest, ARowsLineCountFollowsAnEditOfItsText) {
+    copy("one line");
+    copy("another");
+    controller.open();
+    EntryListModel& list = window.list()->rows();
+    ASSERT_EQ(rows(), 2);
+    EXPECT_EQ(list.rowText(1).lineCount, 1);
+    QTest::keyClicks(&search(), "one");
+    ASSERT_EQ(rows(), 1);
+    EXPECT_EQ(list.rowText(0).lineCount, 1);
+
+    const std::string id = controller.model().entries().front().text()->id;
+    ASSERT_TRUE(texts.updateText(id, "one\ntwo\n\nthree\nfour"));
+    controller.model().reload();
+    ASSERT_EQ(rows(), 1);
+    EXPECT_EQ(list.rowText(0).lineCount, 4);
+}
+
 // Renders a name, a category, an image and a marked match, and keeps the
 // picture (history-window.png in the working folder) for a look by eye.
 TEST_F(PopupWindowTest, RowsOfTextsNamesCategoriesAndImagesPaintWithTheMatchesMarked) {
