@@ -45,9 +45,11 @@ protected:
     // The picture files the image rows name, by file name.
     std::set<std::string> namedPictures() {
         std::set<std::string> named;
-        for (const Row& row : rows(media(), "SELECT file, thumb FROM media"))
+        // A picture kept as copied is named too; a row without one has NULL.
+        for (const Row& row : rows(media(), "SELECT file, thumb, orig FROM media"))
             for (const std::string& path : row)
-                named.insert(fs::path(path).filename().string());
+                if (!path.empty())
+                    named.insert(fs::path(path).filename().string());
         return named;
     }
 
