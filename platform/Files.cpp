@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include <fcntl.h>
@@ -87,6 +89,16 @@ std::optional<fs::path> moveAside(const fs::path& file, double now, std::string_
     if (ec)
         return std::nullopt;
     return aside;
+}
+
+std::optional<std::vector<std::uint8_t>> readAll(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    if (!in)
+        return std::nullopt;
+    std::vector<std::uint8_t> data{std::istreambuf_iterator<char>(in), {}};
+    if (in.bad())
+        return std::nullopt;
+    return data;
 }
 
 }  // namespace zettly::files

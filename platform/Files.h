@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 #include <system_error>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -34,6 +35,9 @@ inline std::optional<struct stat> writeAtomically(const std::filesystem::path& f
                                                   std::error_code& ec) {
     return writeAtomically(file, contents.data(), contents.size(), ec);
 }
+
+// The whole file, or none when it cannot be opened or a read fails.
+std::optional<std::vector<std::uint8_t>> readAll(const std::filesystem::path& file);
 
 // Renames a file that cannot be used to "<name>.<why>-<seconds>" ("corrupt",
 // "damaged", "foreign") so the user keeps it. Returns the new path, or none

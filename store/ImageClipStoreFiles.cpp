@@ -2,10 +2,9 @@
 // the copies kept as copied, and reclaiming files that no row names (what a
 // crash between writing a picture and committing its row leaves behind).
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <unordered_set>
 
+#include "platform/Files.h"
 #include "platform/Log.h"
 #include "platform/Pasteboard.h"
 #include "store/ClipPrefs.h"
@@ -33,16 +32,6 @@ std::optional<std::string> typeOfOriginal(const fs::path& path) {
         if (known == ending)
             return std::string(type);
     return std::nullopt;
-}
-
-std::optional<ImageClipStore::Bytes> readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return std::nullopt;
-    ImageClipStore::Bytes data{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad())
-        return std::nullopt;
-    return data;
 }
 
 }  // namespace
@@ -85,7 +74,7 @@ std::optional<std::string> ImageClipStore::pathOf(const std::string& id, std::st
 
 std::optional<ImageClipStore::Bytes> ImageClipStore::fileData(const std::string& id) {
     auto path = pathOf(id, "file");
-    return path ? readWhole(*path) : std::nullopt;
+    return path ? files::readAll(*path) : std::nullopt;
 }
 
 std::optional<ImageClipStore::Original> ImageClipStore::originalData(const std::string& id) {
@@ -93,7 +82,7 @@ std::optional<ImageClipStore::Original> ImageClipStore::originalData(const std::
     if (!path)
         return std::nullopt;
     auto type = typeOfOriginal(*path);
-    auto data = type ? readWhole(*path) : std::nullopt;
+    auto data = type ? files::readAll(*path) : std::nullopt;
     if (!data) {
         context_.log.line("[Zettly] the image as copied (" + fs::path(*path).filename().string() +
                           ") could not be read; its reduced copy is used");

@@ -1,13 +1,12 @@
 #include "sync/ClipRecords.h"
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
 #include <variant>
 
 #include "platform/Crypto.h"
+#include "platform/Files.h"
 #include "sync/ClipCloudSync.h"
 
 namespace zettly {
@@ -87,16 +86,6 @@ double metadataTime(const CloudFields& fields, double modified, bool hasMetadata
     if (auto mm = number(fields, "mm"))
         return *mm;
     return hasMetadata ? modified : 0;
-}
-
-std::optional<ClipRecords::Bytes> readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return std::nullopt;
-    ClipRecords::Bytes data{std::istreambuf_iterator<char>(in), {}};
-    if (in.bad())
-        return std::nullopt;
-    return data;
 }
 
 // Removes the reduced copy however the upload preparation ends.
@@ -181,7 +170,7 @@ CloudRecord ClipRecords::record(const SyncCategory& category) {
 
 ClipRecords::ImageRecord ClipRecords::record(const SyncImage& image, ImageClipStore& images,
                                              const fs::path& scratch) {
-    auto data = readFile(image.file);
+    auto data = files::readAll(image.file);
     if (!data)
         return {};
     if (data->size() > maxImageBytes) {
@@ -190,7 +179,7 @@ ClipRecords::ImageRecord ClipRecords::record(const SyncImage& image, ImageClipSt
         for (int maxPixel : {firstReduction, secondReduction}) {
             if (!images.downsample(original, maxPixel, reduced.path()))
                 return {};
-            data = readFile(reduced.path());
+            data = files::readAll(reduced.path());
             if (!data)
                 return {};
             if (data->size() <= maxImageBytes)

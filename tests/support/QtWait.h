@@ -20,4 +20,12 @@ bool waitProcessingEvents(std::chrono::milliseconds time, Ready ready) {
     return ready();
 }
 
+// Lets Qt's events run for `time`, for what is only seen (a screenshot), not
+// waited for.
+inline void settle(std::chrono::milliseconds time) {
+    for (auto end = std::chrono::steady_clock::now() + time;
+         std::chrono::steady_clock::now() < end;)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
 }  // namespace zettly::test

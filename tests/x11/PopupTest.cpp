@@ -13,23 +13,10 @@
 #include "store/ClipPrefs.h"
 #include "tests/fakes/SqlRows.h"
 #include "tests/support/AppTestSupport.h"
+#include "tests/support/QtWait.h"
 
 namespace zettly::test {
 namespace {
-
-// Runs Qt's events while waiting, so the paste target can take its paste.
-template <typename Ready>
-bool waitProcessing(Ready ready) {
-    return waitUntil([&] {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        return ready();
-    });
-}
-
-void settle(std::chrono::milliseconds time) {
-    for (auto end = SteadyClock::now() + time; SteadyClock::now() < end;)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-}
 
 class PopupTest : public AppTest {
 protected:
@@ -55,7 +42,7 @@ protected:
         target_.setGeometry(60, 60, 360, 40);
         target_.show();
         target_.activateWindow();
-        ASSERT_TRUE(waitProcessing([&] { return target_.hasFocus(); }));
+        ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return target_.hasFocus(); }));
     }
 
     QLineEdit target_;
@@ -77,7 +64,8 @@ TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     rows(db, "UPDATE items SET category = 'C1', pinned = 1 WHERE text LIKE 'Meeting%'");
 
     run("xdotool mousemove 420 120 key alt+v");
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "Alt+V opened nothing";
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }))
+        << "Alt+V opened nothing";
     settle(700ms);  // thumbnails arrive from their loader thread
     saveScreenshot(visibleWindow("Zettly"), "history-window.png");
 
@@ -86,7 +74,7 @@ TEST_F(PopupTest, HotKeyOpensTheWindowAndTypingThenReturnPastesTheMatch) {
     settle(300ms);
 
     run("xdotool key Return");
-    EXPECT_TRUE(waitProcessing([&] { return target_.text() == "beta two"; }))
+    EXPECT_TRUE(waitProcessingEvents(kDeadline, [&] { return target_.text() == "beta two"; }))
         << "the target received \"" << target_.text().toStdString() << "\"";
     EXPECT_EQ(output("xclip -o -selection clipboard"), "beta two");
     EXPECT_FALSE(panelVisible());
@@ -97,22 +85,23 @@ TEST_F(PopupTest, AnAbsurdStoredSizeOpensClampedAndEscapeClosesWithoutTouchingTh
     // the default. The pointer leaves room for the whole window below it.
     setDefaults(R"({"pasteAutomatically": true, "popupWidth": 1e308, "popupHeight": -3})");
     run("xdotool mousemove 420 120 key alt+v");
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }));
     EXPECT_EQ(output("xdotool getwindowgeometry --shell " + visibleWindow("Zettly") +
                      " | grep -E '^(WIDTH|HEIGHT)='"),
               "WIDTH=" + std::to_string(int(ClipPrefs::maxPopupSize.width)) +
                   "\nHEIGHT=" + std::to_string(int(ClipPrefs::defaultPopupSize.height)) + "\n");
     run("xdotool key Escape");
-    EXPECT_TRUE(waitProcessing([&] { return !panelVisible(); }));
+    EXPECT_TRUE(waitProcessingEvents(kDeadline, [&] { return !panelVisible(); }));
     EXPECT_EQ(output("xclip -o -selection clipboard"), "gamma three");
     EXPECT_TRUE(target_.text().isEmpty());
 }
 
 TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
     run("xdotool mousemove 420 120 key alt+v");
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }));
     run("xdotool key ctrl+comma");
-    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
+    ASSERT_TRUE(
+        waitProcessingEvents(kDeadline, [&] { return !visibleWindow("Zettly Settings").empty(); }));
     EXPECT_FALSE(panelVisible());
     settle(500ms);
     saveScreenshot(visibleWindow("Zettly Settings"), "settings-window.png");
@@ -121,13 +110,13 @@ TEST_F(PopupTest, CtrlCommaInTheWindowOpensTheSettings) {
 TEST_F(PopupTest, WithoutAutomaticPasteAltReturnPastesOnceAltIsUpAndIntoXtermThroughPrimary) {
     setDefaults(R"({"pasteAutomatically": false})");
     run("xdotool mousemove 420 120 key alt+v");
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }));
     // The finger that pressed Alt+Return rests on Alt a little longer.
     run("xdotool keydown alt key Return");
     settle(500ms);
     EXPECT_TRUE(target_.text().isEmpty()) << "pasted while Alt was still down";
     run("xdotool keyup alt");
-    EXPECT_TRUE(waitProcessing([&] { return target_.text() == "gamma three"; }))
+    EXPECT_TRUE(waitProcessingEvents(kDeadline, [&] { return target_.text() == "gamma three"; }))
         << "the target received \"" << target_.text().toStdString() << "\"";
 
     // Stock xterm binds neither Ctrl+V nor Ctrl+Shift+V; Shift+Insert pastes
@@ -140,12 +129,13 @@ TEST_F(PopupTest, WithoutAutomaticPasteAltReturnPastesOnceAltIsUpAndIntoXtermThr
                    std::to_string(picked.size()) + " > '" + received.string() + "'"});
     ASSERT_GT(xterm, 0) << "xterm is missing";
     children_.push_back(xterm);
-    ASSERT_TRUE(waitProcessing([&] { return fs::exists(ready); })) << "xterm did not start";
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return fs::exists(ready); }))
+        << "xterm did not start";
     run("xdotool search --name '^paste into xterm$' windowfocus --sync");
     run("xdotool key alt+v");
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }));
     run("xdotool key Down alt+Return");
-    EXPECT_TRUE(waitProcessing([&] { return readFile(received) == picked; }))
+    EXPECT_TRUE(waitProcessingEvents(kDeadline, [&] { return readFile(received) == picked; }))
         << "xterm received \"" << readFile(received) << "\"";
 }
 
@@ -168,17 +158,21 @@ TEST_F(FallbackTest, ACopyIsSavedAndToggleOpensTheHistoryFromWhichCtrlCommaOpens
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "zettly --toggle failed";
     };
     toggle();
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); })) << "--toggle opened nothing";
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }))
+        << "--toggle opened nothing";
     toggle();
-    ASSERT_TRUE(waitProcessing([&] { return !panelVisible(); })) << "--toggle left it open";
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return !panelVisible(); }))
+        << "--toggle left it open";
     toggle();
-    ASSERT_TRUE(waitProcessing([&] { return panelVisible(); }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [&] { return panelVisible(); }));
     // Shown is not yet focused: the key goes wherever the keyboard is.
-    ASSERT_TRUE(waitProcessing(
-        [] { return output("xdotool getwindowfocus getwindowname 2>/dev/null") == "Zettly\n"; }));
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [] {
+        return output("xdotool getwindowfocus getwindowname 2>/dev/null") == "Zettly\n";
+    }));
 
     run("xdotool key ctrl+comma");
-    ASSERT_TRUE(waitProcessing([&] { return !visibleWindow("Zettly Settings").empty(); }));
+    ASSERT_TRUE(
+        waitProcessingEvents(kDeadline, [&] { return !visibleWindow("Zettly Settings").empty(); }));
     EXPECT_FALSE(panelVisible());
     settle(500ms);
     saveScreenshot(visibleWindow("Zettly Settings"), "settings-fallback.png");

@@ -14,22 +14,10 @@
 
 #include "tests/fakes/SqlRows.h"
 #include "tests/support/AppTestSupport.h"
+#include "tests/support/QtWait.h"
 
 namespace zettly::test {
 namespace {
-
-template <typename Ready>
-bool waitProcessing(Ready ready) {
-    return waitUntil([&] {
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        return ready();
-    });
-}
-
-void settle(std::chrono::milliseconds time) {
-    for (auto end = SteadyClock::now() + time; SteadyClock::now() < end;)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-}
 
 struct Geometry {
     int x = 0, y = 0, width = 0, height = 0;
@@ -112,7 +100,7 @@ protected:
     // only small window.
     std::string trayIcon() {
         std::string icon;
-        waitProcessing([&] {
+        waitProcessingEvents(kDeadline, [&] {
             std::istringstream ids(
                 output("xdotool search --onlyvisible --class zettly 2>/dev/null"));
             for (std::string id; std::getline(ids, id);)
@@ -125,8 +113,9 @@ protected:
 
     std::string openHistory() {
         run("xdotool mousemove 700 140 key alt+v");
-        EXPECT_TRUE(waitProcessing([] { return !visibleWindow("Zettly").empty(); }))
-            << "Alt+V opened nothing";
+        EXPECT_TRUE(waitProcessingEvents(kDeadline, [] {
+            return !visibleWindow("Zettly").empty();
+        })) << "Alt+V opened nothing";
         settle(700ms);  // thumbnails arrive from their loader thread
         return visibleWindow("Zettly");
     }
@@ -153,8 +142,9 @@ TEST_F(WindowLookTest, AWrappedRowALongCategoryChipAndThePreviewAfterAnImage) {
 
     // The image is the oldest entry; End reaches it from the search field.
     run("xdotool key ctrl+End ctrl+y");
-    ASSERT_TRUE(waitProcessing([] { return !visibleWindow("Zettly Preview").empty(); }))
-        << "Ctrl+Y showed no preview of the image";
+    ASSERT_TRUE(waitProcessingEvents(kDeadline, [] {
+        return !visibleWindow("Zettly Preview").empty();
+    })) << "Ctrl+Y showed no preview of the image";
     settle(300ms);
     const Geometry ofImage = geometryOf(visibleWindow("Zettly Preview"));
     // Up to the text above it: the preview follows the selection.
@@ -190,10 +180,10 @@ TEST_F(WindowLookTest, TheTrayMenuListsTheNewestEntriesAndPicksOne) {
     saveScreen("look-tray-menu.png");
     // Show History, then the newest first: the second entry is "fifth copy".
     run("xdotool key Down Down Down Return");
-    EXPECT_TRUE(waitProcessing([] {
-        return output("xclip -o -selection clipboard 2>/dev/null") == "fifth copy";
-    })) << "the clipboard holds \""
-        << output("xclip -o -selection clipboard") << "\"";
+    EXPECT_TRUE(waitProcessingEvents(
+        kDeadline,
+        [] { return output("xclip -o -selection clipboard 2>/dev/null") == "fifth copy"; }))
+        << "the clipboard holds \"" << output("xclip -o -selection clipboard") << "\"";
     EXPECT_TRUE(visibleWindow("Zettly").empty()) << "picking from the tray opened the window";
 }
 
@@ -218,7 +208,8 @@ TEST_F(GermanAtTwiceTest, TheSettingsWindowFitsAHighDensityLaptopScreen) {
     ASSERT_FALSE(trayIcon().empty()) << "no tray icon in the panel";
     ASSERT_FALSE(openHistory().empty());
     run("xdotool mousemove 300 200 key ctrl+comma");
-    ASSERT_TRUE(waitProcessing([] { return !visibleWindow("Zettly-Einstellungen").empty(); }))
+    ASSERT_TRUE(waitProcessingEvents(kDeadline,
+                                     [] { return !visibleWindow("Zettly-Einstellungen").empty(); }))
         << "no German Settings window; windows: "
         << output("xdotool search --onlyvisible --name .");
     settle(800ms);

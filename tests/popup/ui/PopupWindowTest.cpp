@@ -133,15 +133,21 @@ TEST_F(PopupWindowTest, TheNameDialogStoresWhatWasTypedAndCancellingKeepsTheOldN
     EXPECT_TRUE(window.isVisible());
 }
 
+// A dialog's title and every label in it, as the user reads them.
+QStringList textsOf(const QDialog& dialog) {
+    QStringList texts{dialog.windowTitle()};
+    for (const auto* label : dialog.findChildren<QLabel*>())
+        texts << label->text();
+    return texts;
+}
+
 TEST_F(PopupWindowTest, TheEditDialogSaysCtrlReturnSavesAndItDoesAndNoDialogRepeatsItsTitle) {
     copy("draft");
     controller.open();
     QTimer::singleShot(0, [] {
         auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
         ASSERT_NE(dialog, nullptr);
-        QStringList shown{dialog->windowTitle()};
-        for (auto* label : dialog->findChildren<QLabel*>())
-            shown << label->text();
+        const QStringList shown = textsOf(*dialog);
         EXPECT_EQ(shown.count("Edit text"), 1);
         EXPECT_TRUE(shown.contains("Ctrl+Return saves"));
         auto* box = dialog->findChild<QPlainTextEdit*>();
@@ -157,9 +163,7 @@ TEST_F(PopupWindowTest, TheEditDialogSaysCtrlReturnSavesAndItDoesAndNoDialogRepe
     QTimer::singleShot(0, [] {
         auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
         ASSERT_NE(dialog, nullptr);
-        QStringList shown{dialog->windowTitle()};
-        for (auto* label : dialog->findChildren<QLabel*>())
-            shown << label->text();
+        const QStringList shown = textsOf(*dialog);
         EXPECT_EQ(shown.count("Name"), 1);
         dialog->reject();
     });
