@@ -6,7 +6,7 @@
 #include <malloc.h>
 #endif
 
-#include "popup/TextSearch.h"
+#include "platform/TextSearch.h"
 #include "store/ChipOrder.h"
 
 namespace zettly {

@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-#include "popup/TextSearch.h"
+#include "platform/TextSearch.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 

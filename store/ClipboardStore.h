@@ -128,6 +128,30 @@ public:
     void setCategory(const std::string& id, const std::optional<std::string>& category);
     bool updateText(const std::string& id, std::string_view text);
 
+    // ---- search ---------------------------------------------------------
+    // The history window lists the newest rows; a search goes through the
+    // whole history in two steps, so that a large history is searched in
+    // slices without holding its texts.
+    //
+    //   auto rows = store.searchCandidates(search::foldQuery(typed), {.pinned = false});
+    //   for (slice of rows) show(store.searchMatches(folded, slice));
+    //
+    // Which rows a search considers, by the window's chip.
+    struct SearchFilter {
+        std::optional<bool> pinned;           // All: false; Pinned: true
+        std::optional<bool> link;             // Links: true; Text: false
+        std::optional<std::string> category;  // a category's chip
+    };
+    // The rows that may hold the folded query (search::foldQuery; empty
+    // matches every row), in the window's order: pinned rows outside
+    // categories first, then newest first; rows due to expire are left out.
+    std::vector<std::int64_t> searchCandidates(std::string_view foldedQuery,
+                                               const SearchFilter& filter);
+    // Those of `rows` whose text, or failing that label, contains the folded
+    // query, in the given order; rows gone meanwhile are skipped.
+    std::vector<Item> searchMatches(std::string_view foldedQuery,
+                                    const std::vector<std::int64_t>& rows);
+
     // ---- categories -----------------------------------------------------
     std::vector<Category> categories();
     std::optional<Category> createCategory(std::string_view name);

@@ -6,7 +6,7 @@
 #include <QScrollBar>
 #include <cctype>
 
-#include "popup/TextSearch.h"
+#include "platform/TextSearch.h"
 #include "popup/ui/RowDelegate.h"
 #include "ui/Look.h"
 

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "popup/TextSearch.h"
+#include "platform/TextSearch.h"
 
 namespace zettly {
 namespace {

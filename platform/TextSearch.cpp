@@ -1,4 +1,4 @@
-#include "popup/TextSearch.h"
+#include "platform/TextSearch.h"
 
 #include <algorithm>
 #include <array>
