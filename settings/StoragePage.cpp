@@ -63,8 +63,9 @@ QString StoragePage::limitLabel(std::int64_t items) {
     if (items == 1)
         //: Settings › Storage › "Keep up to:" picker, a history of one single item.
         return tr("1 item");
-    //: Settings › Storage › "Keep up to:" picker: how many items the history keeps.
-    return tr("%n items", nullptr, pluralCount(items));
+    //: Settings › Storage › "Keep up to:" picker: how many items the history keeps, with the
+    //: digits grouped as the language writes them (100,000).
+    return tr("%Ln items", nullptr, pluralCount(items));
 }
 
 QString StoragePage::retentionLabel(std::int64_t minutes) {

@@ -28,7 +28,7 @@ public:
     // Shows the stored preferences as they are now.
     void reload();
 
-    static constexpr std::int64_t limits[] = {50, 100, 200, 500};
+    static constexpr std::int64_t limits[] = {50, 100, 200, 500, 1000, 10000, 100000};
     static constexpr std::int64_t retentions[] = {5, 15, 30, 60, 1440, 10080, 43200};  // minutes
     // MiB; 0 is off. The history takes no copy over 16 MiB at all.
     static constexpr std::int64_t originalLimits[] = {0, 5, 10, 16};

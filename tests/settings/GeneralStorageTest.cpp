@@ -114,11 +114,11 @@ TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesS
     EXPECT_EQ(page.limitPicker()->currentText(), "200 items");
     EXPECT_EQ(page.retentionPicker()->currentText(), "30 days");
 
-    pick(page.limitPicker(), "500 items");
+    pick(page.limitPicker(), "100,000 items");
     pick(page.retentionPicker(), "15 minutes");
     QTest::keyClick(page.saveImagesSwitch(), Qt::Key_Space);
     QTest::keyClick(page.clearOnQuitSwitch(), Qt::Key_Space);
-    EXPECT_EQ(env.defaults.integer(prefkey::clipboardLimit), 500);
+    EXPECT_EQ(env.defaults.integer(prefkey::clipboardLimit), 100000);
     EXPECT_EQ(env.defaults.integer(prefkey::clipboardRetentionMinutes), 15);
     EXPECT_EQ(env.defaults.boolObject(prefkey::saveImages), false);
     EXPECT_EQ(env.defaults.boolObject(prefkey::clearOnQuit), true);
@@ -129,7 +129,8 @@ TEST_F(SettingsPagesTest, StoragePickersAndSwitchesStoreEachChangeAndShowValuesS
     env.defaults.setBool(prefkey::saveImages, true);
     page.reload();
     EXPECT_EQ(entries(page.limitPicker()),
-              QStringList({"50 items", "100 items", "200 items", "300 items", "500 items"}));
+              QStringList({"50 items", "100 items", "200 items", "300 items", "500 items",
+                           "1,000 items", "10,000 items", "100,000 items"}));
     EXPECT_EQ(page.limitPicker()->currentText(), "300 items");
     EXPECT_EQ(page.retentionPicker()->currentText(), "1.5 hours");
     EXPECT_EQ(page.retentionPicker()->currentIndex(), 4);  // between 1 hour and 1 day
