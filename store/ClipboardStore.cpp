@@ -4,6 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "store/PrefKeys.h"
+#include "store/SearchIndex.h"
 #include "store/StoreDatabase.h"
 
 namespace zettly {
@@ -44,6 +45,27 @@ constexpr const char* kTrimIndex =
     "CREATE INDEX IF NOT EXISTS idx_items_unpinned ON items(created DESC, id, pinned) WHERE pinned "
     "= 0;";
 
+// Trimming must know how far the history is over its limit without counting
+// 100,000 rows on every copy: the count of unpinned rows is kept by triggers
+// (and taken afresh at every open, so it cannot drift for long).
+constexpr const char* kUnpinnedCount =
+    "CREATE TABLE IF NOT EXISTS item_count(id INTEGER PRIMARY KEY CHECK (id = 1), unpinned "
+    "INTEGER NOT NULL);\n"
+    "INSERT OR REPLACE INTO item_count VALUES(1, (SELECT count(*) FROM items WHERE pinned = 0));\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_insert AFTER INSERT ON items WHEN new.pinned = 0 "
+    "BEGIN UPDATE item_count SET unpinned = unpinned + 1; END;\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_delete AFTER DELETE ON items WHEN old.pinned = 0 "
+    "BEGIN UPDATE item_count SET unpinned = unpinned - 1; END;\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_pin AFTER UPDATE OF pinned ON items WHEN "
+    "(old.pinned = 0) <> (new.pinned = 0) BEGIN UPDATE item_count SET unpinned = unpinned + "
+    "(new.pinned = 0) - (old.pinned = 0); END;";
+
+// The history window lists the pinned rows outside categories first; with
+// this index they are found without looking at the others.
+constexpr const char* kOnTopIndex =
+    "CREATE INDEX IF NOT EXISTS idx_items_ontop ON items(created DESC) WHERE pinned = 1 AND "
+    "category IS NULL;";
+
 void applySchema(sql::Database& db) {
     db.exec(kSchema);
     ensureColumn(db, "items", "category", "TEXT");
@@ -62,6 +84,15 @@ void applySchema(sql::Database& db) {
         "category IS NOT NULL OR label IS NOT NULL)");
     db.exec(kSyncSchema);
     db.exec(kTrimIndex);
+    db.exec(kUnpinnedCount);
+    db.exec(kOnTopIndex);
+    searchindex::apply(db);
+}
+
+std::vector<std::string_view> derivedTables() {
+    std::vector<std::string_view> names = searchindex::tableNames();
+    names.push_back("item_count");
+    return names;
 }
 
 StoreSchema textSchema() {
@@ -98,6 +129,7 @@ StoreSchema textSchema() {
                  .columns = {{"key", "TEXT"}, {"kind", "TEXT"}, {"at", "REAL"}},
                  .required = 3},
             },
+        .derived = derivedTables(),
         .apply = applySchema,
     };
 }
@@ -113,7 +145,10 @@ std::optional<fs::path> ClipboardStore::databasePath() const {
 
 bool ClipboardStore::open() {
     std::lock_guard lock(mutex_);
-    return ensureOpenLocked();
+    if (!ensureOpenLocked())
+        return false;
+    purgeSearchIndexLocked();
+    return true;
 }
 
 bool ClipboardStore::ensureOpenLocked() {
