@@ -61,10 +61,15 @@ constexpr const char* kUnpinnedCount =
     "(new.pinned = 0) - (old.pinned = 0); END;";
 
 // The history window lists the pinned rows outside categories first; with
-// this index they are found without looking at the others.
-constexpr const char* kOnTopIndex =
+// the first index they are found without looking at the others. The second
+// holds every column the window's conditions read, so that its order and a
+// search's filters are walked in the index alone: reading them from the
+// rows would read through each text before them.
+constexpr const char* kWindowIndexes =
     "CREATE INDEX IF NOT EXISTS idx_items_ontop ON items(created DESC) WHERE pinned = 1 AND "
-    "category IS NULL;";
+    "category IS NULL;\n"
+    "CREATE INDEX IF NOT EXISTS idx_items_window ON items(created DESC, pinned, category, label, "
+    "type);";
 
 void applySchema(sql::Database& db) {
     db.exec(kSchema);
@@ -85,7 +90,7 @@ void applySchema(sql::Database& db) {
     db.exec(kSyncSchema);
     db.exec(kTrimIndex);
     db.exec(kUnpinnedCount);
-    db.exec(kOnTopIndex);
+    db.exec(kWindowIndexes);
     searchindex::apply(db);
 }
 

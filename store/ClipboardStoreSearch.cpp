@@ -1,6 +1,7 @@
 // Searching the whole text history, beyond the rows the window lists, and
 // keeping its search index (store/SearchIndex.h).
 #include <algorithm>
+#include <unordered_set>
 
 #include "platform/Clock.h"
 #include "platform/Log.h"
@@ -51,8 +52,17 @@ std::vector<std::int64_t> ClipboardStore::searchCandidates(std::string_view fold
         }
         return windowOrder(db_, condition, bindFilter, -1, 0);
     }
-    // Few rows are left as a rule; they are put in the window's order here
-    // rather than by walking the whole history.
+    // A rare text leaves a few rows, put in the window's order here. A
+    // common one leaves many: those are picked out of the walk in the
+    // window's order, which reads the index alone, where looking each one
+    // up would read through its text.
+    constexpr std::size_t mostLookedUp = 1000;
+    if (narrowed.size() > mostLookedUp) {
+        std::unordered_set<std::int64_t> wanted(narrowed.begin(), narrowed.end());
+        std::vector<std::int64_t> rows = windowOrder(db_, condition, bindFilter, -1, 0);
+        std::erase_if(rows, [&](std::int64_t rowid) { return !wanted.contains(rowid); });
+        return rows;
+    }
     sql::Statement read =
         db_.prepare("SELECT (pinned = 1 AND category IS NULL), created FROM items WHERE (" +
                     condition + ") AND rowid = ?");
