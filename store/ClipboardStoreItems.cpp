@@ -140,7 +140,7 @@ void ClipboardStore::deleteItem(const std::string& id) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         tombstoneLocked("id = " + sql::quote(id), now);
         sql::run(db_, "DELETE FROM items WHERE id = ?", id);
-        searchindex::notePurgeDue(db_);
+        searchindex::forgetDeleted(db_);
         tx.commit();
     });
 }
@@ -152,7 +152,7 @@ void ClipboardStore::clear(bool keepPinned) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         tombstoneLocked(condition, now);
         db_.exec("DELETE FROM items WHERE " + condition);
-        searchindex::notePurgeDue(db_);
+        searchindex::forgetDeleted(db_);
         tx.commit();
     });
 }
@@ -200,13 +200,16 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
         // fails (the text is already in the history) no tombstone is left
         // behind to delete the untouched row on other devices.
         tombstoneLocked("id = " + sql::quote(id), now);
-        searchindex::notePurgeDue(db_);
         stored = sql::run(db_,
                           "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
                           "modified = " +
                               sql::number(now) + ", dirty = 1 WHERE id = ?",
-                          text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
-                 tx.commit();
+                          text, hash(text), detectType(text), recordName(text, syncKey()), id);
+        // Index trouble does not hold an edit back: the old text then stays
+        // queued, and is searched as before.
+        if (stored)
+            searchindex::forgetDeleted(db_);
+        stored = stored && tx.commit();
     });
     return stored;
 }

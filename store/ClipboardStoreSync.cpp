@@ -394,7 +394,7 @@ ClipboardStore::SyncApplied ClipboardStore::syncApplyDeletion(const std::string&
             return SyncApplied::failed;
         bool deleted = db_.changes() > 0;
         if (deleted)
-            searchindex::notePurgeDue(db_);
+            searchindex::forgetDeleted(db_);
         if (!tx.commit())
             return SyncApplied::failed;
         return deleted ? SyncApplied::changed : SyncApplied::unchanged;

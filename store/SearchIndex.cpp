@@ -73,18 +73,17 @@ bool indexAll(sql::Database& db) {
 }
 
 // Removing postings costs about as much as adding them; after a clear it is
-// cheaper to start the index afresh from the rows left.
+// cheaper to start the index afresh from the rows left. In the caller's
+// transaction.
 bool restartWhenMostlyGone(sql::Database& db) {
     const std::int64_t gone = count(db, "search_gone");
     if (gone < 1000 || gone < count(db, "items"))
         return true;
-    sql::Transaction tx(db, sql::Transaction::Mode::immediate);
-    return tx.begun() && db.exec("INSERT INTO items_search(items_search) VALUES('delete-all');") &&
+    return db.exec("INSERT INTO items_search(items_search) VALUES('delete-all');") &&
            db.exec("DELETE FROM search_gone; DELETE FROM search_pending;") &&
            db.exec(std::string("INSERT INTO search_pending(rowid) SELECT rowid FROM items WHERE "
                                "length(CAST(text AS BLOB)) <= ") +
-                   kLongestIndexed + " AND rowid NOT IN (SELECT rowid FROM search_unindexed)") &&
-           tx.commit();
+                   kLongestIndexed + " AND rowid NOT IN (SELECT rowid FROM search_unindexed)");
 }
 
 }  // namespace
@@ -164,8 +163,15 @@ bool batchDue(sql::Database& db) {
     return due->step() == SQLITE_ROW && due->int64(0) != 0;
 }
 
-void notePurgeDue(sql::Database& db) {
-    db.exec("UPDATE search_state SET purge_due = 1");
+bool forgetDeleted(sql::Database& db) {
+    if (!restartWhenMostlyGone(db))
+        return false;
+    // The texts leave the queue now; only their postings wait for the purge.
+    return db.exec(
+        "INSERT INTO items_search(items_search, rowid, text) SELECT 'delete', rowid, text FROM "
+        "search_gone;\n"
+        "DELETE FROM search_gone;\n"
+        "UPDATE search_state SET purge_due = 1;");
 }
 
 bool purgeIfDue(sql::Database& db, double now, bool force) {
@@ -176,8 +182,12 @@ bool purgeIfDue(sql::Database& db, double now, bool force) {
         if (state.int64(0) == 0 && now - state.real(1) < 24 * 3600)
             return true;
     }
-    return restartWhenMostlyGone(db) && indexAll(db) &&
-           db.exec("INSERT INTO items_search(items_search) VALUES('optimize');") &&
+    {
+        sql::Transaction tx(db, sql::Transaction::Mode::immediate);
+        if (!tx.begun() || !restartWhenMostlyGone(db) || !tx.commit())
+            return false;
+    }
+    return indexAll(db) && db.exec("INSERT INTO items_search(items_search) VALUES('optimize');") &&
            sql::run(db, "UPDATE search_state SET purge_due = 0, purged = ?", now);
 }
 

@@ -46,8 +46,10 @@ bool indexQueued(sql::Database& db, std::int64_t rows);
 bool batchDue(sql::Database& db);
 inline constexpr std::int64_t batchRows = 100;
 
-// A deletion the user asked for: the next purge must not wait a day.
-void notePurgeDue(sql::Database& db);
+// After a deletion or edit the user made, in its transaction: the old texts
+// leave the queue at once (trimmed ones wait for the next batch), and the
+// next purge does not wait a day. False when a statement failed.
+bool forgetDeleted(sql::Database& db);
 // Indexes everything queued and rewrites the index without what was
 // removed, when a deletion asked for it or the last purge is older than a
 // day (`force`: now). False when a statement failed.

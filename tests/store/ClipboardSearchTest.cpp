@@ -129,6 +129,7 @@ TEST_F(ClipboardSearch, ADeletedEntryIsNotFoundAndThePurgeLeavesNoTraceInTheFile
 
     store.deleteItem(secret);
     EXPECT_THAT(found("hunter"), IsEmpty());
+    EXPECT_THAT(sql("SELECT count(*) FROM search_gone"), ElementsAre(Row{"0"}));
     ASSERT_TRUE(store.purgeSearchIndex());
     std::string after = fileBytes();
     for (const std::string& trace : traces)
