@@ -4,6 +4,7 @@
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "store/PrefKeys.h"
+#include "store/SearchIndex.h"
 #include "store/StoreDatabase.h"
 
 namespace zettly {
@@ -44,6 +45,32 @@ constexpr const char* kTrimIndex =
     "CREATE INDEX IF NOT EXISTS idx_items_unpinned ON items(created DESC, id, pinned) WHERE pinned "
     "= 0;";
 
+// Trimming must know how far the history is over its limit without counting
+// 100,000 rows on every copy: the count of unpinned rows is kept by triggers
+// (and taken afresh at every open, so it cannot drift for long).
+constexpr const char* kUnpinnedCount =
+    "CREATE TABLE IF NOT EXISTS item_count(id INTEGER PRIMARY KEY CHECK (id = 1), unpinned "
+    "INTEGER NOT NULL);\n"
+    "INSERT OR REPLACE INTO item_count VALUES(1, (SELECT count(*) FROM items WHERE pinned = 0));\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_insert AFTER INSERT ON items WHEN new.pinned = 0 "
+    "BEGIN UPDATE item_count SET unpinned = unpinned + 1; END;\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_delete AFTER DELETE ON items WHEN old.pinned = 0 "
+    "BEGIN UPDATE item_count SET unpinned = unpinned - 1; END;\n"
+    "CREATE TRIGGER IF NOT EXISTS items_count_pin AFTER UPDATE OF pinned ON items WHEN "
+    "(old.pinned = 0) <> (new.pinned = 0) BEGIN UPDATE item_count SET unpinned = unpinned + "
+    "(new.pinned = 0) - (old.pinned = 0); END;";
+
+// The history window lists the pinned rows outside categories first; with
+// the first index they are found without looking at the others. The second
+// holds every column the window's conditions read, so that its order and a
+// search's filters are walked in the index alone: reading them from the
+// rows would read through each text before them.
+constexpr const char* kWindowIndexes =
+    "CREATE INDEX IF NOT EXISTS idx_items_ontop ON items(created DESC) WHERE pinned = 1 AND "
+    "category IS NULL;\n"
+    "CREATE INDEX IF NOT EXISTS idx_items_window ON items(created DESC, pinned, category, label, "
+    "type);";
+
 void applySchema(sql::Database& db) {
     db.exec(kSchema);
     ensureColumn(db, "items", "category", "TEXT");
@@ -62,6 +89,15 @@ void applySchema(sql::Database& db) {
         "category IS NOT NULL OR label IS NOT NULL)");
     db.exec(kSyncSchema);
     db.exec(kTrimIndex);
+    db.exec(kUnpinnedCount);
+    db.exec(kWindowIndexes);
+    searchindex::apply(db);
+}
+
+std::vector<std::string_view> derivedTables() {
+    std::vector<std::string_view> names = searchindex::tableNames();
+    names.push_back("item_count");
+    return names;
 }
 
 StoreSchema textSchema() {
@@ -98,6 +134,7 @@ StoreSchema textSchema() {
                  .columns = {{"key", "TEXT"}, {"kind", "TEXT"}, {"at", "REAL"}},
                  .required = 3},
             },
+        .derived = derivedTables(),
         .apply = applySchema,
     };
 }
@@ -113,7 +150,10 @@ std::optional<fs::path> ClipboardStore::databasePath() const {
 
 bool ClipboardStore::open() {
     std::lock_guard lock(mutex_);
-    return ensureOpenLocked();
+    if (!ensureOpenLocked())
+        return false;
+    purgeSearchIndexLocked();
+    return true;
 }
 
 bool ClipboardStore::ensureOpenLocked() {

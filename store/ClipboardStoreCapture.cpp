@@ -210,7 +210,10 @@ ClipboardStore::InsertResult ClipboardStore::insertLocked(std::string_view text,
     int rc = add->step();
     if (rc == SQLITE_DONE) {
         trimLocked(now);
-        return tx.commit() ? InsertResult::inserted : InsertResult::failed;
+        if (!tx.commit())
+            return InsertResult::failed;
+        indexBatchLocked();
+        return InsertResult::inserted;
     }
     // Another connection stored the same text between our two statements.
     if ((rc & 0xff) == SQLITE_CONSTRAINT)
@@ -233,23 +236,26 @@ void ClipboardStore::tombstoneLocked(std::string_view condition, double now) {
 }
 
 void ClipboardStore::trimLocked(double now) {
-    std::string limit = std::to_string(ClipPrefs(context_.defaults).clipboardLimit());
-    // Once the history is full every new copy trims one row, so these run on
-    // every capture. Their text only changes with the limit, so they stay
-    // prepared; the removal time is bound rather than written into the text
-    // (parsing the statement anew each time cost a fifth of a capture).
-    sql::CachedStatement tombstones = db_.cached(tombstoneSQL(
-        "pinned = 0 AND id IN (SELECT id FROM items WHERE pinned = 0 ORDER BY created DESC "
-        "LIMIT -1 OFFSET " +
-            limit + ")",
-        "?"));
-    tombstones->bind(1, now);
-    tombstones->run();
-    db_.cached(
-           "DELETE FROM items WHERE pinned = 0 AND id IN (\n"
-           "    SELECT id FROM items WHERE pinned = 0 ORDER BY created DESC LIMIT -1 OFFSET " +
-           limit + "\n);")
-        ->run();
+    // Once the history is full every new copy trims one row. The count kept
+    // by triggers says how many are over, and those are the oldest unpinned
+    // rows, found from the old end of their index: the cost follows the rows
+    // removed, not the history's length.
+    sql::CachedStatement over = db_.cached("SELECT unpinned - ? FROM item_count");
+    over->bind(1, ClipPrefs(context_.defaults).clipboardLimit());
+    const std::int64_t excess = over->step() == SQLITE_ROW ? over->int64(0) : 0;
+    if (excess > 0) {
+        const std::string oldest =
+            "id IN (SELECT id FROM items WHERE pinned = 0 ORDER BY created, rowid LIMIT ?2)";
+        // The removal time is bound rather than written into the text: these
+        // run on every capture, and parsing them anew cost a fifth of one.
+        sql::CachedStatement tombstones = db_.cached(tombstoneSQL(oldest, "?1"));
+        tombstones->bind(1, now);
+        tombstones->bind(2, excess);
+        tombstones->run();
+        sql::CachedStatement remove = db_.cached("DELETE FROM items WHERE " + oldest);
+        remove->bind(2, excess);
+        remove->run();
+    }
     expireLocked(now);
 }
 

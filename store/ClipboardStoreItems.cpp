@@ -8,6 +8,8 @@
 #include "platform/Unicode.h"
 #include "store/ClipboardStore.h"
 #include "store/PrefKeys.h"
+#include "store/SearchIndex.h"
+#include "store/WindowOrder.h"
 
 namespace zettly {
 
@@ -78,30 +80,37 @@ std::vector<ClipboardStore::Item> ClipboardStore::fetch(
     // The order is decided on the row ids alone, then each row is read by id:
     // sorting whole rows would carry every text (up to 100 KB each) through
     // SQLite's sorter, which made a history of long texts take 100 ms.
-    std::string query = "SELECT rowid FROM items WHERE " + join(conditions, " AND ");
-    query +=
-        byRecencyOnly
-            ? " ORDER BY created DESC LIMIT ? OFFSET ?"
-            : " ORDER BY (pinned = 1 AND category IS NULL) DESC, created DESC LIMIT ? OFFSET ?";
-    auto read = [&] {
-        sql::Statement order = db_.prepare(query);
-        sql::Statement row = db_.prepare(
-            "SELECT id, text, type, created, pinned, category, label FROM items WHERE rowid = ?");
-        if (!order || !row)
-            return std::vector<Item>{};
+    const std::string condition = join(conditions, " AND ");
+    auto bindCategory = [&](sql::Statement& st) {
         int next = 1;
         if (category.kind() == CategoryFilter::Kind::only)
-            order.bind(next++, category.id());
-        order.bind(next++, limit);
-        order.bind(next, offset);
-
-        // Both statements read inside one transaction, so no write can slip
-        // in between the order and the rows.
+            st.bind(next++, category.id());
+        return next;
+    };
+    auto read = [&] {
+        sql::Statement row = db_.prepare(
+            "SELECT id, text, type, created, pinned, category, label FROM items WHERE rowid = ?");
+        if (!row)
+            return std::vector<Item>{};
+        // Both the order and the rows are read inside one transaction, so no
+        // write can slip in between.
         sql::Transaction tx(db_, sql::Transaction::Mode::deferred);
+        std::vector<std::int64_t> order;
+        if (byRecencyOnly) {
+            sql::Statement recent = db_.prepare("SELECT rowid FROM items WHERE " + condition +
+                                                " ORDER BY created DESC LIMIT ? OFFSET ?");
+            int next = bindCategory(recent);
+            recent.bind(next, limit);
+            recent.bind(next + 1, offset);
+            while (recent.step() == SQLITE_ROW)
+                order.push_back(recent.int64(0));
+        } else {
+            order = windowOrder(db_, condition, bindCategory, limit, offset);
+        }
         std::vector<Item> items;
-        while (order.step() == SQLITE_ROW) {
+        for (std::int64_t rowid : order) {
             row.reset();
-            row.bind(1, order.int64(0));
+            row.bind(1, rowid);
             if (row.step() != SQLITE_ROW || row.isNull(0) || row.isNull(1) || row.isNull(2))
                 continue;
             items.push_back(Item{row.text(0), row.text(1), row.text(2), row.real(3),
@@ -131,6 +140,7 @@ void ClipboardStore::deleteItem(const std::string& id) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         tombstoneLocked("id = " + sql::quote(id), now);
         sql::run(db_, "DELETE FROM items WHERE id = ?", id);
+        searchindex::forgetDeleted(db_);
         tx.commit();
     });
 }
@@ -142,6 +152,7 @@ void ClipboardStore::clear(bool keepPinned) {
         sql::Transaction tx(db_, sql::Transaction::Mode::immediate);
         tombstoneLocked(condition, now);
         db_.exec("DELETE FROM items WHERE " + condition);
+        searchindex::forgetDeleted(db_);
         tx.commit();
     });
 }
@@ -193,8 +204,12 @@ bool ClipboardStore::updateText(const std::string& id, std::string_view text) {
                           "UPDATE items SET text = ?, hash = ?, type = ?, rid = ?, ck = NULL, "
                           "modified = " +
                               sql::number(now) + ", dirty = 1 WHERE id = ?",
-                          text, hash(text), detectType(text), recordName(text, syncKey()), id) &&
-                 tx.commit();
+                          text, hash(text), detectType(text), recordName(text, syncKey()), id);
+        // Index trouble does not hold an edit back: the old text then stays
+        // queued, and is searched as before.
+        if (stored)
+            searchindex::forgetDeleted(db_);
+        stored = stored && tx.commit();
     });
     return stored;
 }

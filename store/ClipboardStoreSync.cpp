@@ -7,6 +7,7 @@
 #include "platform/Crypto.h"
 #include "store/ClipMerge.h"
 #include "store/ClipboardStore.h"
+#include "store/SearchIndex.h"
 
 namespace zettly {
 
@@ -392,6 +393,8 @@ ClipboardStore::SyncApplied ClipboardStore::syncApplyDeletion(const std::string&
         if (!sql::run(db_, "DELETE FROM items WHERE rid = ? AND dirty = 0", key))
             return SyncApplied::failed;
         bool deleted = db_.changes() > 0;
+        if (deleted)
+            searchindex::forgetDeleted(db_);
         if (!tx.commit())
             return SyncApplied::failed;
         return deleted ? SyncApplied::changed : SyncApplied::unchanged;

@@ -81,13 +81,17 @@ std::optional<std::string> tableProblem(const TableShape& shape,
 
 }  // namespace
 
-std::optional<std::string> foreignShape(sql::Database& db, const std::vector<TableShape>& tables) {
+std::optional<std::string> foreignShape(sql::Database& db, const std::vector<TableShape>& tables,
+                                        const std::vector<std::string_view>& derived) {
     sql::Statement names = db.prepare(
         "SELECT name FROM sqlite_master WHERE type = 'table' AND name NOT LIKE 'sqlite\\_%' "
         "ESCAPE '\\'");
     std::vector<std::string> ours, others;
     while (names.step() == SQLITE_ROW) {
         std::string name = names.text(0);
+        if (std::any_of(derived.begin(), derived.end(),
+                        [&](std::string_view d) { return sameName(d, name); }))
+            continue;
         (shapeNamed(tables, name) ? ours : others).push_back(std::move(name));
     }
     names = {};

@@ -20,8 +20,10 @@ namespace storecheck {
 // Why the file's tables are not the store's (a column missing or of another
 // type, or only tables the store does not know), none when they are or when
 // there are none yet. Columns the store does not know are allowed: a newer
-// version may have added them.
-std::optional<std::string> foreignShape(sql::Database& db, const std::vector<TableShape>& tables);
+// version may have added them. `derived` names tables of the store that
+// have no shape to check.
+std::optional<std::string> foreignShape(sql::Database& db, const std::vector<TableShape>& tables,
+                                        const std::vector<std::string_view>& derived = {});
 
 enum class Pages { sound, damaged, unknown };
 // SQLite's quick check: every page of every table and index is read.

@@ -100,7 +100,7 @@ bool StoreDatabase::openChecked(const fs::path& path) {
         return false;
     if (int rc = probe(db_); isDamaged(rc))
         return replaceWithNew(path, "corrupt", sqlite3_errstr(rc));
-    if (auto why = storecheck::foreignShape(db_, schema_.tables))
+    if (auto why = storecheck::foreignShape(db_, schema_.tables, schema_.derived))
         return replaceWithNew(path, "foreign", *why);
     if (pagesChecked_)
         return true;

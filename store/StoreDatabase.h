@@ -41,6 +41,10 @@ inline constexpr std::string_view keptByUserSQL =
 struct StoreSchema {
     std::string_view fileName;  // "clipboard.sqlite"
     std::vector<TableShape> tables;
+    // Tables `apply` makes from the others (indexes of their contents,
+    // counts): a file holding them is still ours, and a rebuild makes them
+    // anew instead of copying them.
+    std::vector<std::string_view> derived = {};
     // Creates the tables and runs the migrations on an open connection; the
     // same for the history in use and for a rebuilt one.
     std::function<void(sql::Database&)> apply;

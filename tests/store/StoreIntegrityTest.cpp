@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "platform/TextSearch.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/StoreHealth.h"
@@ -131,6 +132,24 @@ TEST_F(DamagedHistory, ZeroedPagesFoundAtOpenLeaveEveryReadableRowInANewFileAndT
                   .text,
               "after the repair");
     EXPECT_THAT(test::rows(file, "PRAGMA integrity_check"), ElementsAre(test::Row{"ok"}));
+}
+
+TEST_F(DamagedHistory, ARebuiltFileIsSearchedThroughANewIndex) {
+    fill();
+    zeroPages(file, pages() / 2, 8);
+    ClipboardStore store(env.context());
+    ASSERT_TRUE(store.open());
+    ASSERT_THAT(env.health.takeRescues(), SizeIs(1));
+
+    // Besides the row itself, only the named rows (never indexed) are left.
+    const std::string folded = search::foldQuery("ENTRY 7 0");
+    auto rows = store.searchCandidates(folded, {});
+    EXPECT_LE(rows.size(), 1u + kept / 3 + 1);
+    auto items = store.searchMatches(folded, rows);
+    ASSERT_THAT(items, SizeIs(1));
+    EXPECT_THAT(items[0].text, HasSubstr("entry 7 0"));
+    EXPECT_THAT(test::rows(file, "SELECT count(*) FROM search_pending"),
+                ElementsAre(test::Row{"0"}));
 }
 
 TEST_F(DamagedHistory, DamageMetWhileOpenIsRepairedAndTheListReadAgain) {
