@@ -6,33 +6,17 @@ namespace zettly::searchindex {
 
 namespace {
 
-// Longer texts are left out of the index: their trigrams would make most of
-// it, and indexing one would cost a capture tens of milliseconds. They are
-// read by every search instead, as all texts were before the index.
-constexpr const char* kLongestIndexed = "16384";
-
 std::string schemaSQL() {
-    const std::string fits = std::string(" <= ") + kLongestIndexed;
-    const std::string tooLong = std::string(" > ") + kLongestIndexed;
-    auto queue = [&](const char* row) {
-        const std::string size = std::string("length(CAST(") + row + ".text AS BLOB))";
-        return std::string("    INSERT OR REPLACE INTO search_pending(rowid) SELECT ") + row +
-               ".rowid WHERE " + size + fits +
-               ";\n"
-               "    INSERT OR REPLACE INTO search_unindexed(rowid) SELECT " +
-               row + ".rowid WHERE " + size + tooLong + ";\n";
-    };
+    const std::string queue =
+        "    INSERT OR REPLACE INTO search_pending(rowid) VALUES(new.rowid);\n";
     // An indexed row's postings can only be removed with the text they came
     // from; a queued row has none yet.
     const std::string unindex =
         "    INSERT OR REPLACE INTO search_gone(rowid, text) SELECT old.rowid, old.text\n"
-        "        WHERE NOT EXISTS (SELECT 1 FROM search_pending WHERE rowid = old.rowid)\n"
-        "          AND NOT EXISTS (SELECT 1 FROM search_unindexed WHERE rowid = old.rowid);\n"
-        "    DELETE FROM search_pending WHERE rowid = old.rowid;\n"
-        "    DELETE FROM search_unindexed WHERE rowid = old.rowid;\n";
+        "        WHERE NOT EXISTS (SELECT 1 FROM search_pending WHERE rowid = old.rowid);\n"
+        "    DELETE FROM search_pending WHERE rowid = old.rowid;\n";
     return std::string(
                "CREATE TABLE IF NOT EXISTS search_pending(rowid INTEGER PRIMARY KEY);\n"
-               "CREATE TABLE IF NOT EXISTS search_unindexed(rowid INTEGER PRIMARY KEY);\n"
                "CREATE TABLE IF NOT EXISTS search_gone(rowid INTEGER PRIMARY KEY, text "
                "TEXT NOT NULL);\n"
                "CREATE TABLE IF NOT EXISTS search_state(id INTEGER PRIMARY KEY CHECK (id "
@@ -42,14 +26,14 @@ std::string schemaSQL() {
                "IS NOT NULL;\n"
                "CREATE TRIGGER IF NOT EXISTS items_search_insert AFTER INSERT ON items "
                "BEGIN\n") +
-           queue("new") +
+           queue +
            "END;\n"
            "CREATE TRIGGER IF NOT EXISTS items_search_delete AFTER DELETE ON items BEGIN\n" +
            unindex +
            "END;\n"
            "CREATE TRIGGER IF NOT EXISTS items_search_edit AFTER UPDATE OF text ON items "
            "WHEN old.text IS NOT new.text BEGIN\n" +
-           unindex + queue("new") + "END;\n";
+           unindex + queue + "END;\n";
 }
 
 bool hasIndex(sql::Database& db) {
@@ -81,9 +65,7 @@ bool restartWhenMostlyGone(sql::Database& db) {
         return true;
     return db.exec("INSERT INTO items_search(items_search) VALUES('delete-all');") &&
            db.exec("DELETE FROM search_gone; DELETE FROM search_pending;") &&
-           db.exec(std::string("INSERT INTO search_pending(rowid) SELECT rowid FROM items WHERE "
-                               "length(CAST(text AS BLOB)) <= ") +
-                   kLongestIndexed + " AND rowid NOT IN (SELECT rowid FROM search_unindexed)");
+           db.exec("INSERT INTO search_pending(rowid) SELECT rowid FROM items");
 }
 
 }  // namespace
@@ -92,7 +74,7 @@ const std::vector<std::string_view>& tableNames() {
     // FTS5 keeps the index in shadow tables named after it.
     static const std::vector<std::string_view> names{
         "items_search",   "items_search_data", "items_search_idx", "items_search_config",
-        "search_pending", "search_unindexed",  "search_gone",      "search_state"};
+        "search_pending", "search_gone",       "search_state"};
     return names;
 }
 
@@ -110,12 +92,7 @@ void apply(sql::Database& db) {
             !(db.exec(std::string("CREATE VIRTUAL TABLE items_search USING fts5(text, content='', "
                                   "tokenize='") +
                       foldtrigrams::tokenizerName + "', detail=none, columnsize=0);") &&
-              db.exec(std::string("INSERT OR REPLACE INTO search_pending(rowid) SELECT rowid "
-                                  "FROM items WHERE length(CAST(text AS BLOB)) <= ") +
-                      kLongestIndexed +
-                      ";\nINSERT OR REPLACE INTO search_unindexed(rowid) SELECT rowid FROM "
-                      "items WHERE length(CAST(text AS BLOB)) > " +
-                      kLongestIndexed)))
+              db.exec("INSERT OR REPLACE INTO search_pending(rowid) SELECT rowid FROM items")))
             return;
         if (!tx.commit())
             return;
@@ -141,25 +118,49 @@ bool indexQueued(sql::Database& db, std::int64_t rows) {
         return true;
     // A row whose old postings are still to go (its rowid was reused) waits
     // for them: the index would otherwise lose the new ones with the old.
-    const std::string batch =
-        "SELECT rowid FROM search_pending WHERE rowid NOT IN (SELECT rowid FROM search_gone) "
-        "ORDER BY rowid LIMIT ?";
+    // A batch also stops at a megabyte of text, so that a few long texts do
+    // not hold up the capture that indexes them.
+    std::vector<std::int64_t> batch;
+    {
+        sql::CachedStatement queued = db.cached(
+            "SELECT p.rowid, length(CAST(i.text AS BLOB)) FROM search_pending p JOIN items i ON "
+            "i.rowid = p.rowid WHERE p.rowid NOT IN (SELECT rowid FROM search_gone) ORDER BY "
+            "p.rowid");
+        std::int64_t bytes = 0;
+        int rc = SQLITE_DONE;
+        while (static_cast<std::int64_t>(batch.size()) < left && bytes < batchBytes &&
+               (rc = queued->step()) == SQLITE_ROW) {
+            batch.push_back(queued->int64(0));
+            bytes += queued->int64(1);
+        }
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+            return false;
+    }
     sql::CachedStatement index = db.cached(
-        "INSERT INTO items_search(rowid, text) SELECT rowid, text FROM items WHERE rowid IN (" +
-        batch + ")");
-    index->bind(1, left);
-    if (!index->run())
-        return false;
-    sql::CachedStatement done =
-        db.cached("DELETE FROM search_pending WHERE rowid IN (" + batch + ")");
-    done->bind(1, left);
-    return done->run();
+        "INSERT INTO items_search(rowid, text) SELECT rowid, text FROM items WHERE rowid = ?");
+    sql::CachedStatement done = db.cached("DELETE FROM search_pending WHERE rowid = ?");
+    for (std::int64_t rowid : batch) {
+        index->reset();
+        index->bind(1, rowid);
+        done->reset();
+        done->bind(1, rowid);
+        if (!index->run() || !done->run())
+            return false;
+    }
+    // Queued rows whose row is gone cannot be indexed; left queued, they
+    // would make every capture try again.
+    return batch.size() > 0 || db.exec(
+                                   "DELETE FROM search_pending WHERE rowid NOT IN "
+                                   "(SELECT rowid FROM items)");
 }
 
 bool batchDue(sql::Database& db) {
     sql::CachedStatement due = db.cached(
-        "SELECT (SELECT count(*) FROM search_pending) + (SELECT count(*) FROM search_gone) >= ?");
+        "SELECT (SELECT count(*) FROM search_pending) + (SELECT count(*) FROM search_gone) >= ? "
+        "OR (SELECT sum(length(CAST(i.text AS BLOB))) FROM search_pending p JOIN items i ON "
+        "i.rowid = p.rowid) >= ?");
     due->bind(1, batchRows);
+    due->bind(2, batchBytes);
     return due->step() == SQLITE_ROW && due->int64(0) != 0;
 }
 
@@ -196,7 +197,6 @@ bool candidates(sql::Database& db, const std::string& match, std::vector<std::in
     sql::CachedStatement st = db.cached(
         "SELECT rowid FROM items_search WHERE items_search MATCH ?\n"
         "UNION SELECT rowid FROM search_pending\n"
-        "UNION SELECT rowid FROM search_unindexed\n"
         "UNION SELECT rowid FROM items WHERE label IS NOT NULL");
     if (!*st) {
         error = sqlite3_errmsg(db.handle());

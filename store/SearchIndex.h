@@ -14,8 +14,7 @@ namespace zettly::searchindex {
 // the texts, kept by triggers on `items` and brought up to date in batches.
 //
 // Indexing a row costs more than storing it, so triggers only note what
-// changed: a new or edited row goes into `search_pending`, a text longer
-// than the index takes into `search_unindexed` (searched by reading it), an
+// changed: a new or edited row goes into `search_pending`, an
 // indexed row deleted or edited leaves its old text in `search_gone` (FTS5
 // needs it to remove the postings). Captures index a batch once enough has
 // gathered. Every row not in the index is a search candidate anyway, so a
@@ -45,6 +44,7 @@ bool indexQueued(sql::Database& db, std::int64_t rows);
 // Whether a capture should index a batch now.
 bool batchDue(sql::Database& db);
 inline constexpr std::int64_t batchRows = 100;
+inline constexpr std::int64_t batchBytes = 1 << 20;
 
 // After a deletion or edit the user made, in its transaction: the old texts
 // leave the queue at once (trimmed ones wait for the next batch), and the
