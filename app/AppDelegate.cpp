@@ -49,6 +49,20 @@ AppDelegate::~AppDelegate() {
     platform_.pasteboard().interruptReads();
 }
 
+void AppDelegate::purgeSearchIndexSoon() {
+    // The purge rewrites the whole index (seconds at 100,000 entries) and
+    // holds the history meanwhile, so it waits for a quiet moment; whether
+    // one is due at all is the store's cheap check.
+    constexpr double quiet = 10;
+    const std::uint64_t request = ++purgeRequest_;
+    mainQueue_.postAfter(quiet, [this, request] {
+        if (request != purgeRequest_)
+            return;
+        // A failure is logged by the store and the purge stays due.
+        background_.run([this] { texts_.purgeSearchIndex(); });
+    });
+}
+
 void AppDelegate::applicationDidFinishLaunching() {
     // Reported on the thread that saved (or failed to save) a copy.
     health_.setListener([this] { mainQueue_.post([this] { storageChanged(); }); });
@@ -81,6 +95,7 @@ void AppDelegate::applicationDidFinishLaunching() {
         mainQueue_.post([this] {
             pace_.fastUntil = SystemClock::instance().now() + SyncPace::fastWindow;
             sync_->syncSoon("local", 1.5);
+            purgeSearchIndexSoon();
         });
     };
 

@@ -84,6 +84,9 @@ private:
     void storageChanged();
     // Under the tray icon when the panel tells where it is.
     std::optional<popupgeometry::Anchor> trayAnchor() const;
+    // Once the history has been left alone for a while, removes from the
+    // search index what deletions left there (only when one is due).
+    void purgeSearchIndexSoon();
 
     Platform& platform_;
     Defaults& defaults_;
@@ -93,6 +96,9 @@ private:
     MainQueue& mainQueue_;
     SyncPace pace_;
     SerialExecutor background_;
+    // The newest request to purge the search index; an older one that comes
+    // due finds it changed and leaves the purge to the newer.
+    std::uint64_t purgeRequest_ = 0;
     std::unique_ptr<PasteboardMonitor> monitor_;
     // After the monitor: it goes first, finishing the read under way while
     // the monitor's stores still exist.
