@@ -337,6 +337,24 @@ std::optional<double> SyncBackend::clockSkew() {
     return std::nullopt;
 }
 
+void SyncBackend::passBegins() {
+    auto couch = current();
+    if (couch)
+        couch->passBegins();
+    std::lock_guard lock(mutex_);
+    inPass_ = std::move(couch);
+}
+
+void SyncBackend::passEnds() {
+    std::shared_ptr<CouchContainer> couch;
+    {
+        std::lock_guard lock(mutex_);
+        couch = std::move(inPass_);
+    }
+    if (couch)
+        couch->passEnds();
+}
+
 CloudResult<> SyncBackend::saveZones(const std::vector<std::string>& names) {
     if (auto couch = current())
         return couch->privateDatabase().saveZones(names);

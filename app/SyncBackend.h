@@ -66,6 +66,10 @@ public:
     CloudDatabase& privateDatabase() override { return *this; }
     void setPushHandler(std::function<void(const std::string&)> handler) override;
     std::optional<double> clockSkew() override;
+    // The pass ends on the server it began on, also when the settings
+    // changed meanwhile.
+    void passBegins() override;
+    void passEnds() override;
 
 private:
     // CloudDatabase, each call on the server that is current when it starts.
@@ -96,6 +100,7 @@ private:
     Log& log_;
     mutable std::mutex mutex_;
     std::shared_ptr<CouchContainer> couch_;
+    std::shared_ptr<CouchContainer> inPass_;
     std::function<void(const std::string&)> push_;
 };
 

@@ -275,6 +275,13 @@ public:
     // first answer or when the backend cannot tell. Sync trusts times only
     // from a clock that agrees with it.
     virtual std::optional<double> clockSkew() { return std::nullopt; }
+    // The sync engine's pass runs between these two calls, accountStatus()
+    // first. A backend that must check the zone's set-up before it trusts a
+    // call may then check it once, at the pass's start, instead of for every
+    // call: what changes on the server during the pass is found by the next
+    // one. Outside a pass every call checks afresh.
+    virtual void passBegins() {}
+    virtual void passEnds() {}
 };
 
 }  // namespace zettly

@@ -109,15 +109,19 @@ bool ClipCloudSync::sync(const std::string&) {
         running_ = true;
     }
     bool changed = false;
+    bool drain = false;
     for (int passes = 0;;) {
         changed = runOnce() || changed;
         std::lock_guard guard(lock_);
         bool again = rerun_;
         rerun_ = false;
-        // A request during the last pass is left to the next trigger, so a
-        // store that keeps reporting more work cannot hold the engine.
         if (again && ++passes < maxPasses)
             continue;
+        // Work left after the last pass goes on in a call of its own, so
+        // that a trigger arriving meanwhile finds the engine free. A failure
+        // waits for the next trigger rather than being retried at once, and
+        // a pass that moved nothing would only go round again.
+        drain = again && !passFailed_ && moved_ > 0;
         running_ = false;
         break;
     }
@@ -126,6 +130,8 @@ bool ClipCloudSync::sync(const std::string&) {
             if (didChange)
                 didChange();
         });
+    if (drain)
+        syncInBackground("more");
     return changed;
 }
 
@@ -138,10 +144,35 @@ void ClipCloudSync::noteChange(bool changed) {
     localChanged_ = localChanged_ || changed;
 }
 
+namespace {
+
+// The backend may check the zone's set-up once for all the calls between.
+class PassScope {
+public:
+    explicit PassScope(CloudContainer* container) : container_(container) {
+        if (container_)
+            container_->passBegins();
+    }
+    ~PassScope() {
+        if (container_)
+            container_->passEnds();
+    }
+    PassScope(const PassScope&) = delete;
+    PassScope& operator=(const PassScope&) = delete;
+
+private:
+    CloudContainer* container_;
+};
+
+}  // namespace
+
 bool ClipCloudSync::runOnce() {
     localChanged_ = false;
     untrusted_ = 0;
     applyHeld_ = false;
+    passFailed_ = false;
+    moved_ = 0;
+    PassScope pass(container_);
     try {
         auto status = container_ ? container_->accountStatus()
                                  : CloudResult<CloudAccountStatus>(CloudAccountStatus::noAccount);
@@ -176,13 +207,14 @@ bool ClipCloudSync::runOnce() {
         auto images = sendImages(db);
         if (!images)
             return failed(images.error());
-        if (auto downloaded = downloadImages(db); !downloaded)
-            return failed(downloaded.error());
+        auto downloads = downloadImages(db);
+        if (!downloads)
+            return failed(downloads.error());
         auto prefs = sendPrefs(db);
         if (!prefs)
             return failed(prefs.error());
 
-        if (items.value().more || images.value().more || prefs.value().more)
+        if (items.value().more || images.value().more || downloads.value() || prefs.value().more)
             requestRerun();
         std::optional<std::string> failure = items.value().failure;
         if (!failure)
@@ -205,6 +237,7 @@ bool ClipCloudSync::runOnce() {
         log_.line(std::string(logPrefix) + "sync failed (" + std::string(rawValue(role())) +
                   "): " + error.what());
         defaults_.setString(prefkey::clipSyncLastError, error.what());
+        passFailed_ = true;
         return localChanged_;
     }
 }
@@ -227,6 +260,7 @@ void ClipCloudSync::handleFailure(const CloudError& error) {
             log_.line(std::string(logPrefix) + "sync failed (" + std::string(rawValue(role())) +
                       "): " + error.description);
             defaults_.setString(prefkey::clipSyncLastError, statusText(error));
+            passFailed_ = true;
             return;
     }
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -32,6 +33,10 @@ class MainQueue;
 // defaults for the settings ("clipSyncLastError" or "clipSyncLastAt"). Only
 // one pass runs at a time; requests that arrive meanwhile, and batches that
 // left work behind, make the running call go round again, at most four times.
+// A call that still leaves work behind queues the next call on the background
+// executor at once (draining), so a large history does not wait for the
+// cadence timer; a pass that failed or moved nothing ends the draining until
+// the next trigger.
 //
 //   ClipCloudSync sync({&container, texts, images, defaults, clock, log, main, background},
 //                      ClipCloudSync::Role::mac);
@@ -94,7 +99,8 @@ public:
     void syncInBackground(std::string reason);
     // Blocking; single flight, at most four passes; true when local data
     // changed. Any thread but the main one. The reason is for the caller's
-    // own diagnostics only.
+    // own diagnostics only. When work is left, the next call is already
+    // queued on the background executor when this one returns.
     bool sync(const std::string& reason);
     // Blocking; deletes the zone and resets server state (key dropped); the
     // error when the zone could not be deleted (nothing local changes then).
@@ -135,13 +141,16 @@ private:
 
     bool enabled() const;
     // One pass of every step; true when local data changed, also when a
-    // later step failed.
+    // later step failed. It leaves passFailed_ and moved_ for the draining.
     bool runOnce();
     // Ends a pass that met `error`: decides between a reset, a re-run and a
     // reported failure.
     void handleFailure(const CloudError& error);
     void requestRerun();
     void noteChange(bool changed);
+    // Records sent, taken in or downloaded: what tells a pass that asks for
+    // more from one that goes round without getting anywhere.
+    void noteMoved(std::size_t count) { moved_ += count; }
     CloudResult<> checkAccount(CloudContainer& container);
 
     // Zone, key and server state (ClipCloudSync.cpp).
@@ -165,7 +174,8 @@ private:
     CloudResult<> takeRemoteKey(const CloudRecord& record);
     CloudResult<SendOutcome> sendChanges(CloudDatabase& db);
     CloudResult<SendOutcome> sendImages(CloudDatabase& db);
-    CloudResult<> downloadImages(CloudDatabase& db);
+    // True when more pictures wait than one batch takes.
+    CloudResult<bool> downloadImages(CloudDatabase& db);
     CloudResult<SendOutcome> sendPrefs(CloudDatabase& db);
     bool applyPrefs(const CloudRecord& record);
     bool adoptRemoteOrderIfNewer();
@@ -212,6 +222,8 @@ private:
     bool localChanged_ = false;
 
     // What this pass met; reset when it starts.
+    bool passFailed_ = false;  // it ended on an error
+    std::size_t moved_ = 0;
     double clockSkew_ = 0;  // 0 while the clocks agree
     int untrusted_ = 0;
     bool applyHeld_ = false;

@@ -79,6 +79,7 @@ CloudResult<> ClipCloudSync::fetchChanges(CloudDatabase& db) {
             applyHeld_ = true;
             return {};
         }
+        noteMoved(applied.value().taken);
         defaults_.setData(prefkey::syncToken, changes.token);
         // A server that promises more without moving on would keep the
         // pass here forever; the next pass asks again.
@@ -237,6 +238,7 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase
             continue;
         const Sent& sent = found->second;
         if (result) {
+            noteMoved(1);
             if (sent.isCategory)
                 texts_.syncMarkSentCategory(sent.key, sent.modified,
                                             ClipRecords::systemFields(result.value()));
@@ -279,8 +281,10 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendChanges(CloudDatabase
     // Other failures keep the tombstone for the next pass.
     for (const auto& [id, result] : answer.value().deleted) {
         auto tombstone = batch.tombstoneOf.find(id.recordName);
-        if (tombstone != batch.tombstoneOf.end() && deletionDone(result))
+        if (tombstone != batch.tombstoneOf.end() && deletionDone(result)) {
             texts_.syncRemoveTombstone(tombstone->second);
+            noteMoved(1);
+        }
     }
     return outcome;
 }
@@ -329,6 +333,7 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase&
             continue;
         const std::string& rid = id.recordName;
         if (result) {
+            noteMoved(1);
             images_.syncMarkSent(rid, found->second.modified,
                                  ClipRecords::systemFields(result.value()));
             if (auto superseded = batch.supersededTombstone.find(rid);
@@ -356,24 +361,32 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendImages(CloudDatabase&
     }
     for (const auto& [id, result] : answer.value().deleted) {
         auto tombstone = batch.tombstoneOf.find(id.recordName);
-        if (tombstone != batch.tombstoneOf.end() && deletionDone(result))
+        if (tombstone != batch.tombstoneOf.end() && deletionDone(result)) {
             images_.syncRemoveTombstone(tombstone->second);
+            noteMoved(1);
+        }
     }
     return outcome;
 }
 
-CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
+CloudResult<bool> ClipCloudSync::downloadImages(CloudDatabase& db) {
     // Pictures waiting out a failure are passed over, so they neither take
-    // the batch's places nor cost a download on every pass.
+    // the batch's places nor cost a download on every pass. One more than a
+    // batch is asked for, to know whether another pass has some to fetch.
     const std::size_t batch = static_cast<std::size_t>(downloadBatch());
     std::vector<CloudRecordID> ids;
+    bool more = false;
     for (const auto& rid : images_.syncPendingDownloads(
-             downloadBatch() + static_cast<int>(downloadBackoff_.size()))) {
-        if (ids.size() < batch && !downloadWaiting(rid))
+             downloadBatch() + 1 + static_cast<int>(downloadBackoff_.size()))) {
+        if (downloadWaiting(rid))
+            continue;
+        if (ids.size() < batch)
             ids.push_back(ClipRecords::id(rid));
+        else
+            more = true;
     }
     if (ids.empty())
-        return {};
+        return false;
     auto fetched = db.fetchRecords(ids, std::vector<std::string>{"data"});
     if (!fetched)
         return fetched.error();
@@ -384,22 +397,25 @@ CloudResult<> ClipCloudSync::downloadImages(CloudDatabase& db) {
             if (!data) {
                 images_.syncDropPending(rid);  // a record without a picture
                 downloadBackoff_.erase(rid);
+                noteMoved(1);
             } else if (images_.syncStoreDownloaded(rid, *data)) {
                 downloadBackoff_.erase(rid);
                 noteChange(true);
+                noteMoved(1);
             } else {
                 downloadFailed(rid);
             }
         } else if (result.error().code == CloudErrorCode::unknownItem) {
             images_.syncDropPending(rid);
             downloadBackoff_.erase(rid);
+            noteMoved(1);
         } else {
             if (result.error().code == CloudErrorCode::unauthenticRecord)
                 ++untrusted_;
             downloadFailed(rid);
         }
     }
-    return {};
+    return more;
 }
 
 CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendPrefs(CloudDatabase& db) {
@@ -424,6 +440,7 @@ CloudResult<ClipCloudSync::SendOutcome> ClipCloudSync::sendPrefs(CloudDatabase& 
                           "The server answered for another number of records than sent");
     const auto& result = answer.value().saved.front().result;
     if (result) {
+        noteMoved(1);
         defaults_.setData(prefkey::syncOrderCK, result.value().systemFields);
         defaults_.setStringArray(prefkey::syncOrderRemote, order.order);
         defaults_.setDouble(prefkey::syncOrderRemoteModified, order.modified);

@@ -86,6 +86,10 @@ public:
     // This computer's clock minus the server's, from the latest dated answer.
     std::optional<double> clockSkew() const;
     CloudResult<> changePassphrase(const std::string& newPassphrase);
+    // Between these, openZone() answers from the check the pass made first
+    // (normally accountStatus()'s) instead of reading the marker again.
+    void passBegins();
+    void passEnds();
 
     // --- the database's calls -------------------------------------------------
 
@@ -129,8 +133,17 @@ private:
     // The marker and its key, none when there is no marker. With `upgrade`,
     // a zone of an older format is started afresh in the current one.
     CloudResult<std::optional<Zone>> openMarker(bool upgrade);
-    // As openMarker(true); zoneNotFound when there is no marker.
+    // As openMarker(true); zoneNotFound when there is no marker. During a
+    // pass, the pass's first check answers.
     CloudResult<Zone> openZone();
+    // What the pass's check found (none: no marker); false outside a pass
+    // or before its check.
+    bool fromPass(std::optional<Zone>& zone);
+    // Keeps what a check found as the pass's, when a pass is under way.
+    void rememberForPass(const std::optional<Zone>& zone);
+    // The marker changed (this device wrote it, or the change feed shows
+    // another revision): the pass checks it again.
+    void forgetForPass();
     CloudResult<> createDatabase();
     // True when this call created the marker, false when another device
     // was faster.
@@ -203,6 +216,16 @@ private:
     synccrypto::Bytes rejectedSalt_;
     synccrypto::Bytes rejectedCheck_;
     std::optional<CloudError> rejection_;
+
+    // The pass's view of the zone: the marker a pass checked first, so
+    // that its calls do not read it again (half of all requests otherwise).
+    struct PassView {
+        bool inPass = false;
+        bool checked = false;
+        std::optional<Zone> zone;  // none: the check found no marker
+    };
+    std::mutex passMutex_;
+    PassView pass_;
 
     std::mutex reportedMutex_;
     std::set<std::string> reported_;

@@ -8,8 +8,11 @@
 //   key check that vouches for them (CouchMarker.cpp). Every call reads it
 //   first, so a wrong passphrase, one changed on another device and a
 //   marker changed behind Zettly's back are found before anything else is
-//   read or written. A missing marker reads as a missing zone; setting it
-//   up again deletes the records left without it.
+//   read or written. A sync pass reads it once, with the account status,
+//   and its calls share that reading; a marker that changes during the pass
+//   is found by the next one, or sooner when the change feed shows it. A
+//   missing marker reads as a missing zone; setting it up again deletes the
+//   records left without it.
 // - Changing the passphrase deletes every record and writes a marker with
 //   a new salt and epoch, marked as re-keyed; every device uploads again
 //   once it has the new passphrase.
@@ -59,8 +62,11 @@ CloudResult<CloudAccountStatus> Backend::accountStatus() {
         !session)
         return session.error();
     // Not set up yet (no marker) is available too: saving the zone does that.
-    if (auto zone = openMarker(true); !zone)
+    // Read afresh even during a pass: this is the pass's check.
+    auto zone = openMarker(true);
+    if (!zone)
         return zone.error();
+    rememberForPass(zone.value());
     return CloudAccountStatus::available;
 }
 
@@ -249,6 +255,14 @@ CouchContainer::ConnectionReport CouchContainer::testConnection() {
 
 std::optional<double> CouchContainer::clockSkew() {
     return impl_->backend.clockSkew();
+}
+
+void CouchContainer::passBegins() {
+    impl_->backend.passBegins();
+}
+
+void CouchContainer::passEnds() {
+    impl_->backend.passEnds();
 }
 
 CloudResult<> CouchContainer::changePassphrase(const std::string& newPassphrase) {

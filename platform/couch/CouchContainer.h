@@ -98,6 +98,11 @@ public:
     // From the Date header of the latest answer (the sync calls, the
     // connection test and the long-poll alike); 1-second resolution.
     std::optional<double> clockSkew() override;
+    // During a pass the marker is read once, by accountStatus(); the calls
+    // after it trust that reading until the pass ends, unless the change
+    // feed shows the marker changed meanwhile.
+    void passBegins() override;
+    void passEnds() override;
 
     // The Sync tab's "Test connection": reaches the server, logs in, finds
     // the database and checks the passphrase.

@@ -1,7 +1,8 @@
 // The zone's marker and the key. The marker is the server's set-up record:
 // the salt of the key derivation, the Argon2 strength, the zone's epoch and
-// a key check. Every call reads it first, so a wrong passphrase is found
-// before anything else is read or written.
+// a key check. Every call outside a sync pass reads it first, so a wrong
+// passphrase is found before anything else is read or written; a pass reads
+// it once, at its start (the account status), and its calls share that.
 //
 //   { "_id": "zettly-marker", "format": 2, "epoch": "<32 hex digits>",
 //     "kdf": "moderate" | "interactive", "salt": "<base64>",
@@ -128,10 +129,16 @@ CloudResult<> Backend::saveZones(const std::vector<std::string>& zoneNames) {
     if (zoneNames.empty())
         return {};
     for (int attempt = 0; attempt < writeRounds; ++attempt) {
-        auto zone = openMarker(true);
-        if (!zone)
-            return zone.error();
-        if (zone.value())
+        // After a lost race the marker is read afresh.
+        std::optional<Zone> known;
+        if (attempt > 0 || !fromPass(known)) {
+            auto zone = openMarker(true);
+            if (!zone)
+                return zone.error();
+            known = std::move(zone.value());
+            rememberForPass(known);
+        }
+        if (known)
             return {};
         if (auto database = createDatabase(); !database)
             return database;
@@ -364,13 +371,51 @@ CloudResult<std::optional<Zone>> Backend::openMarker(bool upgrade) {
 }
 
 CloudResult<Zone> Backend::openZone() {
-    auto zone = openMarker(true);
+    std::optional<Zone> zone;
+    if (!fromPass(zone)) {
+        auto opened = openMarker(true);
+        if (!opened)
+            return opened.error();
+        rememberForPass(opened.value());
+        zone = std::move(opened.value());
+    }
     if (!zone)
-        return zone.error();
-    if (!zone.value())
         return CloudError(CloudErrorCode::zoneNotFound,
                           "The sync database or its marker does not exist");
-    return std::move(*zone.value());
+    return std::move(*zone);
+}
+
+void Backend::passBegins() {
+    std::lock_guard lock(passMutex_);
+    pass_ = PassView{};
+    pass_.inPass = true;
+}
+
+void Backend::passEnds() {
+    std::lock_guard lock(passMutex_);
+    pass_ = PassView{};
+}
+
+bool Backend::fromPass(std::optional<Zone>& zone) {
+    std::lock_guard lock(passMutex_);
+    if (!pass_.checked)
+        return false;
+    zone = pass_.zone;
+    return true;
+}
+
+void Backend::rememberForPass(const std::optional<Zone>& zone) {
+    std::lock_guard lock(passMutex_);
+    if (!pass_.inPass)
+        return;
+    pass_.checked = true;
+    pass_.zone = zone;
+}
+
+void Backend::forgetForPass() {
+    std::lock_guard lock(passMutex_);
+    pass_.checked = false;
+    pass_.zone.reset();
 }
 
 CloudResult<> Backend::createDatabase() {
@@ -447,6 +492,7 @@ CloudResult<bool> Backend::writeNewMarker(const std::string& passphrase, const s
     auto written = writeMarker(marker, *key);
     if (!written || !written.value())
         return written;
+    rememberForPass(Zone{marker, *key});
     std::lock_guard lock(keyMutex_);
     key_ = *key;
     keySalt_ = marker.salt;
@@ -476,6 +522,7 @@ CloudResult<bool> Backend::writeMarker(Marker& marker, const MasterKey& key) {
     auto json = parse(response.body);
     marker.rev = json ? stringMember(*json, "rev").value_or("") : std::string();
     noteOwn(marker.rev);
+    forgetForPass();
     return true;
 }
 

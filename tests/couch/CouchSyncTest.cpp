@@ -84,6 +84,16 @@ struct CouchSync : ::testing::Test {
             n += row["doc"].value("recordType", "") == type && !row["doc"].contains("_deleted");
         return n;
     }
+    // How often the server was asked for the marker so far.
+    std::size_t markerReads() {
+        server.settle();
+        auto requests = server.requests();
+        return std::count(requests.begin(), requests.end(), "GET /zettly/zettly-marker");
+    }
+    void deleteMarker() {
+        auto rev = marker()["_rev"].get<std::string>();
+        ASSERT_EQ(server.request("DELETE", "/zettly/zettly-marker?rev=" + rev).status, 200);
+    }
     // Syncs the devices (a and b unless told) until none changes anything,
     // then compares.
     void expectConverged(std::vector<SyncDevice*> devices = {}) {
@@ -186,6 +196,40 @@ TEST_F(CouchSync, FiveHundredItemsGoUpAndComeDownInBatches) {
     EXPECT_EQ(b.texts.fetch(1000, 0).size(), 500u);
     EXPECT_GT(b.cloud.fetchedSince.size(), 1u) << "the changes came in pages";
     expectConverged();
+}
+
+TEST_F(CouchSync, APassReadsTheMarkerOnceAndTheNextPassFindsItGoneOrReKeyed) {
+    a.env.defaults.setInteger(prefkey::clipboardLimit, 1000);
+    b.env.defaults.setInteger(prefkey::clipboardLimit, 1000);
+    for (int i = 0; i < 400; ++i)
+        a.copy("entry " + std::to_string(i));
+    auto reads = markerReads();
+    a.sync();
+    EXPECT_LE(markerReads() - reads, std::size_t(a.cloud.passes)) << "sending, 150 a pass";
+    reads = markerReads();
+    b.sync();
+    EXPECT_EQ(b.texts.fetch(1000, 0).size(), 400u);
+    EXPECT_GT(b.cloud.fetchedSince.size(), 1u) << "the changes came in pages";
+    EXPECT_LE(markerReads() - reads, std::size_t(b.cloud.passes)) << "fetching, 200 a page";
+
+    // Gone in the middle of a pass: that pass saves under the marker it
+    // read; the next sets the zone up again and nothing is lost.
+    b.copy("saved as the marker went");
+    b.cloud.beforeNextSave = [&] { deleteMarker(); };
+    b.sync();
+    b.sync();
+    EXPECT_THAT(b.env.log.lines(), testing::Contains(HasSubstr("zone missing")));
+    EXPECT_FALSE(b.lastError());
+    expectConverged();
+    EXPECT_EQ(a.texts.fetch(1000, 0).size(), 401u);
+
+    // Re-keyed by another device in the middle of a pass: the next pass
+    // stops with the reason the user can act on.
+    b.copy("saved as the passphrase changed");
+    b.cloud.beforeNextSave = [&] { ASSERT_TRUE(containerA->changePassphrase("velvet kettle")); };
+    b.sync();
+    b.sync();
+    EXPECT_EQ(b.lastError(), std::string(CouchContainer::passphraseChangedMessage));
 }
 
 TEST_F(CouchSync, AWrongPassphraseIsReportedAndChangesNothing) {

@@ -243,6 +243,7 @@ TEST_F(CloudSync, ABacklogGoesUpInBatchesOf150AndOneCallStopsAfterFourPasses) {
     a.cloud.passes = 0;
     a.sync();
     EXPECT_EQ(a.cloud.passes, 4);
+    EXPECT_EQ(a.background.pendingCount(), 0u) << "passes that move nothing do not go on";
 
     // A request while a pass runs is one more pass of the running call.
     a.cloud.inner->failRecord(rid, std::nullopt);
@@ -251,6 +252,46 @@ TEST_F(CloudSync, ABacklogGoesUpInBatchesOf150AndOneCallStopsAfterFourPasses) {
     a.sync();
     EXPECT_EQ(a.cloud.passes, 2);
     EXPECT_EQ(count("ClipItem"), 152u);
+}
+
+TEST_F(CloudSync, ABacklogDrainsInBackToBackCallsWithoutATickOrAnotherTrigger) {
+    const std::size_t backlog = 1'050;
+    a.env.defaults.setInteger(prefkey::clipboardLimit, 2'000);
+    b.env.defaults.setInteger(prefkey::clipboardLimit, 2'000);
+    for (std::size_t i = 0; i < backlog; ++i)
+        a.copy("item " + std::to_string(i));
+
+    // One trigger; the main queue (debounces, the cadence timer) never runs,
+    // and the executor runs what the calls queue themselves.
+    a.engine.syncInBackground("launch");
+    a.background.runAll();
+    EXPECT_GT(a.cloud.passes, ClipCloudSync::maxPasses) << "more than one call's worth";
+    EXPECT_EQ(count("ClipItem"), backlog);
+    EXPECT_TRUE(a.texts.syncPending(1).empty());
+    EXPECT_EQ(a.background.pendingCount(), 0u);
+
+    b.engine.syncInBackground("launch");
+    b.background.runAll();
+    EXPECT_EQ(b.texts.fetch(2'000, 0).size(), backlog);
+}
+
+TEST_F(CloudSync, AFailureEndsTheDrainingUntilTheNextTrigger) {
+    for (int i = 0; i < 700; ++i)
+        a.copy("item " + std::to_string(i));
+    a.sync();
+    ASSERT_EQ(a.background.pendingCount(), 1u) << "work is left: the next call is queued";
+    const auto sent = count("ClipItem");
+
+    a.cloud.inner->failNext(CloudOperation::modifyRecords, CloudError(Code::networkFailure));
+    a.background.runAll();
+    EXPECT_EQ(a.background.pendingCount(), 0u) << "a failure is not retried at once";
+    EXPECT_EQ(count("ClipItem"), sent);
+    EXPECT_EQ(a.lastError(), "CloudKit 4");
+
+    a.engine.syncInBackground("timer");
+    a.background.runAll();
+    EXPECT_EQ(count("ClipItem"), 700u);
+    EXPECT_FALSE(a.lastError());
 }
 
 TEST_F(CloudSync, ChangesArriveInPagesAFailedFetchResumesAndAnExpiredTokenStartsOver) {

@@ -43,6 +43,8 @@ public:
         base_->setPushHandler(std::move(handler));
     }
     std::optional<double> clockSkew() override { return base_->clockSkew(); }
+    void passBegins() override { base_->passBegins(); }
+    void passEnds() override { base_->passEnds(); }
     // The device is given other settings (a new passphrase): its next call
     // goes to this backend.
     void replaceBackend(std::unique_ptr<CloudContainer> backend) {
