@@ -122,6 +122,17 @@ bool ClipCloudSync::sync(const std::string&) {
         // waits for the next trigger rather than being retried at once, and
         // a pass that moved nothing would only go round again.
         drain = again && !passFailed_ && moved_ > 0;
+        // A server that keeps handing back records to repair would keep the
+        // chain going for ever; past the largest history's worth of calls
+        // the cadence takes over again.
+        drainedCalls_ = drain ? drainedCalls_ + 1 : 0;
+        if (drainedCalls_ > maxDrainedCalls) {
+            drain = false;
+            drainedCalls_ = 0;
+            log_.line(std::string(logPrefix) +
+                      "still more to exchange after a long run of passes; going on at the usual "
+                      "pace");
+        }
         running_ = false;
         break;
     }

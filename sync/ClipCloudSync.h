@@ -64,6 +64,9 @@ public:
     // Linux that means no sync server has been set up.
     static constexpr std::string_view syncOffStatus = "Sync is not set up";
     static constexpr int maxPasses = 4;
+    // Calls that follow one another at once while work is left: enough for
+    // a first sync of the largest history (100,000 entries, 150 per pass).
+    static constexpr int maxDrainedCalls = 200;
     static constexpr double accountCheckInterval = 600;
     // Further apart than this, this computer's clock and the server's
     // disagree: nothing destructive is synced until they agree again.
@@ -224,6 +227,7 @@ private:
     // What this pass met; reset when it starts.
     bool passFailed_ = false;  // it ended on an error
     std::size_t moved_ = 0;
+    int drainedCalls_ = 0;  // under lock_: calls chained one after another so far
     double clockSkew_ = 0;  // 0 while the clocks agree
     int untrusted_ = 0;
     bool applyHeld_ = false;
