@@ -415,7 +415,7 @@ int main(int argc, char** argv) {
         auto platform = makePlatform(std::get<BackendChoice>(chosen), StderrLog::instance());
         if (platform->name() != "x11")
             throw std::runtime_error("the X11 backend could not start");
-        SerialExecutor background, reads;
+        SerialExecutor background, reads, searches;
         // Built but not started: clipboard captures would only add noise.
         PasteboardMonitor monitor(PasteboardMonitor::Dependencies{
             platform->pasteboard(), platform->workspace(), platform->mainQueue(), reads, background,
@@ -425,7 +425,7 @@ int main(int argc, char** argv) {
         PopupController controller(
             PopupController::Dependencies{window, platform->desktop(), platform->mainQueue(), texts,
                                           images, monitor, defaults, pace,
-                                          std::string(AppIdentifier)},
+                                          std::string(AppIdentifier), searches},
             &chipTitle);
         controller.texts = translatedPopupTexts();
         window.pasteAutomatically = [&defaults] {

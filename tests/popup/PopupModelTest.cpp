@@ -10,6 +10,7 @@
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "tests/fakes/ManualMainQueue.h"
 #include "tests/fakes/StoreFixture.h"
 #include "tests/fakes/TestImages.h"
 
@@ -80,7 +81,9 @@ protected:
     ClipboardStore texts{env.context()};
     ImageClipStore images{env.context()};
     ChipOrder order{env.defaults, texts};
-    PopupModel model{texts, images, order};
+    test::ManualMainQueue queue{env.clock};
+    test::ManualExecutor searches;
+    PopupModel model{texts, images, order, searches, queue};
     std::map<std::string, std::string> names;  // entry id -> name
 };
 
@@ -147,7 +150,7 @@ TEST_F(HistoryWindowModel, TypingAndDeletingGivesTheSameListAsAFreshSearch) {
         addText(text);
     texts.setLabel(texts.fetch(1, 0).at(0).id, "Alpha");
     model.reset();
-    PopupModel fresh(texts, images, order);
+    PopupModel fresh(texts, images, order, searches, queue);
     fresh.reset();
     const std::pair<const char*, Filter> steps[] = {
         {"a", Filter::all()},   {"al", Filter::all()},    {"alp", Filter::all()},
@@ -273,7 +276,7 @@ TEST_F(HistoryWindowModel, ADraggedChipTakesTheTargetsPlaceAndTheOrderIsStored) 
     model.moveChip(Filter::text(), Filter::category("gone"));
     model.moveChip(Filter::links(), Filter::links());
 
-    PopupModel another(texts, images, order);
+    PopupModel another(texts, images, order, searches, queue);
     another.reset();
     EXPECT_EQ(another.filters(), model.filters());
     EXPECT_EQ(another.filter(), Filter::text());
@@ -318,7 +321,7 @@ TEST_F(FiveEntries, RowsShowTheirCategoryExceptUnderItsOwnChip) {
     model.setFilter(Filter::category(work));
     EXPECT_EQ(model.categoryTag(filed), std::nullopt);
 
-    PopupModel localised(texts, images, order, [](Filter::Kind kind) {
+    PopupModel localised(texts, images, order, searches, queue, [](Filter::Kind kind) {
         return kind == Filter::Kind::all ? "Alle" : "?";
     });
     EXPECT_EQ(localised.title(Filter::all()), "Alle");

@@ -77,9 +77,10 @@ protected:
     test::FakeDesktop desktop;
     PopupWindow window;
     SyncPace pace;
-    PopupController controller{
-        {window, desktop, queue, texts, images, monitor, env.defaults, pace, "org.zettly.Zettly"},
-        &chipTitle};
+    test::ManualExecutor searches;
+    PopupController controller{{window, desktop, queue, texts, images, monitor, env.defaults, pace,
+                                "org.zettly.Zettly", searches},
+                               &chipTitle};
 };
 
 // Escape closing the window and Return pasting the typed match are the X11
