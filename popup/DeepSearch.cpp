@@ -65,7 +65,7 @@ void DeepSearch::work(const std::shared_ptr<Job>& job) {
             if (job->cancelled)
                 return;
             job->owner->state_ = state;
-            job->receiver(std::move(found), state);
+            job->receiver(std::move(found));
         });
     };
     if (job->cancelled)

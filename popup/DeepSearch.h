@@ -28,8 +28,9 @@ namespace zettly {
 class DeepSearch {
 public:
     enum class State { idle, running, paused, finished };
-    // The finds of one slice, in the window's order, and the state after it.
-    using Receiver = std::function<void(std::vector<ClipboardStore::Item> found, State state)>;
+    // The finds of one slice, in the window's order; state() tells what
+    // comes next.
+    using Receiver = std::function<void(std::vector<ClipboardStore::Item> found)>;
 
     static constexpr std::size_t sliceRows = 128;
     static constexpr std::size_t pageSize = 200;

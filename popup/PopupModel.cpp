@@ -445,10 +445,13 @@ void PopupModel::materialize(unsigned& changes) {
 void PopupModel::finish(unsigned changes) {
     materialize(changes);
     if (searchStale_)
-        restartDeepSearch(changes);
-    if (deepSearch_.state() == DeepSearch::State::paused &&
-        selection_ + nearEnd >= entries_.size() && deepSearch_.resume())
+        restartDeepSearch();
+    if (deepSearch_.state() == DeepSearch::State::paused && selection_ + nearEnd >= entries_.size())
+        deepSearch_.resume();
+    if (searching() != searchingReported_) {
+        searchingReported_ = searching();
         changes |= searchingChanged;
+    }
     if (changes && onChange)
         onChange(changes);
 }

@@ -191,9 +191,9 @@ private:
     static bool listedBefore(const Entry& a, const Entry& b);
     static SearchKey searchKey(const Entry& entry);
     // The search of the whole history (PopupModelSearch.cpp).
-    void restartDeepSearch(unsigned& changes);
+    void restartDeepSearch();
     void dropDeepResults();
-    void receive(std::vector<ClipboardStore::Item> found, DeepSearch::State state);
+    void receive(std::vector<ClipboardStore::Item> found);
     void mergeDeepResults(std::vector<ClipboardStore::Item> found, unsigned& changes);
 
     ClipboardStore& texts_;
@@ -234,6 +234,7 @@ private:
     std::size_t deepCount_ = 0;
     // The query, chip or list changed since the search last started.
     bool searchStale_ = false;
+    bool searchingReported_ = false;  // what onChange last told of searching()
     // A reload kept an entry id that only the running search can bring
     // back; it is selected when it arrives, unless the user moved on.
     std::optional<std::string> awaitedId_;

@@ -56,18 +56,16 @@ SearchKey PopupModel::searchKey(const Entry& entry) {
 
 void PopupModel::showMore() {
     if (deepSearch_.resume())
-        finish(Change::searchingChanged);
+        finish(0);
 }
 
 void PopupModel::stopSearching() {
-    const bool was = searching();
     deepSearch_.cancel();
-    finish(was ? unsigned{searchingChanged} : 0u);
+    finish(0);
 }
 
-void PopupModel::restartDeepSearch(unsigned& changes) {
+void PopupModel::restartDeepSearch() {
     searchStale_ = false;
-    const bool was = searching();
     deepSearch_.cancel();
     // Images have no text to search; all of them are loaded.
     if (!foldedQuery_.empty() && filter_.kind() != Filter::Kind::images) {
@@ -75,17 +73,14 @@ void PopupModel::restartDeepSearch(unsigned& changes) {
         for (std::size_t i = 0; i < all_.size(); ++i)
             if (const ClipboardStore::Item* text = allAt(i).text())
                 loaded.insert(text->id);
-        deepSearch_.start(foldedQuery_, storeFilter(filter_), std::move(loaded),
-                          [this](std::vector<ClipboardStore::Item> found, DeepSearch::State state) {
-                              receive(std::move(found), state);
-                          });
+        deepSearch_.start(
+            foldedQuery_, storeFilter(filter_), std::move(loaded),
+            [this](std::vector<ClipboardStore::Item> found) { receive(std::move(found)); });
     }
-    if (searching() != was)
-        changes |= searchingChanged;
 }
 
-void PopupModel::receive(std::vector<ClipboardStore::Item> found, DeepSearch::State state) {
-    unsigned changes = state == DeepSearch::State::running ? 0u : unsigned{searchingChanged};
+void PopupModel::receive(std::vector<ClipboardStore::Item> found) {
+    unsigned changes = 0;
     if (!found.empty())
         mergeDeepResults(std::move(found), changes);
     if (!searching())

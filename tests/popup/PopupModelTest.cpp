@@ -241,7 +241,8 @@ TEST_F(HistoryWindowModel, ReportsEachOperationOnceWithWhatChanged) {
     using C = PopupModel::Change;
     EXPECT_THAT(reports,
                 ElementsAre(C::filtersChanged | C::entriesChanged | C::opened, C::selectionChanged,
-                            C::queryChanged | C::entriesChanged | C::selectionChanged));
+                            C::queryChanged | C::entriesChanged | C::selectionChanged |
+                                C::searchingChanged));
 }
 
 TEST_F(HistoryWindowModel, OpeningStartsOverOnTheFirstStoredChipWithNewCategoriesBesideTheOthers) {
