@@ -1,6 +1,5 @@
 // The history window's search beyond the loaded texts: what it finds, in
 // which order, and how a newer query, a reload and paging steer it.
-#include <map>
 #include <string>
 #include <vector>
 
@@ -8,14 +7,9 @@
 #include <gtest/gtest.h>
 
 #include "popup/PopupModel.h"
-#include "store/ChipOrder.h"
-#include "store/ClipboardStore.h"
-#include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
-#include "tests/fakes/ManualMainQueue.h"
 #include "tests/fakes/SqlRows.h"
-#include "tests/fakes/StoreFixture.h"
-#include "tests/fakes/TestImages.h"
+#include "tests/popup/HistoryModelFixture.h"
 
 namespace zettly {
 namespace {
@@ -24,34 +18,16 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Filter = PopupModel::Filter;
 
-class PopupSearch : public ::testing::Test {
+// Texts copied a minute apart (HistoryWindowModel), and filler written
+// straight into the file.
+class PopupSearch : public test::HistoryWindowModel {
 protected:
     void SetUp() override { env.defaults.setInteger(prefkey::clipboardLimit, 5000); }
 
-    // Each text is a second newer than the one before.
-    std::string addText(const std::string& text) {
-        env.clock.advance(1);
-        EXPECT_EQ(texts.insert(text), ClipboardStore::InsertResult::inserted);
-        std::string id =
-            texts.fetch(1, 0, std::nullopt, false, ClipboardStore::CategoryFilter::any(), true)
-                .at(0)
-                .id;
-        names["t" + id] = text;
-        return id;
-    }
     std::string addImage(const std::string& label) {
-        env.clock.advance(1);
-        EXPECT_EQ(images.save(test::png(20 + int(names.size()), 20, test::solid({9, 9, 9}))),
-                  ImageClipStore::SaveResult::saved);
-        for (const auto& item : images.fetchAll()) {
-            if (!names.contains("i" + item.id)) {
-                images.setLabel(item.id, label);
-                names["i" + item.id] = label;
-                return item.id;
-            }
-        }
-        ADD_FAILURE() << "the image was not listed";
-        return "";
+        std::string id = HistoryWindowModel::addImage(label);
+        images.setLabel(id, label);
+        return id;
     }
     // "filler 1" to "filler <count>", oldest first, which push everything
     // older out of the loaded 500. Written in one statement: a thousand
@@ -64,10 +40,8 @@ protected:
                        std::to_string(count) +
                        ") INSERT INTO items(id, text, hash, type, created, pinned) "
                        "SELECT 'filler-' || " +
-                       start +
-                       " || '-' || i, 'filler ' || i, "
-                       "'filler-' || " +
-                       start + " || '-' || i, 'text', " + start + " + i * 0.0005, 0 FROM n");
+                       start + " || '-' || i, 'filler ' || i, 'filler-' || " + start +
+                       " || '-' || i, 'text', " + start + " + i * 0.0005, 0 FROM n");
         env.clock.advance(1);
     }
     // Background work and its reports, until the search finishes or pauses.
@@ -77,22 +51,7 @@ protected:
             queue.runPending();
         } while (searches.pendingCount() > 0);
     }
-    std::vector<std::string> shown() {
-        std::vector<std::string> out;
-        for (const auto& entry : model.entries())
-            out.push_back(names.at(entry.id()));
-        return out;
-    }
     std::string selected() { return names.at(model.selectedEntry().value().id()); }
-
-    test::StoreEnvironment env;
-    ClipboardStore texts{env.context()};
-    ImageClipStore images{env.context()};
-    ChipOrder order{env.defaults, texts};
-    test::ManualMainQueue queue{env.clock};
-    test::ManualExecutor searches;
-    PopupModel model{texts, images, order, searches, queue};
-    std::map<std::string, std::string> names;  // entry id -> text or label
 };
 
 TEST_F(PopupSearch, FindsOldTextsByTheirLiveContentOnlyAndSaysWhenItIsDone) {
