@@ -111,7 +111,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     window_ = std::make_unique<PopupWindow>(&platform_.keyboardLayout(), &platform_.windowHints());
     popup_ = std::make_unique<PopupController>(
         PopupController::Dependencies{*window_, platform_.desktop(), mainQueue_, texts_, images_,
-                                      *monitor_, defaults_, pace_, std::string(AppIdentifier)},
+                                      *monitor_, defaults_, pace_, std::string(AppIdentifier),
+                                      searchExecutor_},
         &chipTitle);
     popup_->texts = translatedPopupTexts();
     popup_->onQuit = [] { QCoreApplication::quit(); };

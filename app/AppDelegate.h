@@ -103,6 +103,9 @@ private:
     // After the monitor: it goes first, finishing the read under way while
     // the monitor's stores still exist.
     SerialExecutor clipboardReads_;
+    // The history window's search; before the window, which goes first and
+    // stops its search, and the thread then finishes the slice in flight.
+    SerialExecutor searchExecutor_;
     std::unique_ptr<PopupWindow> window_;
     std::unique_ptr<PopupController> popup_;
     HotKeyState hotKeyState_;

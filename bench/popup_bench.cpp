@@ -1,14 +1,20 @@
 // History window costs: opening it (reset) over a typical history, and a
-// search keystroke and a reload over the worst case the store allows, 500
-// texts of 100 KB each. Run from any folder; the stores live in /dev/shm
-// when it exists, so the figures are CPU cost rather than disk.
+// search keystroke and a reload over the worst case the window loads, 500
+// texts of 100 KB each; then the search of the whole history over 100,000
+// texts of 50-2,000 bytes and over 10,000 of 100 KB. Run from any folder;
+// the stores live in /dev/shm when it exists, so the figures are CPU cost
+// rather than disk.
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <iterator>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <unistd.h>
 
@@ -18,11 +24,14 @@
 #include "platform/Clock.h"
 #include "platform/Defaults.h"
 #include "platform/Log.h"
+#include "platform/SerialExecutor.h"
 #include "popup/PopupModel.h"
 #include "store/ChipOrder.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "store/Sql.h"
+#include "tests/fakes/ManualMainQueue.h"
 #include "tests/fakes/TestImages.h"
 
 namespace fs = std::filesystem;
@@ -75,9 +84,43 @@ private:
     std::uint32_t state_;
 };
 
-// Both stores over a fresh folder with `count` texts of about `bytes` each
-// (a few pinned) and `pictures` images.
-struct History {
+// A main queue the benchmark's thread empties when it chooses, for work
+// posted by a real background thread.
+class PumpedQueue final : public MainQueue {
+public:
+    void post(std::function<void()> work) override {
+        std::lock_guard lock(mutex_);
+        work_.push_back(std::move(work));
+        ready_.notify_one();
+    }
+    void postAfter(double, std::function<void()> work) override { post(std::move(work)); }
+    std::unique_ptr<Timer> repeating(double, double, std::function<void()>) override {
+        throw std::logic_error("the history window sets no timers");
+    }
+    // Waits for the next posted work and runs it.
+    void runNext() {
+        std::function<void()> next;
+        {
+            std::unique_lock lock(mutex_);
+            ready_.wait(lock, [this] { return !work_.empty(); });
+            next = std::move(work_.front());
+            work_.pop_front();
+        }
+        next();
+    }
+    void drop() {
+        std::lock_guard lock(mutex_);
+        work_.clear();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<std::function<void()>> work_;
+};
+
+// Both stores over a fresh folder in memory-backed storage.
+struct Stores {
     fs::path dir;
     SteppingClock clock;
     QuietLog log;
@@ -85,9 +128,8 @@ struct History {
     std::unique_ptr<ClipboardStore> texts;
     std::unique_ptr<ImageClipStore> images;
     std::unique_ptr<ChipOrder> order;
-    std::unique_ptr<PopupModel> model;
 
-    History(int count, std::size_t bytes, int pictures) {
+    explicit Stores(std::int64_t limit) {
         fs::path base =
             fs::is_directory("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
         std::string pattern = (base / "zettly-popup-bench-XXXXXX");
@@ -95,14 +137,33 @@ struct History {
             throw std::runtime_error("mkdtemp failed in " + base.string());
         dir = pattern;
         defaults = std::make_unique<Defaults>(dir / "defaults.json", clock, log);
-        defaults->setInteger(prefkey::clipboardLimit, 1000);
+        defaults->setInteger(prefkey::clipboardLimit, limit);
         fs::path container = dir / "container";
         StoreContext context{*defaults, [container] { return std::optional(container); }, clock,
                              log};
         texts = std::make_unique<ClipboardStore>(context);
         images = std::make_unique<ImageClipStore>(context);
         order = std::make_unique<ChipOrder>(*defaults, *texts);
-        model = std::make_unique<PopupModel>(*texts, *images, *order);
+    }
+    ~Stores() {
+        order.reset();
+        images.reset();
+        texts.reset();
+        std::error_code ec;
+        fs::remove_all(dir, ec);
+    }
+};
+
+// `count` texts of about `bytes` each (a few pinned) and `pictures` images,
+// copied one by one.
+struct History : Stores {
+    test::FakeClock queueClock;
+    test::ManualMainQueue queue{queueClock};
+    test::ManualExecutor searches;
+    std::unique_ptr<PopupModel> model;
+
+    History(int count, std::size_t bytes, int pictures) : Stores(1000) {
+        model = std::make_unique<PopupModel>(*texts, *images, *order, searches, queue);
 
         Prose prose(static_cast<std::uint32_t>(count));
         for (int i = 0; i < count; ++i) {
@@ -128,13 +189,76 @@ struct History {
         if (model->allCount() != static_cast<std::size_t>(count + pictures))
             throw std::runtime_error("the history is not complete");
     }
-    ~History() {
-        model.reset();
-        order.reset();
-        images.reset();
-        texts.reset();
-        std::error_code ec;
-        fs::remove_all(dir, ec);
+    ~History() { model.reset(); }
+};
+
+// `count` texts whose sizes spread over [minBytes, maxBytes], written in one
+// transaction (copying them one by one would take most of an hour), plus
+// a few images; one text in 500 pinned. Each model has the executor it is
+// timed with: a manual one run to the end, or a real thread.
+struct LongHistory : Stores {
+    test::FakeClock queueClock;
+    test::ManualMainQueue manualQueue{queueClock};
+    test::ManualExecutor manual;
+    std::unique_ptr<PopupModel> stepped;  // over `manual` and `manualQueue`
+    PumpedQueue pumped;
+    SerialExecutor thread;
+    std::unique_ptr<PopupModel> threaded;  // over `thread` and `pumped`
+
+    LongHistory(int count, std::size_t minBytes, std::size_t maxBytes) : Stores(count) {
+        texts->fetch(1, 0);  // creates the file
+        double start = 0;
+        {
+            sql::Database db;
+            db.open(dir / "container" / "Library" / "clipboard.sqlite");
+            db.exec("BEGIN");
+            sql::Statement st = db.prepare(
+                "INSERT INTO items(id, text, hash, type, created, pinned) VALUES(?,?,?,?,?,?)");
+            Prose prose(static_cast<std::uint32_t>(count));
+            start = clock.now();
+            for (int i = 0; i < count; ++i) {
+                const std::size_t bytes =
+                    minBytes + (std::size_t(i) * 7919u) % (maxBytes - minBytes + 1);
+                std::string text =
+                    "Report " + std::to_string(i) + ": " + prose.text(bytes, i % 4 == 0);
+                st.reset();
+                st.bind(1, "bench-" + std::to_string(i));
+                st.bind(2, text);
+                st.bind(3, ClipboardStore::hash(text));
+                st.bind(4, ClipboardStore::detectType(text));
+                st.bind(5, start + i * 0.001);
+                st.bind(6, i % 500 == 7);
+                if (st.step() != SQLITE_DONE)
+                    throw std::runtime_error("insert failed");
+            }
+            db.exec("COMMIT");
+        }
+        // Past the written times, as the clock of a later session.
+        const double end = start + count * 0.001 + 1;
+        while (clock.now() < end) {
+        }
+        for (int i = 0; i < 15; ++i) {
+            auto png = test::png(40 + i, 30, test::noise(static_cast<std::uint32_t>(i)));
+            if (images->save(png) != ImageClipStore::SaveResult::saved)
+                throw std::runtime_error("image save failed");
+        }
+        stepped = std::make_unique<PopupModel>(*texts, *images, *order, manual, manualQueue);
+        threaded = std::make_unique<PopupModel>(*texts, *images, *order, thread, pumped);
+        stepped->reset();
+        threaded->reset();
+        if (stepped->allCount() != PopupModel::textLimit + 15)
+            throw std::runtime_error("the history is not complete");
+    }
+    ~LongHistory() {
+        stepped.reset();
+        threaded.reset();
+    }
+    // Runs the stepped model's search until it finishes or pauses.
+    void settle() {
+        do {
+            manual.runAll();
+            manualQueue.runPending();
+        } while (manual.pendingCount() > 0);
     }
 };
 
@@ -183,6 +307,81 @@ void reloadHuge(benchmark::State& state) {
         history.model->reload();
 }
 
+LongHistory& manySmall() {
+    static LongHistory history(100'000, 50, 2'000);
+    return history;
+}
+
+LongHistory& manyLarge() {
+    static LongHistory history(10'000, ClipboardStore::maxTextBytes - 200,
+                               ClipboardStore::maxTextBytes - 60);
+    return history;
+}
+
+// A query found nowhere, from the keystroke until the search of the whole
+// history has read its last row: the in-memory filter, the candidates and
+// every slice of matches.
+void searchNowhere(benchmark::State& state, LongHistory& (*history)()) {
+    LongHistory& h = history();
+    bool flip = false;
+    for (auto _ : state) {
+        h.stepped->setQuery((flip = !flip) ? "qzxv" : "qzxvw");
+        h.settle();
+        if (!h.stepped->entries().empty() || h.stepped->searching())
+            state.SkipWithError("found something");
+    }
+    h.stepped->setQuery("");
+}
+
+// The same keystroke's share on the main thread: the in-memory filter.
+void keystrokeInMemory(benchmark::State& state, LongHistory& (*history)(), const char* a,
+                       const char* b) {
+    LongHistory& h = history();
+    bool flip = false;
+    for (auto _ : state) {
+        h.stepped->setQuery((flip = !flip) ? a : b);
+        state.PauseTiming();
+        h.stepped->stopSearching();
+        h.manual.runAll();  // the stopped search ends at once
+        state.ResumeTiming();
+    }
+    h.stepped->setQuery("");
+}
+
+// A common word: the first screen comes from memory at the keystroke
+// (keystroke_in_memory); this is the time until the first slice of finds
+// beyond the loaded texts has arrived from the search thread.
+void firstDeepResults(benchmark::State& state, LongHistory& (*history)()) {
+    LongHistory& h = history();
+    bool flip = false;
+    for (auto _ : state) {
+        h.threaded->setQuery((flip = !flip) ? "meeting" : "meetin");
+        const std::size_t loaded = h.threaded->entries().size();
+        while (h.threaded->entries().size() == loaded && h.threaded->searching())
+            h.pumped.runNext();
+        state.PauseTiming();
+        if (h.threaded->entries().size() == loaded)
+            state.SkipWithError("nothing found beyond the loaded texts");
+        h.threaded->stopSearching();
+        // The thread finishes its slice; then nothing more is posted.
+        std::atomic<bool> idle = false;
+        h.thread.run([&idle] { idle = true; });
+        while (!idle)
+            std::this_thread::yield();
+        h.pumped.drop();
+        state.ResumeTiming();
+    }
+    h.threaded->setQuery("");
+}
+
+// Opening the window over the long history: the store's newest 500 and the
+// images, as with any history.
+void openLong(benchmark::State& state, LongHistory& (*history)()) {
+    LongHistory& h = history();
+    for (auto _ : state)
+        h.stepped->reset();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -200,6 +399,29 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("clear_search/500x100KB", clearSearch)
         ->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("reload/500x100KB", reloadHuge)->Unit(benchmark::kMillisecond);
+    struct Long {
+        const char* name;
+        LongHistory& (*history)();
+    };
+    for (const Long& l : {Long{"100000x50-2000B", &manySmall}, Long{"10000x100KB", &manyLarge}}) {
+        const std::string n = l.name;
+        benchmark::RegisterBenchmark(("reset/" + n).c_str(), openLong, l.history)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("keystroke_in_memory_nowhere/" + n).c_str(),
+                                     keystrokeInMemory, l.history, "qzxv", "qzxvw")
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("keystroke_in_memory_common/" + n).c_str(), keystrokeInMemory,
+                                     l.history, "meeting", "meetin")
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("search_nowhere_to_finished/" + n).c_str(), searchNowhere,
+                                     l.history)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(3);
+        benchmark::RegisterBenchmark(("first_deep_results_common/" + n).c_str(), firstDeepResults,
+                                     l.history)
+            ->Unit(benchmark::kMillisecond)
+            ->Iterations(5);
+    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

@@ -14,8 +14,12 @@
 // warm-ups. PopupModel::reset(), the model's share of every opening, is
 // timed apart as well.
 //
+// --texts=N (N > 500) puts N - 500 older texts of 50-2,000 bytes behind
+// those, written straight into the file, for the cost of a long history:
+// the window still lists the newest 500.
+//
 // Needs an X server with XTEST:
-//   xvfb-run -a -s "-screen 0 1280x800x24" build/bench/popup_open_bench
+//   xvfb-run -a -s "-screen 0 1280x800x24" build/bench/popup_open_bench [--texts=100000]
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEvent>
@@ -34,6 +38,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <variant>
 #include <vector>
@@ -61,6 +66,7 @@
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
+#include "store/Sql.h"
 #include "store/StoreContext.h"
 #include "sync/SyncPace.h"
 #include "tests/fakes/TestImages.h"
@@ -275,6 +281,31 @@ void fill(const Folder& folder, Defaults& defaults) {
         throw std::runtime_error("only " + std::to_string(image) + " images were made");
 }
 
+// `count` texts older than those fill() copies, in one transaction: copying
+// a hundred thousand one by one would take most of an hour. Ten seconds
+// apart, which keeps them inside the 30-day retention.
+void fillOlder(const Folder& folder, int count) {
+    sql::Database db;
+    db.open(folder.container() / "Library" / "clipboard.sqlite");
+    db.exec("BEGIN");
+    sql::Statement st =
+        db.prepare("INSERT INTO items(id, text, hash, type, created, pinned) VALUES(?,?,?,?,?,0)");
+    const double newest = SystemClock::instance().now() - 5 * 24 * 3600.0 - 120;
+    Random random(11);
+    for (int i = 0; i < count; ++i) {
+        std::string text = realisticText(textCount + i, random) + " #" + std::to_string(i);
+        st.reset();
+        st.bind(1, "older-" + std::to_string(i));
+        st.bind(2, text);
+        st.bind(3, ClipboardStore::hash(text));
+        st.bind(4, ClipboardStore::detectType(text));
+        st.bind(5, newest - 10.0 * (count - i));
+        if (st.step() != SQLITE_DONE)
+            throw std::runtime_error("older text " + std::to_string(i) + " was not stored");
+    }
+    db.exec("COMMIT");
+}
+
 // ---- timing -----------------------------------------------------------------
 
 struct Summary {
@@ -394,17 +425,22 @@ int main(int argc, char** argv) {
     }
     qputenv("QT_QPA_PLATFORM",
             QByteArray::fromStdString(std::get<BackendChoice>(chosen).qtPlatform));
+    int allTexts = textCount;
+    for (int i = 1; i < argc; ++i)
+        if (std::string_view(argv[i]).starts_with("--texts="))
+            allTexts = std::max(textCount, std::atoi(argv[i] + 8));
     QApplication qtApp(argc, argv);
     try {
         Folder folder;
         Defaults defaults(folder.dir / "defaults.json", SystemClock::instance(),
                           StderrLog::instance());
         // The default keeps 200 texts; a full history needs more room.
-        defaults.setInteger(prefkey::clipboardLimit, 1000);
+        defaults.setInteger(prefkey::clipboardLimit, std::max(1000, allTexts));
         {
             QElapsedTimer filling;
             filling.start();
             fill(folder, defaults);
+            fillOlder(folder, allTexts - textCount);
             std::printf("history written in %.1f s\n", double(filling.elapsed()) / 1000);
         }
 
@@ -415,7 +451,7 @@ int main(int argc, char** argv) {
         auto platform = makePlatform(std::get<BackendChoice>(chosen), StderrLog::instance());
         if (platform->name() != "x11")
             throw std::runtime_error("the X11 backend could not start");
-        SerialExecutor background, reads;
+        SerialExecutor background, reads, searches;
         // Built but not started: clipboard captures would only add noise.
         PasteboardMonitor monitor(PasteboardMonitor::Dependencies{
             platform->pasteboard(), platform->workspace(), platform->mainQueue(), reads, background,
@@ -425,7 +461,7 @@ int main(int argc, char** argv) {
         PopupController controller(
             PopupController::Dependencies{window, platform->desktop(), platform->mainQueue(), texts,
                                           images, monitor, defaults, pace,
-                                          std::string(AppIdentifier)},
+                                          std::string(AppIdentifier), searches},
             &chipTitle);
         controller.texts = translatedPopupTexts();
         window.pasteAutomatically = [&defaults] {
@@ -520,7 +556,7 @@ int main(int argc, char** argv) {
         // listening), and the window's model, whose change reloads the list
         // and the chips.
         ChipOrder order(defaults, texts);
-        PopupModel bare(texts, images, order);
+        PopupModel bare(texts, images, order, searches, platform->mainQueue());
         std::vector<double> bareReset, viewReset;
         for (int i = 0; i < resetCalls + 1; ++i) {
             double start = nowMs();
@@ -540,7 +576,7 @@ int main(int argc, char** argv) {
         std::printf(
             "History window opening: %zu entries (%d texts of 50-2000 bytes, %d screenshots "
             "1280x720-832), %zu under the first chip; %u CPUs\n",
-            total, textCount, imageCount, shown, std::thread::hardware_concurrency());
+            total, allTexts, imageCount, shown, std::thread::hardware_concurrency());
         std::printf("  %-40s %8s %8s %8s   %s\n", "(ms)", "median", "p90", "max", "target");
         std::printf("first opening (window never shown, databases not yet open):\n");
         printSingle("hot key -> handler", cold.hotKeyToHandler);

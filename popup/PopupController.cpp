@@ -13,7 +13,8 @@ using Entry = PopupModel::Entry;
 PopupController::PopupController(Dependencies dependencies, PopupModel::TitleFunction chipTitle)
     : deps_(std::move(dependencies)),
       chipOrder_(deps_.defaults, deps_.texts),
-      model_(deps_.texts, deps_.images, chipOrder_, std::move(chipTitle)),
+      model_(deps_.texts, deps_.images, chipOrder_, deps_.searchExecutor, deps_.mainQueue,
+             std::move(chipTitle)),
       self_(std::make_shared<PopupController*>(this)) {}
 
 PopupController::~PopupController() {
@@ -62,6 +63,7 @@ void PopupController::open(const std::optional<popupgeometry::Anchor>& anchor) {
 
 void PopupController::close() {
     ++previewGeneration_;
+    model_.stopSearching();
     deps_.view.hidePreview();
     if (!deps_.view.isPanelVisible())
         return;

@@ -44,6 +44,9 @@ public:
         SyncPace& pace;
         // This application's id, as Desktop reports it for its own windows.
         std::string ownAppId;
+        // Searches the whole history; its own, so that no sync or capture
+        // waits in front of a keystroke's search.
+        Executor& searchExecutor;
     };
 
     static constexpr double pasteDelay = 0.15;

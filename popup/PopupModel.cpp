@@ -17,9 +17,6 @@ constexpr std::string_view categoryPrefix = ChipOrder::categoryPrefix;
 
 // Pinned items without a category are the user's standing picks; filed
 // items sort by time within their category instead.
-bool onTop(const PopupModel::Entry& entry) {
-    return entry.pinned() && !entry.category();
-}
 
 // A reload holds the old list and the new one for a moment; with 100 KB
 // clips that is tens of megabytes, which the allocator keeps in its heap
@@ -129,8 +126,12 @@ std::string PopupModel::englishTitle(Filter::Kind kind) {
 }
 
 PopupModel::PopupModel(ClipboardStore& texts, ImageClipStore& images, ChipOrder& chipOrder,
-                       TitleFunction title)
-    : texts_(texts), images_(images), chipOrder_(chipOrder), titleFunction_(std::move(title)) {
+                       Executor& searchExecutor, MainQueue& mainQueue, TitleFunction title)
+    : texts_(texts),
+      images_(images),
+      chipOrder_(chipOrder),
+      titleFunction_(std::move(title)),
+      deepSearch_(texts, searchExecutor, mainQueue) {
     if (!titleFunction_)
         titleFunction_ = &PopupModel::englishTitle;
 }
@@ -149,6 +150,7 @@ void PopupModel::setFilter(Filter filter) {
 
 void PopupModel::setSelection(std::size_t index) {
     unsigned changes = 0;
+    awaitedId_.reset();
     assignSelection(index, changes);
     finish(changes);
 }
@@ -190,6 +192,7 @@ void PopupModel::move(int delta) {
     const auto last = static_cast<long long>(pending_.size()) - 1;
     const long long target = std::clamp(static_cast<long long>(selection_) + delta, 0LL, last);
     unsigned changes = 0;
+    awaitedId_.reset();
     assignSelection(static_cast<std::size_t>(target), changes);
     finish(changes);
 }
@@ -301,6 +304,11 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
         std::find(filters_.begin(), filters_.end(), filter_) == filters_.end())
         applyFilter(filters_.empty() ? Filter::all() : filters_.front(), changes);
 
+    // What the running search found belongs to the old list.
+    deepSearch_.cancel();
+    searchStale_ = true;
+    awaitedId_.reset();
+
     std::vector<ClipboardStore::Item> texts = texts_.fetch(textLimit, 0);
     std::vector<ImageClipStore::Item> images = images_.fetchAll();
     std::vector<Entry> merged;
@@ -309,36 +317,29 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
         merged.push_back(Entry{std::move(item)});
     for (auto& item : images)
         merged.push_back(Entry{std::move(item)});
-    std::stable_sort(merged.begin(), merged.end(), [](const Entry& a, const Entry& b) {
-        const bool aTop = onTop(a);
-        const bool bTop = onTop(b);
-        if (aTop != bTop)
-            return aTop;
-        return a.createdAt() > b.createdAt();
-    });
+    std::stable_sort(merged.begin(), merged.end(), &PopupModel::listedBefore);
 
     all_ = std::move(merged);
     ++loads_;
     keys_.clear();
     keys_.reserve(all_.size());
-    for (const Entry& entry : all_) {
-        if (const ClipboardStore::Item* text = entry.text())
-            keys_.emplace_back(text->text, text->label);
-        else
-            keys_.emplace_back(std::string_view{}, entry.label());
-    }
+    for (const Entry& entry : all_)
+        keys_.push_back(searchKey(entry));
     // `entries_` still holds the old list's entries until materialize().
     rowOf_.assign(all_.size(), notShown);
+    isDeep_.assign(all_.size(), false);
+    deepCount_ = 0;
     entriesStale_ = true;
     rebuildInto(changes);
 
     if (keeping) {
-        for (std::size_t row = 0; row < pending_.size(); ++row) {
-            if (hasId(allAt(pending_[row]), *keeping)) {
-                assignSelection(row, changes);
-                break;
-            }
-        }
+        std::size_t row = 0;
+        while (row < pending_.size() && !hasId(allAt(pending_[row]), *keeping))
+            ++row;
+        if (row < pending_.size())
+            assignSelection(row, changes);
+        else if (!foldedQuery_.empty() && keeping->starts_with('t'))
+            awaitedId_ = *keeping;
     }
 }
 
@@ -354,9 +355,14 @@ void PopupModel::rebuildInto(unsigned& changes) {
 void PopupModel::applyQuery(std::string query, unsigned& changes) {
     if (query != query_) {
         query_ = std::move(query);
-        foldedQuery_ = search::foldQuery(query_);
         changes |= queryChanged;
+        if (std::string folded = search::foldQuery(query_); folded != foldedQuery_) {
+            foldedQuery_ = std::move(folded);
+            dropDeepResults();
+            searchStale_ = true;
+        }
     }
+    awaitedId_.reset();
     rebuildInto(changes);
     assignSelection(0, changes);
 }
@@ -365,7 +371,10 @@ void PopupModel::applyFilter(Filter filter, unsigned& changes) {
     if (filter != filter_) {
         filter_ = std::move(filter);
         changes |= filterChanged;
+        dropDeepResults();
+        searchStale_ = true;
     }
+    awaitedId_.reset();
     rebuildInto(changes);
     assignSelection(0, changes);
 }
@@ -435,6 +444,14 @@ void PopupModel::materialize(unsigned& changes) {
 
 void PopupModel::finish(unsigned changes) {
     materialize(changes);
+    if (searchStale_)
+        restartDeepSearch();
+    if (deepSearch_.state() == DeepSearch::State::paused && selection_ + nearEnd >= entries_.size())
+        deepSearch_.resume();
+    if (searching() != searchingReported_) {
+        searchingReported_ = searching();
+        changes |= searchingChanged;
+    }
     if (changes && onChange)
         onChange(changes);
 }

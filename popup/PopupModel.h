@@ -9,7 +9,9 @@
 #include <variant>
 #include <vector>
 
+#include "platform/MainQueue.h"
 #include "platform/TextSearch.h"
+#include "popup/DeepSearch.h"
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 
@@ -20,7 +22,14 @@ class ChipOrder;
 // The state behind the history window: the merged list of text and image
 // entries, the filter chips in the user's order, the active chip, the search
 // query and the highlighted row. It reads the two stores on reload only;
-// typing and chip changes refilter the cached list in memory.
+// typing and chip changes refilter the cached list in memory at once.
+//
+// The cached list holds the newest texts only, so a query also searches
+// the whole text history in the background (DeepSearch); what that finds
+// beyond the cached texts is merged into the list as it arrives, a page at
+// a time: the next page comes when the highlight nears the end of the list
+// or the view asks (showMore). A new query or chip, a reload or an opening
+// starts over.
 //
 // Main thread only.
 class PopupModel {
@@ -83,6 +92,7 @@ public:
         selectionChanged = 16,
         draggingChanged = 32,
         opened = 64,  // openCount went up
+        searchingChanged = 128,
     };
 
     // Localised titles of the built-in chips; the default gives English.
@@ -90,8 +100,14 @@ public:
     static std::string englishTitle(Filter::Kind kind);
 
     static constexpr std::int64_t textLimit = 500;
+    // How close to the end of the list the highlight comes before the
+    // search of the whole history goes on with its next page.
+    static constexpr std::size_t nearEnd = 20;
 
+    // The search of the whole history runs on `searchExecutor` and reports
+    // through `mainQueue`.
     PopupModel(ClipboardStore& texts, ImageClipStore& images, ChipOrder& chipOrder,
+               Executor& searchExecutor, MainQueue& mainQueue,
                TitleFunction title = &PopupModel::englishTitle);
 
     // ---- published state ------------------------------------------------
@@ -109,6 +125,9 @@ public:
     // The merged, sorted list before filtering: its length and its entries.
     std::size_t allCount() const { return all_.size(); }
     const Entry& allAt(std::size_t index) const;
+    // The search of the whole history is still reading; "nothing found"
+    // is final only once it is not.
+    bool searching() const { return deepSearch_.state() == DeepSearch::State::running; }
 
     // Both rebuild the list and put the highlight on the first row.
     void setQuery(std::string query);
@@ -116,6 +135,10 @@ public:
     // Calls onSelectionChanged when the value differs from the current one.
     void setSelection(std::size_t index);
     void setDragging(std::optional<Filter> filter);
+    // The view scrolled near the end of the list: the next page of finds.
+    void showMore();
+    // The window closed: the search of the whole history stops.
+    void stopSearching();
 
     // Called after `selection` changed to a different value (the controller
     // moves the preview with it).
@@ -163,6 +186,15 @@ private:
     void materialize(unsigned& changes);
     void finish(unsigned changes);
     bool matchesQuery(std::size_t index) const;
+    // The window's order: pinned entries outside categories first, then
+    // newest first.
+    static bool listedBefore(const Entry& a, const Entry& b);
+    static SearchKey searchKey(const Entry& entry);
+    // The search of the whole history (PopupModelSearch.cpp).
+    void restartDeepSearch();
+    void dropDeepResults();
+    void receive(std::vector<ClipboardStore::Item> found);
+    void mergeDeepResults(std::vector<ClipboardStore::Item> found, unsigned& changes);
 
     ClipboardStore& texts_;
     ImageClipStore& images_;
@@ -194,6 +226,18 @@ private:
     std::vector<std::size_t> pending_;
     std::vector<std::size_t> shown_;  // what `entries_` holds
     bool entriesStale_ = false;       // `entries_` comes from an older `all_`
+
+    DeepSearch deepSearch_;
+    // By index of `all_`: found by the search of the whole history rather
+    // than loaded; those go when the query or the chip changes.
+    std::vector<bool> isDeep_;
+    std::size_t deepCount_ = 0;
+    // The query, chip or list changed since the search last started.
+    bool searchStale_ = false;
+    bool searchingReported_ = false;  // what onChange last told of searching()
+    // A reload kept an entry id that only the running search can bring
+    // back; it is selected when it arrives, unless the user moved on.
+    std::optional<std::string> awaitedId_;
 };
 
 }  // namespace zettly

@@ -204,6 +204,12 @@ HistoryList::HistoryList(PopupModel& model, QWidget* parent)
     viewport()->setAutoFillBackground(false);
     setAttribute(Qt::WA_MacShowFocusRect, false);
     connect(&thumbnails_, &ThumbnailCache::loaded, viewport(), qOverload<>(&QWidget::update));
+    // Scrolling towards the end of the finds asks the search for its next
+    // page, as moving the highlight there does.
+    connect(verticalScrollBar(), &QScrollBar::valueChanged, this, [this](int value) {
+        if (value >= verticalScrollBar()->maximum() - viewport()->height())
+            model_.showMore();
+    });
 }
 
 void HistoryList::reload() {
@@ -234,6 +240,10 @@ int HistoryList::rowsPerPage() const {
 QString HistoryList::emptyText() const {
     if (!model_.entries().empty())
         return {};
+    if (model_.searching())
+        //: History window: shown while a search still reads the older history and found nothing
+        //: yet.
+        return tr("Searching\u2026");
     if (model_.allCount() == 0)
         //: History window: shown when the history is still empty.
         return tr("Copy something and it shows up here.");

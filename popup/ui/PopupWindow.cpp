@@ -9,6 +9,7 @@
 #include <QLineEdit>
 #include <QPainter>
 #include <QPointer>
+#include <QScrollBar>
 #include <QSizeGrip>
 #include <QToolButton>
 #include <QWindow>
@@ -158,6 +159,7 @@ void PopupWindow::applyPalette() {
     QPalette pal = hint_->palette();
     pal.setColor(QPalette::WindowText, secondary);
     hint_->setPalette(pal);
+    searching_->setPalette(pal);
 }
 
 void PopupWindow::changeEvent(QEvent* event) {
@@ -175,6 +177,10 @@ QWidget* PopupWindow::buildFooter() {
     //: Footer of the history window: a short keyboard hint. ↩ is the Return key.
     hint_ = new QLabel(tr("\u21a9 pick \u00b7 Super+Space or Ctrl+Y preview"), footer);
     hint_->setFont(small);
+    //: Footer of the history window: shown while a search still reads the older history.
+    searching_ = new QLabel(tr("Searching\u2026"), footer);
+    searching_->setFont(small);
+    searching_->hide();
 
     auto* more = new QToolButton(footer);
     more->setAutoRaise(true);
@@ -187,6 +193,7 @@ QWidget* PopupWindow::buildFooter() {
     auto* row = new QHBoxLayout(footer);
     row->setContentsMargins(16, 3, 14, 1);
     row->addWidget(hint_, 1);
+    row->addWidget(searching_);
     row->addWidget(more);
     return footer;
 }
@@ -229,16 +236,28 @@ void PopupWindow::setController(PopupController* controller) {
 
 void PopupWindow::modelChanged(unsigned changes) {
     using C = PopupModel::Change;
+    // Finds of the running search (or a reload) change the rows under the
+    // same query and chip: the list stays where the user scrolled it.
+    const bool sameList =
+        !(changes & (C::filtersChanged | C::filterChanged | C::queryChanged | C::opened));
+    const int scrolled = list_->verticalScrollBar()->value();
     if (changes & (C::entriesChanged | C::filtersChanged | C::filterChanged | C::queryChanged))
         list_->reload();
+    if (sameList && (changes & C::entriesChanged))
+        list_->verticalScrollBar()->setValue(scrolled);
     if (changes & (C::filtersChanged | C::filterChanged | C::draggingChanged))
         chips_->refresh();
+    if (changes & C::searchingChanged) {
+        searching_->setVisible(model_->searching());
+        // The empty list's text depends on it.
+        list_->viewport()->update();
+    }
     if ((changes & C::queryChanged) && search_->text().toStdString() != model_->query())
         search_->setText(qs(model_->query()));
     if (changes & C::opened) {
         list_->scrollToTop();
         search_->setFocus();
-    } else if (changes & (C::selectionChanged | C::entriesChanged)) {
+    } else if ((changes & C::selectionChanged) || (changes & C::entriesChanged && !sameList)) {
         list_->followSelection();
     }
 }

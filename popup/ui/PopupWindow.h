@@ -102,6 +102,7 @@ private:
     QLineEdit* search_;
     QAction* searchIcon_;
     QLabel* hint_;
+    QLabel* searching_;
     ChipBar* chips_ = nullptr;
     HistoryList* list_ = nullptr;
     QAbstractButton* update_;

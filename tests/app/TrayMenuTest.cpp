@@ -76,8 +76,9 @@ protected:
     test::FakePopupView view;
     test::FakeDesktop desktop;
     SyncPace pace;
+    test::ManualExecutor searches;
     PopupController controller{
-        {view, desktop, queue, texts, images, monitor, env.defaults, pace, ownId}};
+        {view, desktop, queue, texts, images, monitor, env.defaults, pace, ownId, searches}};
     std::vector<std::string> commands;
     const AppWindow editor{11, "org.gnome.TextEditor"};
     const AppWindow terminal{12, "org.gnome.Terminal"};
@@ -179,7 +180,7 @@ TEST_F(TrayMenuTest, PickingAnEntryCopiesItAndPastesIntoTheWindowInFrontAsTheHis
 TEST_F(TrayMenuTest, TheHistoryWindowsFooterAgreesWithTheTrayOnWhetherUpdatesAreSetUp) {
     PopupWindow window;
     PopupController windowController{
-        {window, desktop, queue, texts, images, monitor, env.defaults, pace, ownId}};
+        {window, desktop, queue, texts, images, monitor, env.defaults, pace, ownId, searches}};
     window.setController(&windowController);
     windowController.onCheckForUpdates = [this] { commands.push_back("updates"); };
     QToolButton* more = nullptr;

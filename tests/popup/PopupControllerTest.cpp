@@ -49,8 +49,9 @@ protected:
     test::FakePopupView view;
     test::FakeDesktop desktop;
     SyncPace pace;
+    test::ManualExecutor searches;
     PopupController controller{
-        {view, desktop, queue, texts, images, monitor, env.defaults, pace, ownId}};
+        {view, desktop, queue, texts, images, monitor, env.defaults, pace, ownId, searches}};
     const AppWindow editor{11, "org.gnome.TextEditor"};
     const AppWindow ourPanel{12, ownId};
 };

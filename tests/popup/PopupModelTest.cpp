@@ -10,8 +10,7 @@
 #include "store/ClipboardStore.h"
 #include "store/ImageClipStore.h"
 #include "store/PrefKeys.h"
-#include "tests/fakes/StoreFixture.h"
-#include "tests/fakes/TestImages.h"
+#include "tests/popup/HistoryModelFixture.h"
 
 namespace zettly {
 namespace {
@@ -19,70 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Filter = PopupModel::Filter;
-
-class HistoryWindowModel : public ::testing::Test {
-protected:
-    // Each item is a minute newer than the one before; `name` is how the
-    // test refers to it.
-    std::string addText(const std::string& text) {
-        env.clock.advance(60);
-        EXPECT_EQ(texts.insert(text), ClipboardStore::InsertResult::inserted);
-        std::string id =
-            texts.fetch(1, 0, std::nullopt, false, ClipboardStore::CategoryFilter::any(), true)
-                .at(0)
-                .id;
-        names["t" + id] = text;
-        return id;
-    }
-    std::string addImage(const std::string& name, bool sameSecond = false) {
-        if (!sameSecond)
-            env.clock.advance(60);
-        // Sizes differ, so no two pictures are taken for one.
-        int size = 20 + static_cast<int>(names.size());
-        EXPECT_EQ(images.save(test::png(size, 20, test::solid({200, 100, 50}))),
-                  ImageClipStore::SaveResult::saved);
-        for (const auto& item : images.fetchAll()) {
-            if (!names.contains("i" + item.id)) {
-                names["i" + item.id] = name;
-                return item.id;
-            }
-        }
-        ADD_FAILURE() << "the image was not listed";
-        return "";
-    }
-    std::string category(const std::string& name) { return texts.createCategory(name).value().id; }
-
-    std::vector<std::string> listed(const std::vector<PopupModel::Entry>& entries) {
-        std::vector<std::string> out;
-        for (const auto& entry : entries)
-            out.push_back(names.at(entry.id()));
-        return out;
-    }
-    std::vector<std::string> listedAll() {
-        std::vector<std::string> out;
-        for (std::size_t i = 0; i < model.allCount(); ++i)
-            out.push_back(names.at(model.allAt(i).id()));
-        return out;
-    }
-    std::vector<std::string> shown() { return listed(model.entries()); }
-    std::vector<std::string> shownUnder(const Filter& filter) {
-        model.setFilter(filter);
-        return shown();
-    }
-    std::vector<std::string> chipKeys() {
-        std::vector<std::string> keys;
-        for (const auto& filter : model.filters())
-            keys.push_back(filter.key());
-        return keys;
-    }
-
-    test::StoreEnvironment env;
-    ClipboardStore texts{env.context()};
-    ImageClipStore images{env.context()};
-    ChipOrder order{env.defaults, texts};
-    PopupModel model{texts, images, order};
-    std::map<std::string, std::string> names;  // entry id -> name
-};
+using test::HistoryWindowModel;
 
 // Pinned "old pin" and "filed" (in a category, which pins it), then a
 // plain text, an image, a link, in that order of time.
@@ -147,7 +83,7 @@ TEST_F(HistoryWindowModel, TypingAndDeletingGivesTheSameListAsAFreshSearch) {
         addText(text);
     texts.setLabel(texts.fetch(1, 0).at(0).id, "Alpha");
     model.reset();
-    PopupModel fresh(texts, images, order);
+    PopupModel fresh(texts, images, order, searches, queue);
     fresh.reset();
     const std::pair<const char*, Filter> steps[] = {
         {"a", Filter::all()},   {"al", Filter::all()},    {"alp", Filter::all()},
@@ -238,7 +174,8 @@ TEST_F(HistoryWindowModel, ReportsEachOperationOnceWithWhatChanged) {
     using C = PopupModel::Change;
     EXPECT_THAT(reports,
                 ElementsAre(C::filtersChanged | C::entriesChanged | C::opened, C::selectionChanged,
-                            C::queryChanged | C::entriesChanged | C::selectionChanged));
+                            C::queryChanged | C::entriesChanged | C::selectionChanged |
+                                C::searchingChanged));
 }
 
 TEST_F(HistoryWindowModel, OpeningStartsOverOnTheFirstStoredChipWithNewCategoriesBesideTheOthers) {
@@ -273,7 +210,7 @@ TEST_F(HistoryWindowModel, ADraggedChipTakesTheTargetsPlaceAndTheOrderIsStored) 
     model.moveChip(Filter::text(), Filter::category("gone"));
     model.moveChip(Filter::links(), Filter::links());
 
-    PopupModel another(texts, images, order);
+    PopupModel another(texts, images, order, searches, queue);
     another.reset();
     EXPECT_EQ(another.filters(), model.filters());
     EXPECT_EQ(another.filter(), Filter::text());
@@ -318,7 +255,7 @@ TEST_F(FiveEntries, RowsShowTheirCategoryExceptUnderItsOwnChip) {
     model.setFilter(Filter::category(work));
     EXPECT_EQ(model.categoryTag(filed), std::nullopt);
 
-    PopupModel localised(texts, images, order, [](Filter::Kind kind) {
+    PopupModel localised(texts, images, order, searches, queue, [](Filter::Kind kind) {
         return kind == Filter::Kind::all ? "Alle" : "?";
     });
     EXPECT_EQ(localised.title(Filter::all()), "Alle");

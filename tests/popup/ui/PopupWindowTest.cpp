@@ -77,9 +77,10 @@ protected:
     test::FakeDesktop desktop;
     PopupWindow window;
     SyncPace pace;
-    PopupController controller{
-        {window, desktop, queue, texts, images, monitor, env.defaults, pace, "org.zettly.Zettly"},
-        &chipTitle};
+    test::ManualExecutor searches;
+    PopupController controller{{window, desktop, queue, texts, images, monitor, env.defaults, pace,
+                                "org.zettly.Zettly", searches},
+                               &chipTitle};
 };
 
 // Escape closing the window and Return pasting the typed match are the X11
@@ -101,7 +102,18 @@ TEST_F(PopupWindowTest, TypingFiltersTheRowsArrowsGoToTheControllerAndTheEmptyLi
     EXPECT_EQ(controller.model().selection(), 1u);
     EXPECT_EQ(search().text(), "apple");
     QTest::keyClicks(&search(), "zzz");
+    // Nothing is found for certain only once the older history is read.
+    QLabel* searching = nullptr;
+    for (QLabel* label : window.findChildren<QLabel*>())
+        if (label->text() == "Searching\u2026")
+            searching = label;
+    ASSERT_NE(searching, nullptr);
+    EXPECT_EQ(window.list()->emptyText(), "Searching\u2026");
+    EXPECT_FALSE(searching->isHidden());
+    searches.runAll();
+    queue.runPending();
     EXPECT_EQ(window.list()->emptyText(), "Nothing found.");
+    EXPECT_TRUE(searching->isHidden());
 
     controller.close();
     controller.open();  // the next opening starts with an empty search field again

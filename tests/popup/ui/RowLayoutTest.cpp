@@ -79,8 +79,9 @@ protected:
     test::FakePopupView view;
     test::FakeDesktop desktop;
     SyncPace pace;
-    PopupController controller{
-        {view, desktop, queue, texts, images, monitor, env.defaults, pace, "org.zettly.Zettly"}};
+    test::ManualExecutor searches;
+    PopupController controller{{view, desktop, queue, texts, images, monitor, env.defaults, pace,
+                                "org.zettly.Zettly", searches}};
     HistoryList list{controller.model()};
 };
 
