@@ -12,13 +12,15 @@
 # It builds nothing. IDLE_SECONDS shortens the idle window for a quick look;
 # the figure is only meaningful over the full 60 s. OPEN_SECONDS (10) is how
 # long the wake-ups of the open, untouched history window are counted.
+# TEXTS (500) is the size of the history the memory figures are taken with;
+# TEXTS=100000 shows what a large history costs beside the default run.
 set -euo pipefail
 
 app=${1:-build/app/zettly}
 idle_seconds=${IDLE_SECONDS:-60}
 open_seconds=${OPEN_SECONDS:-10}
 copies=100
-texts_wanted=500
+texts_wanted=${TEXTS:-500}
 images_wanted=15
 
 session=x11
@@ -74,8 +76,9 @@ fi
 
 export XDG_CONFIG_HOME="$work/config" XDG_DATA_HOME="$work/data" XDG_RUNTIME_DIR="$work/run"
 mkdir -m 0700 -p "$XDG_CONFIG_HOME/Zettly" "$XDG_DATA_HOME" "$XDG_RUNTIME_DIR"
-# The default history keeps 200 texts; the full-history figure needs 500.
-echo '{"clipboardLimit": 1000, "saveImages": true}' >"$XDG_CONFIG_HOME/Zettly/defaults.json"
+# The default history keeps 200 texts; the full-history figure needs more.
+limit=$((texts_wanted > 1000 ? texts_wanted : 1000))
+echo "{\"clipboardLimit\": $limit, \"saveImages\": true}" >"$XDG_CONFIG_HOME/Zettly/defaults.json"
 library="$XDG_DATA_HOME/Zettly/Library"
 
 QT_QPA_PLATFORM=$qt_platform "$app" 2>"$work/app.log" &
@@ -231,7 +234,8 @@ def texts(total):
     captured = count(texts_db, "items")
     inserted = total - 1 - captured  # the last one is a capture again, below
     now = time.time()
-    entries = [f"history entry {i}: " + "lorem ipsum dolor sit amet " * (1 + i % 8)
+    # 50 to 2,000 bytes, most of them short.
+    entries = [f"history entry {i}: " + "lorem ipsum dolor sit amet " * (1 + (i * i) % 71 // (1 + i % 4))
                for i in range(inserted)]
     # Rows shaped exactly as the app's own insert writes them (no sync key, so no rid).
     with sqlite3.connect(texts_db, timeout=10) as c:

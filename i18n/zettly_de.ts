@@ -723,6 +723,11 @@ Tooltip of the tray icon when a new version was found. %1 is the version number,
         <extracomment>History window: shown when the search or filter finds nothing.</extracomment>
         <translation>Nichts gefunden.</translation>
     </message>
+    <message>
+        <source>Searching…</source>
+        <extracomment>History window: shown while a search still reads the older history and found nothing yet.</extracomment>
+        <translation>Suche läuft…</translation>
+    </message>
 </context>
 <context>
     <name>zettly::IgnorePage</name>
@@ -1097,6 +1102,11 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <extracomment>Footer menu of the history window, greyed out, when this build has no update feed.</extracomment>
         <translation>Updates nicht eingerichtet</translation>
     </message>
+    <message>
+        <source>Searching…</source>
+        <extracomment>Footer of the history window: shown while a search still reads the older history.</extracomment>
+        <translation>Suche läuft…</translation>
+    </message>
 </context>
 <context>
     <name>zettly::PortalGlobalShortcuts</name>
@@ -1199,14 +1209,6 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <source>1 item</source>
         <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker, a history of one single item.</extracomment>
         <translation>1 Eintrag</translation>
-    </message>
-    <message numerus="yes">
-        <source>%n items</source>
-        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker: how many items the history keeps.</extracomment>
-        <translation>
-            <numerusform>%n Eintrag</numerusform>
-            <numerusform>%n Einträge</numerusform>
-        </translation>
     </message>
     <message>
         <source>1 minute</source>
@@ -1356,6 +1358,14 @@ Change Passphrase dialog: the button that changes it.</extracomment>
         <source>Keep images as copied up to:</source>
         <extracomment>Settings › Storage: label before the picker of the largest image kept as it was copied.</extracomment>
         <translation>Bilder wie kopiert behalten bis:</translation>
+    </message>
+    <message numerus="yes">
+        <source>%Ln items</source>
+        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker: how many items the history keeps, with the digits grouped as the language writes them (100,000).</extracomment>
+        <translation>
+            <numerusform>%Ln Eintrag</numerusform>
+            <numerusform>%Ln Einträge</numerusform>
+        </translation>
     </message>
 </context>
 <context>

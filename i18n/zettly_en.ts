@@ -15,11 +15,11 @@
 <context>
     <name>zettly::StoragePage</name>
     <message numerus="yes">
-        <source>%n items</source>
-        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker: how many items the history keeps.</extracomment>
+        <source>%Ln items</source>
+        <extracomment>Settings › Storage › &quot;Keep up to:&quot; picker: how many items the history keeps, with the digits grouped as the language writes them (100,000).</extracomment>
         <translation>
             <numerusform>1 item</numerusform>
-            <numerusform>%n items</numerusform>
+            <numerusform>%Ln items</numerusform>
         </translation>
     </message>
     <message numerus="yes">
