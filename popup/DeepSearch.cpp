@@ -16,7 +16,7 @@ struct DeepSearch::Job {
     DeepSearch* owner;  // valid until cancelled, which the owner's end does
     std::string query;
     ClipboardStore::SearchFilter filter;
-    std::unordered_set<std::string> skip;
+    std::shared_ptr<const IdSet> skip;
     Receiver receiver;
     std::atomic<bool> cancelled{false};
     bool listed = false;
@@ -32,7 +32,7 @@ DeepSearch::~DeepSearch() {
 }
 
 void DeepSearch::start(std::string foldedQuery, ClipboardStore::SearchFilter filter,
-                       std::unordered_set<std::string> skip, Receiver receiver) {
+                       std::shared_ptr<const IdSet> skip, Receiver receiver) {
     cancel();
     job_ = std::make_shared<Job>(store_, mainQueue_, this);
     job_->query = std::move(foldedQuery);
@@ -84,7 +84,7 @@ void DeepSearch::work(const std::shared_ptr<Job>& job) {
         job->next = end;
         std::vector<ClipboardStore::Item> found = job->store.searchMatches(job->query, slice);
         std::erase_if(found, [&job](const ClipboardStore::Item& item) {
-            return job->skip.contains(item.id);
+            return job->skip->contains(item.id);
         });
         page += found.size();
         const bool done = job->next == job->candidates.size();

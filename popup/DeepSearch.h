@@ -41,9 +41,11 @@ public:
     DeepSearch& operator=(const DeepSearch&) = delete;
 
     // Rows whose item id is in `skip` (the ones the window holds already)
-    // are not reported.
+    // are not reported. The set is shared, not copied: the window makes it
+    // once per reading of the stores rather than on every keystroke.
+    using IdSet = std::unordered_set<std::string>;
     void start(std::string foldedQuery, ClipboardStore::SearchFilter filter,
-               std::unordered_set<std::string> skip, Receiver receiver);
+               std::shared_ptr<const IdSet> skip, Receiver receiver);
     // Goes on with a paused search for another page; false when none is paused.
     bool resume();
     void cancel();

@@ -323,8 +323,13 @@ void PopupModel::reloadInto(const std::optional<std::string>& keeping, unsigned&
     ++loads_;
     keys_.clear();
     keys_.reserve(all_.size());
-    for (const Entry& entry : all_)
+    auto loadedIds = std::make_shared<DeepSearch::IdSet>();
+    for (const Entry& entry : all_) {
         keys_.push_back(searchKey(entry));
+        if (entry.isText())
+            loadedIds->insert(entry.storeId());
+    }
+    loadedIds_ = std::move(loadedIds);
     // `entries_` still holds the old list's entries until materialize().
     rowOf_.assign(all_.size(), notShown);
     isDeep_.assign(all_.size(), false);

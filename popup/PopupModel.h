@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -232,6 +233,9 @@ private:
     // than loaded; those go when the query or the chip changes.
     std::vector<bool> isDeep_;
     std::size_t deepCount_ = 0;
+    // The ids of the loaded texts, which the search passes over; made once
+    // per reload, as 500 ids take longer to gather than a keystroke's filter.
+    std::shared_ptr<const DeepSearch::IdSet> loadedIds_;
     // The query, chip or list changed since the search last started.
     bool searchStale_ = false;
     bool searchingReported_ = false;  // what onChange last told of searching()

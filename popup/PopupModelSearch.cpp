@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
-#include <unordered_set>
 
 #include "popup/PopupModel.h"
 
@@ -69,12 +68,8 @@ void PopupModel::restartDeepSearch() {
     deepSearch_.cancel();
     // Images have no text to search; all of them are loaded.
     if (!foldedQuery_.empty() && filter_.kind() != Filter::Kind::images) {
-        std::unordered_set<std::string> loaded;
-        for (std::size_t i = 0; i < all_.size(); ++i)
-            if (const ClipboardStore::Item* text = allAt(i).text())
-                loaded.insert(text->id);
         deepSearch_.start(
-            foldedQuery_, storeFilter(filter_), std::move(loaded),
+            foldedQuery_, storeFilter(filter_), loadedIds_,
             [this](std::vector<ClipboardStore::Item> found) { receive(std::move(found)); });
     }
 }
@@ -102,8 +97,10 @@ void PopupModel::dropDeepResults() {
     for (std::size_t i = 0; i < all_.size(); ++i) {
         if (isDeep_[i])
             continue;
-        all_[kept] = std::move(all_[i]);
-        keys_[kept] = std::move(keys_[i]);
+        if (kept != i) {  // a move onto itself would empty the entry
+            all_[kept] = std::move(all_[i]);
+            keys_[kept] = std::move(keys_[i]);
+        }
         ++kept;
     }
     all_.resize(kept);
