@@ -124,6 +124,8 @@ void AppDelegate::applicationDidFinishLaunching() {
     window_->setController(popup_.get());
     popup_->onOpened = [this] { sync_->syncInBackground("window"); };
     sync_->didChange = [this] {
+        // What arrived is indexed for searching once the sync goes quiet.
+        purgeSearchIndexSoon();
         popup_->cloudDidChange();
         if (settings_)
             settings_->cloudDidChange();

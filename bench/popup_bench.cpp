@@ -239,6 +239,10 @@ struct LongHistory : Stores {
             }
             db.exec("COMMIT");
         }
+        // As the app's start-up does: what was written behind the store's
+        // back goes into the search index before anyone searches.
+        if (!texts->purgeSearchIndex())
+            throw std::runtime_error("indexing failed");
         // Past the written times, as the clock of a later session.
         const double end = start + count * 0.001 + 1;
         while (clock.now() < end) {

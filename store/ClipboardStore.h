@@ -154,8 +154,9 @@ public:
     // Deleted texts leave postings in the search index until it is
     // rewritten. This rewrites it (and indexes what is queued) when a
     // deletion the user made (delete, clear, edit, a deletion from another
-    // device) or a day since the last time calls for it, and does nothing
-    // otherwise. It takes seconds for 100,000 texts, with the store locked:
+    // device) or a day since the last time calls for it; otherwise it only
+    // indexes what is queued (a sync's downloads, which no capture
+    // indexes). A rewrite takes seconds for 100,000 texts, with the store locked:
     // the app runs it off the main thread a short while after such a
     // change; open() runs it too. False when the database refused.
     bool purgeSearchIndex();

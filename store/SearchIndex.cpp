@@ -180,8 +180,10 @@ bool purgeIfDue(sql::Database& db, double now, bool force) {
         sql::Statement state = db.prepare("SELECT purge_due, purged FROM search_state");
         if (state.step() != SQLITE_ROW)
             return false;
+        // Nothing to purge; a backlog (a first sync's downloads, which no
+        // capture indexes) still goes into the index now.
         if (state.int64(0) == 0 && now - state.real(1) < 24 * 3600)
-            return true;
+            return indexAll(db);
     }
     {
         sql::Transaction tx(db, sql::Transaction::Mode::immediate);

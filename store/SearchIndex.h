@@ -50,8 +50,8 @@ inline constexpr std::int64_t batchBytes = 1 << 20;
 // leave the queue at once (trimmed ones wait for the next batch), and the
 // next purge does not wait a day. False when a statement failed.
 bool forgetDeleted(sql::Database& db);
-// Indexes everything queued and rewrites the index without what was
-// removed, when a deletion asked for it or the last purge is older than a
+// Indexes everything queued, and rewrites the index without what was
+// removed when a deletion asked for it or the last purge is older than a
 // day (`force`: now). False when a statement failed.
 bool purgeIfDue(sql::Database& db, double now, bool force = false);
 

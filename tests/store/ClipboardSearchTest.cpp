@@ -98,6 +98,12 @@ TEST_F(ClipboardSearch, RowsNotYetIndexedAndNamedRowsAreAlwaysCandidates) {
     EXPECT_THAT(found("text"), ElementsAre("queued text", "indexed text"));
     EXPECT_THAT(found("quarterly"), ElementsAre("x1"));
     EXPECT_THAT(sql("SELECT count(*) FROM search_pending"), ElementsAre(Row{"1"}));
+
+    // With no purge due, the app's quiet-time call still indexes the queue,
+    // so a backlog no capture would index does not stay unindexed.
+    ASSERT_TRUE(store.purgeSearchIndex());
+    EXPECT_THAT(sql("SELECT count(*) FROM search_pending"), ElementsAre(Row{"0"}));
+    EXPECT_THAT(found("text"), ElementsAre("queued text", "indexed text"));
 }
 
 TEST_F(ClipboardSearch, AnEditIsFoundByItsNewTextOnly) {
