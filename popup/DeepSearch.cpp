@@ -82,10 +82,8 @@ void DeepSearch::work(const std::shared_ptr<Job>& job) {
         std::vector<std::int64_t> slice(job->candidates.begin() + std::ptrdiff_t(job->next),
                                         job->candidates.begin() + std::ptrdiff_t(end));
         job->next = end;
-        std::vector<ClipboardStore::Item> found = job->store.searchMatches(job->query, slice);
-        std::erase_if(found, [&job](const ClipboardStore::Item& item) {
-            return job->skip->contains(item.id);
-        });
+        std::vector<ClipboardStore::Item> found = job->store.searchMatches(
+            job->query, slice, [&job](const std::string& id) { return job->skip->contains(id); });
         page += found.size();
         const bool done = job->next == job->candidates.size();
         if (done || page >= pageSize) {

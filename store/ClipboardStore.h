@@ -148,9 +148,11 @@ public:
     std::vector<std::int64_t> searchCandidates(std::string_view foldedQuery,
                                                const SearchFilter& filter);
     // Those of `rows` whose text, or failing that label, contains the folded
-    // query, in the given order; rows gone meanwhile are skipped.
+    // query, in the given order; rows gone meanwhile are skipped, and so are
+    // rows whose id `skip` names (the caller has them already).
     std::vector<Item> searchMatches(std::string_view foldedQuery,
-                                    const std::vector<std::int64_t>& rows);
+                                    const std::vector<std::int64_t>& rows,
+                                    const std::function<bool(const std::string& id)>& skip = {});
     // Deleted texts leave postings in the search index until it is
     // rewritten. This rewrites it (and indexes what is queued) when a
     // deletion the user made (delete, clear, edit, a deletion from another

@@ -96,16 +96,26 @@ std::vector<std::int64_t> ClipboardStore::searchCandidates(std::string_view fold
 }
 
 std::vector<ClipboardStore::Item> ClipboardStore::searchMatches(
-    std::string_view foldedQuery, const std::vector<std::int64_t>& rows) {
+    std::string_view foldedQuery, const std::vector<std::int64_t>& rows,
+    const std::function<bool(const std::string& id)>& skip) {
     std::lock_guard lock(mutex_);
     if (!ensureOpenLocked())
         return {};
     sql::CachedStatement read = db_.cached(
         "SELECT id, text, type, created, pinned, category, label FROM items WHERE rowid = ?");
-    if (!*read)
+    // The id alone, ahead of the text: a row the caller holds already is
+    // passed over without reading through its text.
+    sql::CachedStatement idOf = db_.cached("SELECT id FROM items WHERE rowid = ?");
+    if (!*read || !*idOf)
         return {};
     std::vector<Item> items;
     for (std::int64_t rowid : rows) {
+        if (skip) {
+            idOf->reset();
+            idOf->bind(1, rowid);
+            if (idOf->step() != SQLITE_ROW || idOf->isNull(0) || skip(idOf->text(0)))
+                continue;
+        }
         read->reset();
         read->bind(1, rowid);
         if (read->step() != SQLITE_ROW || read->isNull(0) || read->isNull(1) || read->isNull(2))

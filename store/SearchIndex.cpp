@@ -6,9 +6,16 @@ namespace zettly::searchindex {
 
 namespace {
 
+// Each queued row keeps its text's size, so that deciding whether a capture
+// indexes a batch reads no text.
+constexpr const char* queueAllSQL =
+    "INSERT OR REPLACE INTO search_pending(rowid, bytes) SELECT rowid, length(CAST(text AS BLOB)) "
+    "FROM items";
+
 std::string schemaSQL() {
     const std::string queue =
-        "    INSERT OR REPLACE INTO search_pending(rowid) VALUES(new.rowid);\n";
+        "    INSERT OR REPLACE INTO search_pending(rowid, bytes)\n"
+        "        VALUES(new.rowid, length(CAST(new.text AS BLOB)));\n";
     // An indexed row's postings can only be removed with the text they came
     // from; a queued row has none yet.
     const std::string unindex =
@@ -16,7 +23,8 @@ std::string schemaSQL() {
         "        WHERE NOT EXISTS (SELECT 1 FROM search_pending WHERE rowid = old.rowid);\n"
         "    DELETE FROM search_pending WHERE rowid = old.rowid;\n";
     return std::string(
-               "CREATE TABLE IF NOT EXISTS search_pending(rowid INTEGER PRIMARY KEY);\n"
+               "CREATE TABLE IF NOT EXISTS search_pending(rowid INTEGER PRIMARY KEY, bytes "
+               "INTEGER NOT NULL);\n"
                "CREATE TABLE IF NOT EXISTS search_gone(rowid INTEGER PRIMARY KEY, text "
                "TEXT NOT NULL);\n"
                "CREATE TABLE IF NOT EXISTS search_state(id INTEGER PRIMARY KEY CHECK (id "
@@ -64,8 +72,7 @@ bool restartWhenMostlyGone(sql::Database& db) {
     if (gone < 1000 || gone < count(db, "items"))
         return true;
     return db.exec("INSERT INTO items_search(items_search) VALUES('delete-all');") &&
-           db.exec("DELETE FROM search_gone; DELETE FROM search_pending;") &&
-           db.exec("INSERT INTO search_pending(rowid) SELECT rowid FROM items");
+           db.exec("DELETE FROM search_gone; DELETE FROM search_pending;") && db.exec(queueAllSQL);
 }
 
 }  // namespace
@@ -92,7 +99,7 @@ void apply(sql::Database& db) {
             !(db.exec(std::string("CREATE VIRTUAL TABLE items_search USING fts5(text, content='', "
                                   "tokenize='") +
                       foldtrigrams::tokenizerName + "', detail=none, columnsize=0);") &&
-              db.exec("INSERT OR REPLACE INTO search_pending(rowid) SELECT rowid FROM items")))
+              db.exec(queueAllSQL)))
             return;
         if (!tx.commit())
             return;
@@ -123,9 +130,8 @@ bool indexQueued(sql::Database& db, std::int64_t rows) {
     std::vector<std::int64_t> batch;
     {
         sql::CachedStatement queued = db.cached(
-            "SELECT p.rowid, length(CAST(i.text AS BLOB)) FROM search_pending p JOIN items i ON "
-            "i.rowid = p.rowid WHERE p.rowid NOT IN (SELECT rowid FROM search_gone) ORDER BY "
-            "p.rowid");
+            "SELECT rowid, bytes FROM search_pending WHERE rowid NOT IN (SELECT rowid FROM "
+            "search_gone) ORDER BY rowid");
         std::int64_t bytes = 0;
         int rc = SQLITE_DONE;
         while (static_cast<std::int64_t>(batch.size()) < left && bytes < batchBytes &&
@@ -147,18 +153,13 @@ bool indexQueued(sql::Database& db, std::int64_t rows) {
         if (!index->run() || !done->run())
             return false;
     }
-    // Queued rows whose row is gone cannot be indexed; left queued, they
-    // would make every capture try again.
-    return batch.size() > 0 || db.exec(
-                                   "DELETE FROM search_pending WHERE rowid NOT IN "
-                                   "(SELECT rowid FROM items)");
+    return true;
 }
 
 bool batchDue(sql::Database& db) {
     sql::CachedStatement due = db.cached(
         "SELECT (SELECT count(*) FROM search_pending) + (SELECT count(*) FROM search_gone) >= ? "
-        "OR (SELECT sum(length(CAST(i.text AS BLOB))) FROM search_pending p JOIN items i ON "
-        "i.rowid = p.rowid) >= ?");
+        "OR (SELECT sum(bytes) FROM search_pending) >= ?");
     due->bind(1, batchRows);
     due->bind(2, batchBytes);
     return due->step() == SQLITE_ROW && due->int64(0) != 0;
